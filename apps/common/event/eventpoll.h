@@ -1,0 +1,83 @@
+#pragma once
+
+#include <ctime>
+#include <optional>
+
+/// The event loop of a single-threaded process: descriptors, each with a callback, and signals. SIGINT and
+/// SIGTERM become a request to terminate, SIGALRM of the periodic timer becomes a tick, SIGPIPE is ignored,
+/// so that writing to a closed socket fails instead of ending the process. Signals are the process's: one
+/// EventPoll exists at a time.
+///
+/// System calls that fail throw std::runtime_error through throwErrorNumber with the text that stands at the
+/// function, and change nothing.
+class EventPoll {
+public:
+    /// Owner of a descriptor. The poll does not own its callbacks: a descriptor is removed before its
+    /// callback goes.
+    class Callback {
+    public:
+        enum EventType {
+            PRIORITY = 0, ///< urgent data (EPOLLPRI)
+            READABLE = 1, ///< data or end of file (EPOLLIN)
+            HANGUP = 2,   ///< the peer has closed (EPOLLHUP); data may still be there
+        };
+
+        /// May add and remove descriptors, its own included. The rest of the batch is delivered nevertheless:
+        /// an object that finishes here is deleted later. An exception abandons the batch and leaves wait.
+        virtual void event(EventType type) = 0;
+        virtual ~Callback() = default;
+    };
+
+    /// What wait returns.
+    enum Result {
+        INTERRUPTED = 0, ///< by a signal other than the timer's
+        TICK = 1,        ///< the timer has expired; events may have been dispatched as well
+        TIMEOUT = 2,     ///< no event came in time
+        DISPATCHED = 3,  ///< at least one event came, and no tick
+        TERMINATE = 4,   ///< SIGINT or SIGTERM has come
+    };
+
+    /// Events that one wait dispatches at most.
+    static constexpr int MAX_EVENTS = 8;
+
+    /// Installs the signal handlers and creates the epoll set. Throws std::runtime_error "epoll_create:
+    /// <reason>", without a log line.
+    EventPoll();
+
+    /// Closes the set and deletes the timer. The descriptors in the set stay open, the signal handlers stay
+    /// installed.
+    ~EventPoll();
+    EventPoll(const EventPoll&) = delete;
+    EventPoll& operator=(const EventPoll&) = delete;
+
+    /// Registers `fd` for `events`, a mask of EPOLL... values; hang-up is always reported. Does not own
+    /// either of them. Throws "add called on an already closed handle" and "epoll_ctl".
+    void add(int fd, Callback* callback, unsigned int events);
+
+    /// Takes `fd` out. Throws "epoll_ctl" when it is not registered. On a closed set it does nothing.
+    void remove(int fd);
+
+    /// Lets wait return TICK every `intervalMs`; 0 stops the ticks, -1 also deletes the timer.
+    /// Throws "timer create" and "timer set".
+    void setTimer(int intervalMs);
+
+    /// Waits up to `timeoutMs` (-1: without end) for at most MAX_EVENTS events and hands them to their
+    /// callbacks. Returns a Result. Termination is sticky: from the first SIGINT or SIGTERM on every call
+    /// returns TERMINATE at once, unless `ignoreTerminate`; a wait that the signal interrupts still returns
+    /// INTERRUPTED. Signals that came are logged once, at the next call. Throws "wait called on an already
+    /// closed handle" and "epoll_wait".
+    int wait(int timeoutMs, bool ignoreTerminate);
+
+    /// Closes the set. Returns close's result, or a negative value when it was closed already.
+    int close();
+
+    /// True when SIGINT or SIGTERM has come.
+    static bool shouldTerminate();
+
+private:
+    int waitFailed();
+
+    int fd_ = -1;
+    // Not a null timer_t for "none": the system's first timer may well have that value.
+    std::optional<timer_t> timer_;
+};

@@ -1,0 +1,100 @@
+#include "apps/common/introspection/introspection.h"
+
+#include "apps/common/introspection_enum/introspection_enum.h"
+
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+std::string textOr(const char* text, const char* fallback) {
+    return text != nullptr ? text : fallback;
+}
+
+bool isIntInBounds(const VariableDescriptor& variable, const char* value) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    if (variable.min == nullptr && variable.max == nullptr) {
+        return true;
+    }
+    const int lower = variable.min != nullptr ? std::stoi(variable.min) : Limits::min();
+    const int upper = variable.max != nullptr ? std::stoi(variable.max) : Limits::max();
+    const int number = std::stoi(value);
+    return lower <= number && number <= upper;
+}
+
+bool isFloatInBounds(const VariableDescriptor& variable, const char* value) {
+    using Limits = std::numeric_limits<float>;
+    if (variable.min == nullptr && variable.max == nullptr) {
+        return true;
+    }
+    const float lower = variable.min != nullptr ? std::stof(variable.min) : Limits::min();
+    const float upper = variable.max != nullptr ? std::stof(variable.max) : Limits::max();
+    const float number = std::stof(value);
+    return lower <= number && number <= upper;
+}
+
+bool isInBounds(const VariableDescriptor& variable, const char* value) {
+    switch (variable.baseType) {
+    case BASE_BOOL:
+    case BASE_STRING:
+    case BASE_ENUM:
+    case BASE_STRUCT:
+        return true;
+    case BASE_INT:
+        return isIntInBounds(variable, value);
+    case BASE_FLOAT:
+        return isFloatInBounds(variable, value);
+    default:
+        return false;
+    }
+}
+
+std::string lastEntry(const char* enumeration) {
+    const std::uint32_t count =
+        IntrospectionEnum::getEnumEntryCount(IntrospectionEnum::getEnumIndex(enumeration));
+    return std::to_string(count - 1);
+}
+
+} // namespace
+
+std::string Introspection::getVarMin(std::uint32_t mem, std::uint32_t var) {
+    const VariableDescriptor& variable = getVarDescriptor(mem, var);
+    switch (variable.baseType) {
+    case BASE_INT:
+        return textOr(variable.min, "-2147483648");
+    case BASE_FLOAT:
+        return textOr(variable.min, "-1e38");
+    default:
+        return "0";
+    }
+}
+
+std::string Introspection::getVarMax(std::uint32_t mem, std::uint32_t var) {
+    const VariableDescriptor& variable = getVarDescriptor(mem, var);
+    switch (variable.baseType) {
+    case BASE_INT:
+        return textOr(variable.max, "2147483647");
+    case BASE_FLOAT:
+        return textOr(variable.max, "1e38");
+    case BASE_BOOL:
+        return "1";
+    case BASE_STRING:
+    case BASE_BUFFER:
+        return textOr(variable.max, "0");
+    case BASE_ENUM:
+        return lastEntry(variable.type);
+    default:
+        return "0";
+    }
+}
+
+bool Introspection::checkMinMax(std::uint32_t mem, std::uint32_t var, const char* value, std::string& error) {
+    const VariableDescriptor& variable = getVarDescriptor(mem, var);
+    try {
+        return isInBounds(variable, value);
+    } catch (const std::logic_error&) {
+        // What the standard conversions throw: no number, or one that the type does not hold.
+        error = std::string("Can't convert \"") + value + "\"\n";
+        return false;
+    }
+}

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "apps/common/event/notify.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// What the generated catalogue is made of: the tables' row types and nothing else. Generated code includes
+/// this header only, and refuses to compile against another version of it.
+constexpr int CATALOGUE_VERSION = 1;
+
+/// Kinds of values, as the descriptors store them.
+enum BaseType : std::int32_t {
+    BASE_INT = 0,    ///< signed 32-bit
+    BASE_FLOAT = 1,  ///< 32-bit IEEE
+    BASE_BOOL = 2,   ///< one byte, 0 or not
+    BASE_STRING = 3, ///< zero-terminated characters in a field of arrayLen bytes
+    BASE_BUFFER = 4, ///< arrayLen raw bytes
+    BASE_ENUM = 5,   ///< signed 32-bit entry index
+    BASE_STRUCT = 6, ///< a structure's fixed layout
+};
+
+/// A value in a parsed JSON object: the text as written (a string without its quotes, a nested object or
+/// array with its brackets).
+struct JsonObjectValue {
+    std::string text;
+    bool isNested = false;
+};
+
+/// The members of a parsed JSON object in input order, duplicates kept. Members of an array have empty keys.
+using JsonObject = std::vector<std::pair<std::string, JsonObjectValue>>;
+
+/// Turns element `index` of the variable stored at `address` into text.
+using Getter = std::string (*)(void* address, int index);
+
+/// Sets a variable from text: `base` is its memory's base pointer, `event` what is posted on a change.
+/// Returns the empty text on success, else the error text, with the stored value unchanged.
+using Setter = std::string (*)(char* base, unsigned int mem, unsigned int var, Notify event,
+                               const char* value);
+
+/// Sets the members named in `object` of the structure element event.arg2. Returns as Setter does.
+using JsonSetter = std::string (*)(char* base, unsigned int mem, unsigned int var, Notify event,
+                                   const JsonObject& object);
+
+/// One variable. Rows are constant but for event.arg2, which Introspection::setVarValueJson writes.
+struct VariableDescriptor {
+    Notify event;           ///< posted when the variable changes; the id is the variable's own
+    const char* name;       ///< unique over all memories
+    char* const* memory;    ///< the memory's base pointer; holds null while the segment is not mapped
+    std::uint32_t location; ///< byte offset in the memory
+    const char*
+        type; ///< "int", "float", "bool", "string", "buffer", or the enumeration's or structure's name
+    std::int32_t baseType; ///< a BaseType
+    Getter getter;
+    Setter setter;
+    const char* min;      ///< lower bound as decimal literal, or null
+    const char* max;      ///< upper bound, or null
+    const char* arrayLen; ///< element count; capacity of a string, byte count of a buffer; or null
+    std::uint8_t isArray; ///< 1 for strings and arrays of structures
+    JsonSetter setJson;   ///< null unless the variable is a structure
+    std::uint32_t size;   ///< bytes that the variable takes in its memory, all elements together
+};
+
+/// One memory: a shared-memory segment and its variables in catalogue order.
+struct MemoryDescriptor {
+    const char* name;              ///< also the segment's name
+    VariableDescriptor* variables; ///< `count` rows
+    std::uint32_t count;
+    std::uint32_t size; ///< bytes of the segment's data area
+    char** basePointer; ///< where start-up stores the address of the mapping
+};
+
+/// One enumeration: a value is stored as the index of its entry.
+struct EnumDescriptor {
+    const char* name;
+    const char* const* entries;
+    const std::uint32_t& entryCount;
+};
+
+/// One member of a structure.
+struct MemberDescriptor {
+    const char* name;
+    std::uint32_t offset;              ///< bytes from the structure's start
+    std::int32_t baseType;             ///< BASE_INT, BASE_FLOAT, BASE_BOOL, BASE_STRING or BASE_ENUM
+    std::uint32_t capacity;            ///< bytes of a string's field, else 0
+    const EnumDescriptor* enumeration; ///< null unless the member is an enumeration
+};
+
+/// A structure's layout, for its getter and setters.
+struct StructureDescriptor {
+    const char* name;
+    const MemberDescriptor* members; ///< in order of declaration
+    std::uint32_t memberCount;
+    std::uint32_t size; ///< bytes of one element
+};
+
+// Defined by the generated catalogue.
+constexpr std::uint32_t MEMORY_ARRAY_SIZE = 18;
+extern const MemoryDescriptor MEMORY_ARRAY[MEMORY_ARRAY_SIZE];
+extern const std::uint32_t ENUM_ARRAY_SIZE;
+extern const EnumDescriptor ENUM_ARRAY[];

@@ -1,0 +1,243 @@
+#include "apps/common/introspection/setters.h"
+
+#include "apps/common/event/serverconnection.h"
+#include "apps/common/introspection/introspection.h"
+#include "apps/common/introspection/jsontext.h"
+#include "apps/common/introspection/valuetext.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+std::size_t fieldSize(const MemberDescriptor& member) {
+    switch (member.baseType) {
+    case BASE_BOOL:
+        return 1;
+    case BASE_STRING:
+        return member.capacity;
+    default:
+        return 4;
+    }
+}
+
+template <typename T>
+T load(const char* field) {
+    T value;
+    std::memcpy(&value, field, sizeof(value));
+    return value;
+}
+
+template <typename T>
+std::string store(char* field, T value) {
+    std::memcpy(field, &value, sizeof(value));
+    return {};
+}
+
+/// In the shortest form that reads back as the same number.
+template <typename T>
+void appendNumber(std::string& out, T value) {
+    char text[32];
+    out.append(text, std::to_chars(text, text + sizeof(text), value).ptr);
+}
+
+void appendFloat(std::string& out, float value) {
+    if (std::isfinite(value)) {
+        appendNumber(out, value);
+    } else {
+        out += "null";
+    }
+}
+
+void appendEntry(std::string& out, const EnumDescriptor& enumeration, std::uint32_t value) {
+    appendJsonString(out, value < enumeration.entryCount ? enumeration.entries[value]
+                                                         : entryText(enumeration, value));
+}
+
+void appendMember(std::string& out, const MemberDescriptor& member, const char* field) {
+    switch (member.baseType) {
+    case BASE_INT:
+        return appendNumber(out, load<std::int32_t>(field));
+    case BASE_FLOAT:
+        return appendFloat(out, load<float>(field));
+    case BASE_BOOL:
+        out += load<std::uint8_t>(field) != 0 ? "true" : "false";
+        return;
+    case BASE_ENUM:
+        return appendEntry(out, *member.enumeration, load<std::uint32_t>(field));
+    default:
+        return appendJsonString(out, {field, strnlen(field, member.capacity)});
+    }
+}
+
+std::string convertText(const MemberDescriptor& member, const std::string& text, char* field) {
+    if (text.find('\0') != std::string::npos) {
+        return "A text cannot hold a zero character";
+    }
+    if (text.size() >= member.capacity) {
+        return "A text of " + std::to_string(text.size()) + " bytes does not fit into " +
+               std::to_string(member.capacity) + " with its terminator";
+    }
+    std::memset(field, 0, member.capacity);
+    text.copy(field, text.size());
+    return {};
+}
+
+/// Writes the value's stored form to `field`. Returns the reason when it has none.
+std::string convert(const MemberDescriptor& member, const std::string& text, char* field) {
+    switch (member.baseType) {
+    case BASE_INT: {
+        const auto number = intFromText(text.c_str());
+        return number ? store(field, *number) : cannotConvert(text, "int");
+    }
+    case BASE_FLOAT: {
+        const auto number = floatFromText(text.c_str());
+        return number ? store(field, *number) : cannotConvert(text, "float");
+    }
+    case BASE_BOOL: {
+        const auto flag = boolFromText(text);
+        return flag ? store<std::uint8_t>(field, *flag ? 1 : 0) : cannotConvertToBool();
+    }
+    case BASE_ENUM: {
+        const auto entry = entryFromText(*member.enumeration, text);
+        return entry ? store(field, *entry) : cannotConvertToEntry(text, *member.enumeration);
+    }
+    default:
+        return convertText(member, text, field);
+    }
+}
+
+const MemberDescriptor* findMember(const StructureDescriptor& structure, const std::string& name) {
+    for (std::uint32_t i = 0; i < structure.memberCount; ++i) {
+        if (name == structure.members[i].name) {
+            return &structure.members[i];
+        }
+    }
+    return nullptr;
+}
+
+/// The new values of one element, in the element's own layout, before any of them is stored.
+class ElementChange {
+public:
+    explicit ElementChange(const StructureDescriptor& structure)
+        : structure_(structure), values_(structure.size) {}
+
+    /// Returns the error text of the first bad pair.
+    std::string take(const JsonObject& object) {
+        for (const auto& [name, value] : object) {
+            std::string error = name == "Index" ? std::string() : takeMember(name, value);
+            if (!error.empty()) {
+                return error;
+            }
+        }
+        return {};
+    }
+
+    /// Writes the members that differ, and no byte besides: other processes write their members at the same
+    /// time. Returns whether there was one.
+    bool apply(char* element) const {
+        bool changed = false;
+        for (const MemberDescriptor* member : members_) {
+            char* const field = element + member->offset;
+            const char* const value = values_.data() + member->offset;
+            if (std::memcmp(field, value, fieldSize(*member)) != 0) {
+                std::memcpy(field, value, fieldSize(*member));
+                changed = true;
+            }
+        }
+        return changed;
+    }
+
+private:
+    std::string takeMember(const std::string& name, const JsonObjectValue& value) {
+        const MemberDescriptor* const member = findMember(structure_, name);
+        if (member == nullptr) {
+            return std::string(structure_.name) + " has no member " + name;
+        }
+        const std::string reason = value.isNested
+                                       ? "The value has to be a single one"
+                                       : convert(*member, value.text, values_.data() + member->offset);
+        if (!reason.empty()) {
+            return std::string(structure_.name) + "." + member->name + ": " + reason;
+        }
+        members_.push_back(member);
+        return {};
+    }
+
+    const StructureDescriptor& structure_;
+    std::vector<char> values_;
+    std::vector<const MemberDescriptor*> members_;
+};
+
+/// Whether the JSON value is a single one that a member can hold.
+bool isSingle(const nlohmann::json& value) {
+    return value.is_string() || value.is_number() || value.is_boolean();
+}
+
+/// The members as pairs; false when the text is no JSON object of single values.
+bool readObject(const char* text, JsonObject& object) {
+    const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
+    if (!document.is_object()) {
+        return false;
+    }
+    for (const auto& [name, value] : document.items()) {
+        if (!isSingle(value)) {
+            return false;
+        }
+        object.emplace_back(
+            name, JsonObjectValue{value.is_string() ? value.get<std::string>() : value.dump(), false});
+    }
+    return true;
+}
+
+} // namespace
+
+std::string getStructureIntrospection(const StructureDescriptor& structure, void* address, int index) {
+    const std::ptrdiff_t width = structure.size;
+    const char* const element = static_cast<const char*>(address) + index * width;
+    std::string out;
+    // Room for the usual member: name, quotes, separators, and as many characters as the value has bytes.
+    out.reserve(structure.size + std::size_t{structure.memberCount} * 32);
+    out += '{';
+    for (std::uint32_t i = 0; i < structure.memberCount; ++i) {
+        const MemberDescriptor& member = structure.members[i];
+        out += i == 0 ? "\"" : ",\"";
+        out += member.name;
+        out += "\":";
+        appendMember(out, member, element + member.offset);
+    }
+    out += '}';
+    return out;
+}
+
+std::string setStructureJson(const StructureDescriptor& structure, char* base, unsigned int mem,
+                             unsigned int var, Notify event, const JsonObject& object) {
+    const VariableDescriptor& variable = Introspection::getVarDescriptor(mem, var);
+    const std::uint32_t count = std::min(structureCount(variable), variable.size / structure.size);
+    if (event.arg2 >= count) {
+        return "Index " + std::to_string(static_cast<std::int32_t>(event.arg2)) + " is outside of " +
+               variable.name + " (" + std::to_string(count) + ")";
+    }
+    ElementChange change(structure);
+    std::string error = change.take(object);
+    if (error.empty() && change.apply(base + variable.location + std::size_t{event.arg2} * structure.size)) {
+        postEvent(event);
+    }
+    return error;
+}
+
+std::string setStructureIntrospection(const StructureDescriptor& structure, char* base, unsigned int mem,
+                                      unsigned int var, Notify event, const char* value) {
+    JsonObject object;
+    if (!readObject(value, object)) {
+        return cannotConvert(value, structure.name);
+    }
+    return setStructureJson(structure, base, mem, var, event, object);
+}

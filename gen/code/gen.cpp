@@ -1,0 +1,62 @@
+#include "gen/code/gen.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/introspection/catalogue.h"
+#include "apps/common/sharedmemory/sharedmemory.h"
+#include "gen/code/introspection_gen.h"
+
+#include <list>
+
+namespace {
+
+std::list<SharedMemory> makeMemories() {
+    std::list<SharedMemory> memories;
+    for (const MemoryDescriptor& memory : MEMORY_ARRAY)
+        memories.emplace_back(memory.name, memory.size);
+    return memories;
+}
+
+// In this order: the event loop goes first at exit.
+std::list<SharedMemory> gMemories = makeMemories();
+EventPoll gEventPoll;
+
+void openMemories() {
+    const MemoryDescriptor* descriptor = MEMORY_ARRAY;
+    for (SharedMemory& memory : gMemories) {
+        memory.open();
+        *descriptor->basePointer = static_cast<char*>(memory.address());
+        ++descriptor;
+    }
+}
+
+} // namespace
+
+namespace gen {
+
+void init() {
+    processPreInit();
+    openMemories();
+    gServerConnection = new ServerConnection(gEventPoll);
+    gServerConnection->subscribeAll();
+    gComponentLogLevel = reinterpret_cast<LogLevel*>(gMemApp);
+    processPostInit();
+}
+
+EventPoll& getEventPoll() {
+    return gEventPoll;
+}
+
+ServerConnection* getServerConnection() {
+    return gServerConnection;
+}
+
+void subscribeNotifications() {
+    gServerConnection->subscribeAll();
+}
+
+void closeServerConnection() {
+    delete gServerConnection;
+    gServerConnection = nullptr;
+}
+
+} // namespace gen

@@ -1,0 +1,57 @@
+"""Fills the templates."""
+
+from pathlib import Path
+
+import jinja2
+
+from forms import Forms, cell, literal, words
+from layout import Types
+from model import event_name
+from schema import schema_text
+
+BANNER = (
+    "Generated from gen/model; do not edit. Edit the model, then build, or run",
+    "    python3 gen/generator/generate.py --model gen/model --out <folder>",
+)
+CATALOGUE_VERSION = 1
+
+# Each has a template with the file's name and ".j2".
+FILES = (
+    "gen/code/introspection_gen.h",
+    "gen/code/introspection_gen.cpp",
+    "gen/code/enumerations_gen.h",
+    "gen/code/enumerations_gen.cpp",
+    "gen/code/structures_gen.h",
+    "gen/code/structures_gen.cpp",
+    "gen/code/events_gen.h",
+    "gen/code/events_gen.cpp",
+    "gen/code/memories.h",
+    "docs/catalogue.md",
+)
+
+
+def render(model):
+    """The text of every generated file by its path in the output folder."""
+    environment = environment_of(model)
+    files = {name: environment.get_template(Path(name).name + ".j2").render() for name in FILES}
+    files["docs/catalogue.schema.json"] = schema_text(model, " ".join(" ".join(BANNER).split()))
+    return files
+
+
+def environment_of(model):
+    environment = jinja2.Environment(
+        loader=jinja2.FileSystemLoader(Path(__file__).parent / "templates"),
+        undefined=jinja2.StrictUndefined, trim_blocks=True, lstrip_blocks=True, keep_trailing_newline=True)
+    types = Types(model)
+    environment.filters.update(words=words, cell=cell, literal=literal, event_name=event_name)
+    environment.globals.update(
+        model=model, types=types, forms=Forms(types), events=all_events(model), version=CATALOGUE_VERSION,
+        banner=BANNER)
+    return environment
+
+
+def all_events(model):
+    """(id, event name) in order of the ids."""
+    variables = [variable for _, variable in model.variables()] + model.device
+    rows = [(event.event, str(event.name)) for event in model.control]
+    return sorted(rows + [(variable.event, event_name(variable.name)) for variable in variables])

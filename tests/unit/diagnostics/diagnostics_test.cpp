@@ -1,0 +1,81 @@
+#include "apps/common/diagnostics/diagnostics.h"
+
+#include "tests/unit/diagnostics/logcapture.h"
+
+#include <cerrno>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using gen::LogLevel;
+using testing::ElementsAre;
+using testing::EndsWith;
+
+class Diagnostics : public testing::Test {
+protected:
+    ~Diagnostics() override { gComponentLogLevel = nullptr; }
+    LogCapture log_;
+};
+
+TEST_F(Diagnostics, LineHasRightAlignedProgramAndSourcePaddedLevelAndMessage) {
+    logMessage(nullptr, LogLevel::Warn, "/some/where/main.cpp", 7, "radio %s %i", "lost", 3);
+    EXPECT_EQ(log_.text(), "    unit-diagnostics  Warn                    main.cpp:   7 radio lost 3\n");
+}
+
+TEST_F(Diagnostics, FieldsThatDoNotFitWidenTheLocationAndTheWholeIsCutAt511Characters) {
+    logMessage(nullptr, LogLevel::Error, "a-source-with-a-long-name.cpp", 12345, "m");
+    EXPECT_EQ(log_.text().substr(34), "a-source-with-a-long-name.cpp:12345 m\n");
+    const LogCapture message;
+    logMessage(nullptr, LogLevel::Error, "x.cpp", 1, "%s", std::string(2000, 'm').c_str());
+    EXPECT_EQ(message.text().substr(34), "               x.cpp:   1 " + std::string(485, 'm') + "\n");
+    const LogCapture source;
+    logMessage(nullptr, LogLevel::Error, std::string(600, 's').c_str(), 1, "message");
+    EXPECT_EQ(source.text().substr(34), std::string(511, 's') + "\n");
+}
+
+TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndEqualLevelPasses) {
+    LOG_MESSAGE(DebugAll, "no threshold yet");
+    LogLevel threshold = LogLevel::Warn;
+    gComponentLogLevel = &threshold;
+    LOG_MESSAGE(LogLight, "dropped");
+    LOG_MESSAGE(Warn, "equal");
+    threshold = static_cast<LogLevel>(-5); // as any process may write it
+    LOG_MESSAGE(DebugAll, "signed");
+    EXPECT_THAT(log_.messages(), ElementsAre("DebugAll no threshold yet", "Warn equal", "DebugAll signed"));
+}
+
+TEST_F(Diagnostics, LevelThatIsNoEntryIsStillALine) {
+    logMessage(nullptr, static_cast<LogLevel>(8), "x.cpp", 1, "beyond");
+    logMessage(nullptr, static_cast<LogLevel>(-1), "x.cpp", 1, "before");
+    EXPECT_THAT(log_.messages(), ElementsAre("Error beyond", "DebugAll before"));
+}
+
+TEST_F(Diagnostics, ErrorsAreWrittenWhateverTheThresholdAndTheirTextsNameThePlace) {
+    LogLevel threshold = static_cast<LogLevel>(100);
+    gComponentLogLevel = &threshold;
+    EXPECT_EQ(textThrownBy([] { throwError("web/request.cpp", 42, "%s is %i", "id", 5); }),
+              "         request.cpp:  42 id is 5");
+    errno = ENOENT;
+    EXPECT_EQ(textThrownBy([] { throwErrorNumber("x.cpp", 9, "/Mem%s"); }),
+              "               x.cpp:   9 /Mem%s: No such file or directory");
+    errno = EACCES;
+    EXPECT_EQ(textThrownBy([] { throwErrorNumberInfo("x.cpp", 9, "open"); }),
+              "               x.cpp:   9 open: Permission denied");
+    EXPECT_THAT(log_.messages(), ElementsAre("Error id is 5", "Error /Mem%s: No such file or directory",
+                                             "LogLight open: Permission denied"));
+}
+
+TEST_F(Diagnostics, DeviceThatCannotBeOpenedIsReportedForEveryLineAndTriedAgain) {
+    logWriter().setDevice("/nonexistent/log");
+    testing::internal::CaptureStderr();
+    LOG_MESSAGE(Warn, "lost");
+    EXPECT_THAT(textThrownBy([] { throwError("x.cpp", 1, "also lost"); }), EndsWith("also lost"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "FATAL: Logging: Write failed: Bad file descriptor\n"
+                                                      "FATAL: Logging: Write failed: Bad file descriptor\n");
+    const LogCapture again;
+    LOG_MESSAGE(Warn, "written");
+    EXPECT_THAT(again.messages(), ElementsAre("Warn written"));
+}
+
+} // namespace

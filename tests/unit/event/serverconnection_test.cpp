@@ -1,0 +1,224 @@
+#include "apps/common/event/serverconnection.h"
+
+#include "tests/unit/diagnostics/logcapture.h"
+
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <sched.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+
+struct Recorder : ServerConnection::EventHandler {
+    void handleEvent(const Notify& event) override {
+        ids.push_back(event.id);
+        action();
+    }
+    std::vector<std::uint32_t> ids;
+    std::function<void()> action = [] {};
+};
+
+/// A connection whose other end, the broker's, is in the test's hands.
+class ServerConnectionTest : public testing::Test {
+protected:
+    ServerConnectionTest() {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        broker_ = ends[0];
+        connection_.emplace(poll_, ends[1]);
+        connection_->handler = &recorder_;
+    }
+    ~ServerConnectionTest() override { hangUp(); }
+
+    void hangUp() {
+        if (broker_ >= 0)
+            close(std::exchange(broker_, -1));
+    }
+    void brokerSends(std::string_view bytes) const {
+        EXPECT_EQ(write(broker_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    /// What the broker received, "end" when the connection is closed.
+    std::string brokerReceived() const {
+        char bytes[256];
+        const ssize_t size = recv(broker_, bytes, sizeof bytes, MSG_DONTWAIT);
+        return size == 0 ? "end" : std::string(bytes, size < 0 ? 0 : static_cast<std::size_t>(size));
+    }
+    std::string postError() {
+        return textThrownBy([&] { connection_->postEvent({7, 0, 0}); });
+    }
+
+    LogCapture log_;
+    EventPoll poll_;
+    Recorder recorder_;
+    int broker_ = -1;
+    std::optional<ServerConnection> connection_;
+};
+
+const std::string SAMPLE("\x07\0\0\0\1\0\0\0\2\0\0\0"
+                         "\x08\0\0\0\3\0\0\0\4\0\0\0"
+                         "\xff\xff\xff\xff\5\0",
+                         30);
+
+std::vector<std::uint32_t> idsOf(std::string_view bytes) {
+    std::vector<std::uint32_t> ids;
+    for (; bytes.size() >= 12; bytes.remove_prefix(12)) {
+        ids.emplace_back();
+        std::memcpy(&ids.back(), bytes.data(), 4);
+    }
+    return ids;
+}
+
+TEST_F(ServerConnectionTest, PartialRecordsAreDroppedWhereverTheStreamIsSplit) {
+    ASSERT_THAT(idsOf(SAMPLE), ElementsAre(7, 8));
+    for (std::size_t split = 1; split < SAMPLE.size(); ++split) {
+        for (const std::string& part : {SAMPLE.substr(0, split), SAMPLE.substr(split)}) {
+            recorder_.ids.clear();
+            brokerSends(part);
+            EXPECT_EQ(poll_.wait(1000, true), 3);
+            EXPECT_EQ(recorder_.ids, idsOf(part)) << split;
+        }
+    }
+    EXPECT_EQ(postError(), "nothing thrown");
+}
+
+TEST_F(ServerConnectionTest, RecordsBeyond256ComeWithTheNextEvent) {
+    std::string records;
+    for (int i = 0; i < 300; ++i)
+        records += SAMPLE.substr(0, 12);
+    brokerSends(records);
+    poll_.wait(1000, true);
+    EXPECT_EQ(recorder_.ids.size(), 256U);
+    poll_.wait(1000, true);
+    EXPECT_EQ(recorder_.ids.size(), 300U);
+}
+
+TEST_F(ServerConnectionTest, RecordsWithoutHandlerAreLoggedWithTheirNames) {
+    connection_->handler = nullptr;
+    brokerSends(std::string("\6\0\0\0\0\0\0\0\0\0\0\0\xa3\3\0\0\0\0\0\0\0\0\0\0", 24));
+    poll_.wait(1000, true);
+    auto messages = log_.messages();
+    std::erase_if(messages, [](const std::string& message) { return message.starts_with("Debug"); });
+    EXPECT_THAT(messages, ElementsAre("Warn Unhandled event: VarAppLogLevelChanged",
+                                      "Warn Event id 931 is beyond the 931 known events",
+                                      "Warn Unhandled event: Invalid"));
+}
+
+TEST_F(ServerConnectionTest, ExceptionOfTheHandlerIsLoggedAndTheOtherRecordsFollow) {
+    recorder_.action = [] { throw std::runtime_error("cannot take it"); };
+    brokerSends(SAMPLE);
+    EXPECT_EQ(poll_.wait(1000, true), 3);
+    EXPECT_THAT(recorder_.ids, ElementsAre(7, 8));
+    EXPECT_EQ(log_.messages().back(), "Error cannot take it");
+}
+
+TEST_F(ServerConnectionTest, BrokerThatOnlyStopsSendingIsLeftAndNothingSpins) {
+    brokerSends("12345");
+    shutdown(broker_, SHUT_WR);
+    EXPECT_EQ(poll_.wait(1000, true), 3);
+    EXPECT_EQ(poll_.wait(0, true), 2);
+    EXPECT_EQ(brokerReceived(), "end");
+    EXPECT_THAT(recorder_.ids, IsEmpty());
+}
+
+TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFails) {
+    hangUp();
+    EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
+    EXPECT_EQ(poll_.wait(1000, true), 3);
+    EXPECT_EQ(poll_.wait(0, true), 2);
+    EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
+    connection_->event(EventPoll::Callback::READABLE);
+    EXPECT_THAT(recorder_.ids, IsEmpty());
+}
+
+TEST_F(ServerConnectionTest, ReadErrorClosesTheConnectionAndIsNoException) {
+    connection_->postEvent({7, 0, 0});
+    hangUp(); // with unread data: a reset
+    connection_->event(EventPoll::Callback::READABLE);
+    EXPECT_THAT(log_.messages(), testing::Contains("Error Read error"));
+    EXPECT_EQ(poll_.wait(0, true), 2);
+}
+
+TEST_F(ServerConnectionTest, MessagesAreTheirBytesOnTheWire) {
+    connection_->subscribe({7, 0, 0});
+    EXPECT_EQ(brokerReceived(), std::string("\1\0\0\0\0\0\0\0\0\0\0\0\7\0\0\0\0\0\0\0\0\0\0\0", 24));
+    connection_->subscribeAll();
+    EXPECT_EQ(brokerReceived(), std::string("\3\0\0\0\0\0\0\0\0\0\0\0", 12));
+    EXPECT_THAT(textThrownBy([] {
+                    postEvent({0x01020304, 5, 6});
+                }),
+                EndsWith(" Trying to post event without server connection"));
+    gServerConnection = &*connection_;
+    postEvent({0x01020304, 5, 0xfffffffe});
+    gServerConnection = nullptr;
+    EXPECT_EQ(brokerReceived(), std::string("\4\3\2\1\5\0\0\0\xfe\xff\xff\xff", 12));
+}
+
+TEST_F(ServerConnectionTest, SignalFreesAProcessThatPostsToABrokerThatDoesNotRead) {
+    poll_.setTimer(20);
+    std::string error = "nothing thrown";
+    for (int posts = 0; posts < 1000000 && error == "nothing thrown"; ++posts)
+        error = postError();
+    EXPECT_THAT(error, EndsWith(" Could not send message to server"));
+    poll_.setTimer(-1);
+    hangUp();
+    EXPECT_EQ(poll_.wait(0, true), 1); // with the tick that freed it
+}
+
+TEST_F(ServerConnectionTest, ClosingTakesWhatTheBrokerHadSentSoThatItSeesAnOrderlyEnd) {
+    brokerSends(std::string(5000, 'x'));
+    connection_.reset();
+    EXPECT_EQ(brokerReceived(), "end");
+}
+
+TEST_F(ServerConnectionTest, ClosingEndsAlthoughTheBrokerNeverStopsSending) {
+    const pid_t flood = fork();
+    if (flood == 0) {
+        char bytes[4096] = {};
+        while (send(broker_, bytes, sizeof bytes, MSG_NOSIGNAL) > 0) {
+        }
+        _exit(0);
+    }
+    poll_.wait(10000, true);
+    EXPECT_FALSE(recorder_.ids.empty());
+    connection_.reset();
+    EXPECT_EQ(poll_.wait(0, true), 2);
+    kill(flood, SIGKILL);
+    waitpid(flood, nullptr, 0);
+}
+
+TEST(ReadEvents, GoesOnAfterSignals) {
+    const LogCapture log;
+    EventPoll poll;
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int i = 0; i < 1000; ++i) {
+            kill(getppid(), SIGALRM);
+            sched_yield();
+        }
+        _exit(write(ends[1], SAMPLE.data(), 24) == 24 ? 0 : 1);
+    }
+    Notify records[2] = {};
+    EXPECT_EQ(readEvents(ends[0], records, 2), 2);
+    waitpid(child, nullptr, 0);
+    close(ends[1]);
+    poll.add(ends[0], nullptr, EPOLLIN);
+    EXPECT_EQ(poll.wait(0, true), 1); // the signals had come
+    close(ends[0]);
+}
+
+} // namespace

@@ -1,0 +1,147 @@
+#include "apps/common/introspection/setters.h"
+
+#include "tests/unit/introspection/fixture.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstring>
+
+namespace {
+
+const std::uint32_t AXIS_COUNT = 3;
+const char* const AXIS_NAMES[] = {"Focus", "Iris", "Zoom"};
+const EnumDescriptor AXIS{"Lane", AXIS_NAMES, AXIS_COUNT};
+const MemberDescriptor MEMBERS[] = {{"Count", 0, BASE_INT, 0, nullptr},
+                                    {"Ratio", 4, BASE_FLOAT, 0, nullptr},
+                                    {"Lane", 8, BASE_ENUM, 0, &AXIS},
+                                    {"On", 12, BASE_BOOL, 0, nullptr},
+                                    {"Label", 13, BASE_STRING, 5, nullptr}};
+const StructureDescriptor STRUCTURE{"Probe", MEMBERS, 5, 20};
+
+JsonObject pairs(std::initializer_list<std::pair<const char*, const char*>> members) {
+    JsonObject object;
+    for (const auto& [name, text] : members) {
+        object.emplace_back(name, JsonObjectValue{text, false});
+    }
+    return object;
+}
+
+/// Elements of a structure of this test's own, in the place of a list of the catalogue.
+class Structures : public MappedCatalogue {
+protected:
+    std::string setElement(std::uint32_t index, const JsonObject& object) {
+        return setStructureJson(STRUCTURE, memories.base(list.mem), list.mem, list.var,
+                                {list.row().event.id, 0, index}, object);
+    }
+    std::string setText(const char* text) {
+        return setStructureIntrospection(STRUCTURE, memories.base(list.mem), list.mem, list.var,
+                                         list.row().event, text);
+    }
+    std::string element(int index) { return getStructureIntrospection(STRUCTURE, address(list), index); }
+
+    const Variable list{"CamClipList0"};
+};
+
+constexpr const char* EMPTY = R"({"Count":0,"Ratio":0,"Lane":"Focus","On":false,"Label":""})";
+constexpr const char* FULL = R"({"Count":-5,"Ratio":0.1,"Lane":"Zoom","On":true,"Label":"abcd"})";
+
+TEST_F(Structures, NamedMembersChangeInTheElementOfTheThirdWord) {
+    EXPECT_EQ(setElement(2, pairs({{"Count", "-5"},
+                                   {"Index", "2"},
+                                   {"Ratio", "0.1"},
+                                   {"Lane", "Iris"},
+                                   {"On", "true"},
+                                   {"Label", "abcd"},
+                                   {"Lane", "Zoom"}})),
+              "");
+    EXPECT_EQ(element(2), FULL);
+    EXPECT_EQ(element(1), EMPTY);
+    EXPECT_EQ(element(3), EMPTY);
+    const std::vector<Notify> posted = events.take();
+    ASSERT_EQ(posted.size(), 1U);
+    EXPECT_EQ(posted[0].id, list.row().event.id);
+    EXPECT_EQ(posted[0].arg2, 2U);
+    EXPECT_EQ(setElement(2, pairs({{"Count", "-5"}, {"Label", "abcd"}})), "");
+    EXPECT_EQ(setElement(2, pairs({{"Index", "7"}})), "");
+    EXPECT_EQ(posts(), 0U);
+}
+
+TEST_F(Structures, OneBadMemberLeavesTheElementUnchanged) {
+    const std::pair<JsonObject, const char*> cases[] = {
+        {pairs({{"Color", "1"}}), "Probe has no member Color"},
+        {pairs({{"", "1"}}), "Probe has no member "},
+        {pairs({{"Count", "4294967296"}}), "Probe.Count: Can't convert 4294967296 to int"},
+        {pairs({{"Ratio", "wide"}}), "Probe.Ratio: Can't convert wide to float"},
+        {pairs({{"Lane", "2"}}), "Probe.Lane: 2 is not part of enum Lane"},
+        {pairs({{"On", "1"}}), "Probe.On: Value has to be 'true' or 'false'"},
+        {pairs({{"Label", "abcde"}}),
+         "Probe.Label: A text of 5 bytes does not fit into 5 with its terminator"},
+        {{{"Label", {std::string("a\0b", 3), false}}}, "Probe.Label: A text cannot hold a zero character"},
+        {{{"Count", {"[1]", true}}}, "Probe.Count: The value has to be a single one"},
+    };
+    for (const auto& [bad, error] : cases) {
+        JsonObject object = pairs({{"Count", "9"}, {"Label", "ok"}});
+        object.insert(object.end(), bad.begin(), bad.end());
+        EXPECT_EQ(setElement(0, object), error);
+    }
+    EXPECT_EQ(element(0), EMPTY);
+    EXPECT_EQ(posts(), 0U);
+}
+
+TEST_F(Structures, ElementsOutsideTheListAreNeverStored) {
+    const std::string before = memories.bytes(list.mem);
+    const JsonObject object = pairs({{"Count", "1"}});
+    EXPECT_EQ(setElement(500, object), "Index 500 is outside of CamClipList0 (500)");
+    EXPECT_EQ(setElement(0xffffffff, object), "Index -1 is outside of CamClipList0 (500)");
+    EXPECT_EQ(setElement(0x80000000, object), "Index -2147483648 is outside of CamClipList0 (500)");
+    EXPECT_EQ(memories.bytes(list.mem), before);
+    EXPECT_EQ(setElement(499, object), "");
+    EXPECT_EQ(element(499), R"({"Count":1,"Ratio":0,"Lane":"Focus","On":false,"Label":""})");
+}
+
+TEST_F(Structures, OnlyTheBytesOfChangedMembersAreWritten) {
+    std::memset(address(list), 0x55, 20);
+    EXPECT_EQ(setElement(0, pairs({{"On", "true"}})), "");
+    std::string expected(20, '\x55');
+    expected[12] = 1;
+    EXPECT_EQ(std::string(address(list), 20), expected);
+}
+
+TEST_F(Structures, AreSetFromJsonText) {
+    EXPECT_EQ(setText(R"({"Count":-5,"Ratio":0.1,"Lane":"Zoom","On":true,"Label":"\u0061bcd"})"), "");
+    EXPECT_EQ(element(0), FULL);
+    EXPECT_EQ(setText(FULL), "");
+    EXPECT_EQ(posts(), 1U);
+    const std::string deep = R"({"Count":)" + std::string(200000, '[');
+    for (const char* bad :
+         {"", "1", "[]", "{\"Count\":1", "{\"Count\":[1]}", "{\"Count\":null}", deep.c_str()}) {
+        EXPECT_EQ(setText(bad), "Can't convert " + std::string(bad) + " to Probe");
+    }
+    EXPECT_EQ(element(0), FULL);
+}
+
+TEST_F(Structures, WhateverTheBytesAreTheTextIsValidJson) {
+    std::memset(address(list), 0xff, 12);
+    std::memcpy(address(list) + 12, "\x07\"\\\n\x7f!", 6);
+    EXPECT_EQ(element(0), "{\"Count\":-1,\"Ratio\":null,\"Lane\":\"INVALID_VALUE:4294967295\",\"On\":true,"
+                          "\"Label\":\"\\\"\\\\\\n\x7f!\"}");
+    for (const float value : {1e20F, 3.4028235e38F, 1e-45F, -0.0F, 16777216.0F, 1e-5F}) {
+        std::memcpy(address(list) + 4, &value, 4);
+        EXPECT_EQ(nlohmann::json::parse(element(0))["Ratio"].get<float>(), value);
+    }
+    address(list)[13] = '\xff';
+    EXPECT_THROW(element(0), nlohmann::json::type_error);
+}
+
+TEST_F(Structures, SettingFromPairsWorksThroughTheCatalogueAndForStructuresOnly) {
+    EXPECT_EQ(Introspection::setVarValueJson(list.mem, list.var, {}, 500),
+              "Index 500 is outside of CamClipList0 (500)");
+    EXPECT_EQ(Introspection::getVarEvent(list.mem, list.var).arg2, 500U);
+    EXPECT_EQ(Introspection::setVarValueJson(list.mem, list.var, {}, 0), "");
+    const Variable torque("FocusTorque");
+    EXPECT_EQ(Introspection::setVarValueJson(torque.mem, torque.var, {}, 1),
+              "FocusTorque is not a structure");
+    EXPECT_EQ(torque.row().event.arg2, 0U);
+}
+
+} // namespace
