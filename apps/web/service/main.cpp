@@ -1,0 +1,44 @@
+#include "apps/web/service/fcgi.h"
+#include "apps/web/service/requesthandler.h"
+#include "gen/code/gen.h"
+
+#include <malloc.h>
+
+void processPreInit() {}
+void processPostInit() {}
+
+namespace {
+
+constexpr int PORT = 9000;
+constexpr int TURN_MS = 100;
+
+/// A large body's memory goes back to the system as soon as the request is over, instead of staying in the
+/// heap.
+void returnLargeBlocks() {
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    mallopt(M_TRIM_THRESHOLD, 8 << 20);
+}
+
+int run() {
+    gen::init();
+    EventPoll& poll = gen::getEventPoll();
+    Fcgi fcgi(PORT, poll);
+    RequestHandler handler(poll, fcgi);
+    fcgi.callback = &handler;
+    gen::getServerConnection()->handler = &handler;
+    while (poll.wait(TURN_MS, false) != EventPoll::TERMINATE)
+        handler.periodic();
+    gen::closeServerConnection();
+    return 0;
+}
+
+} // namespace
+
+int main() {
+    returnLargeBlocks();
+    try {
+        return run();
+    } catch (...) {
+        throw; // caught so that the stack unwinds: listener and handler go before the process ends
+    }
+}

@@ -1,0 +1,212 @@
+#include "apps/web/service/requesthandler.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/introspection/introspection.h"
+#include "apps/web/service/assignment.h"
+#include "apps/web/service/request.h"
+#include "apps/web/service/updatedocument.h"
+#include "gen/code/introspection_gen.h"
+#include "gen/code/memories.h"
+
+#include <cstddef>
+#include <optional>
+#include <ostream>
+
+namespace {
+
+constexpr int WAITS_FOR_UPDATE = 0;
+constexpr auto PERIOD = std::chrono::nanoseconds(99'999'999);
+
+std::optional<unsigned int> findVariable(unsigned int mem, const std::string& name) {
+    for (unsigned int var = 0; var < Introspection::getVarCount(mem); ++var)
+        if (name == Introspection::getVarName(mem, var))
+            return var;
+    return std::nullopt;
+}
+
+bool isInRange(unsigned int mem, unsigned int var, const std::string& value) {
+    const int baseType = Introspection::getVarBaseType(mem, var);
+    if (baseType != BASE_INT && baseType != BASE_FLOAT)
+        return true;
+    std::string error;
+    return Introspection::checkMinMax(mem, var, value.c_str(), error);
+}
+
+/// Asks the variable's setter. What it says is not told: the answer is whether the variable exists.
+void applyValue(unsigned int mem, unsigned int var, const JsonObject& pairs, int index) {
+    const std::string& value = pairs.back().second.text;
+    if (Introspection::getVarBaseType(mem, var) == BASE_STRUCT)
+        Introspection::setVarValueJson(mem, var, pairs, index);
+    else if (isInRange(mem, var, value))
+        Introspection::setVarValue(mem, var, value.c_str());
+}
+
+void answerError(Request& request, const std::string& text) {
+    request.output() << R"({"result": 0, "error": ")" << RequestHandler::encodeString(text) << R"(" })";
+    request.end();
+}
+
+} // namespace
+
+RequestHandler::RequestHandler(EventPoll& poll, Fcgi& fcgi) : poll_(poll), fcgi_(fcgi) {
+    Introspection::setEscapeCharacters(R"([\"])");
+}
+
+void RequestHandler::handleRequest(Request* request) {
+    const std::string script = request->param("SCRIPT_NAME");
+    LOG_MESSAGE(DebugMost, "REQUEST handle(%i, %i, %s)", request->socket(),
+                static_cast<int>(request->requestId()), script.c_str());
+    if (script == "/api/v1/all.cgi")
+        sendTree(*request);
+    else if (script == "/api/v1/update.cgi")
+        request->context = WAITS_FOR_UPDATE;
+    else if (script == "/api/v1/set.cgi")
+        setVariable(*request);
+    else
+        rejectScript(*request, script);
+}
+
+void RequestHandler::sendTree(Request& request) {
+    LOG_MESSAGE(LogLight, "Request %s from %s to %s by %s", request.param("SCRIPT_FILENAME").c_str(),
+                request.param("REMOTE_ADDR").c_str(), request.param("SERVER_ADDR").c_str(),
+                request.param("HTTP_USER_AGENT").c_str());
+    std::ostream& out = request.output();
+    out << "{\r\n"
+        << "\"id\": " << request.requestId() << ",\r\n"
+        << "\"variables\": {";
+    createJsonTree(out);
+    out << "}}\r\n";
+    request.end();
+}
+
+void RequestHandler::createJsonTree(std::ostream& out) {
+    out << tree_.text();
+}
+
+void RequestHandler::printVariable(unsigned int mem, unsigned int var, std::ostream& out) {
+    out << tree_.variable(mem, var);
+}
+
+void RequestHandler::setVariable(Request& request) {
+    std::stringstream errors;
+    if (!setVars(request.postData(), errors))
+        return answerError(request, errors.str());
+    request.output() << R"({"result": 1 })";
+    request.end();
+}
+
+bool RequestHandler::setVars(const std::string& body, std::stringstream& errors) {
+    Assignment assignment;
+    if (!assignment.parse(body, errors) || !assignment.hasValue())
+        return false;
+    try {
+        const int index = assignment.elementIndex();
+        const unsigned int mem = Introspection::getMemIndex(assignment.memory.c_str());
+        const std::optional<unsigned int> var = findVariable(mem, assignment.variable);
+        if (!var)
+            return false;
+        applyValue(mem, *var, assignment.pairs, index);
+        return true;
+    } catch (const std::exception&) {
+        return false; // no such memory, no number for the index, the broker gone: told by the result alone
+    }
+}
+
+void RequestHandler::rejectScript(Request& request, const std::string& script) {
+    LOG_MESSAGE(Warn, "Unknown script: '%s'", script.c_str());
+    answerError(request, "Unknown script: '" + script + "'");
+}
+
+std::string RequestHandler::encodeString(const std::string& text) {
+    std::string encoded;
+    for (const char c : text) {
+        switch (c) {
+        case '\\':
+            encoded += "\\u005c";
+            break;
+        case '"':
+            encoded += "\\u0022";
+            break;
+        case '\r':
+            encoded += "\\u000d";
+            break;
+        case '\n':
+            encoded += "\\u000a";
+            break;
+        case '\t':
+            encoded += "\\u0009";
+            break;
+        default:
+            encoded += c;
+        }
+    }
+    return encoded;
+}
+
+void RequestHandler::handleEvent(const Notify& notify) {
+    if (notify.id >= EVENT_COUNT) {
+        LOG_MESSAGE(Warn, "Event id %u is beyond the %u known events", notify.id, EVENT_COUNT);
+        return;
+    }
+    if (gMemStatic != nullptr && gMemStatic[offsetof(MemStatic, VariableLogging)] != 0)
+        logChange(notify);
+    changed_.set(notify.id);
+}
+
+void RequestHandler::logChange(const Notify& notify) {
+    unsigned int mem = 0;
+    unsigned int var = 0;
+    Introspection::getVarLocation(notify, mem, var);
+    const std::string text = std::string(Introspection::getMemName(mem)) + "." +
+                             Introspection::getVarName(mem, var) + ": " + tree_.variable(mem, var);
+    LOG_MESSAGE(LogLight, "%s", text.c_str());
+}
+
+void RequestHandler::periodic(Clock::time_point now) {
+    if (now - lastRun_ <= PERIOD)
+        return;
+    lastRun_ = now;
+    fcgi_.cleanup();
+    sendUpdate();
+    fcgi_.cleanup();
+}
+
+void RequestHandler::sendUpdate() {
+    if (changed_.isEmpty())
+        return;
+    const std::string update = takeUpdate();
+    for (const auto& [id, request] : fcgi_.requests()) {
+        const int* tag = std::any_cast<int>(&request->context);
+        if (tag != nullptr && *tag == WAITS_FOR_UPDATE)
+            sendUpdate(*request, update);
+    }
+}
+
+std::string RequestHandler::takeUpdate() {
+    UpdateDocument document;
+    for (std::uint32_t id = 0; id < EVENT_COUNT; ++id) {
+        if (!changed_.take(id))
+            continue;
+        try {
+            unsigned int mem = 0;
+            unsigned int var = 0;
+            Introspection::getVarLocation({id, 0, 0}, mem, var);
+            document.beginVariable(mem, Introspection::getMemName(mem), Introspection::getVarName(mem, var));
+            document.addValue(tree_.variable(mem, var));
+        } catch (const std::exception& error) {
+            document.addError(id, error.what());
+        }
+    }
+    return document.text();
+}
+
+void RequestHandler::sendUpdate(Request& request, const std::string& update) {
+    try {
+        request.output() << "{\r\n"
+                         << "\"id\": " << request.requestId() << ",\r\n"
+                         << update;
+        request.end();
+    } catch (const std::exception&) {
+        LOG_MESSAGE(Error, "Could not send updates to request %i", static_cast<int>(request.id()));
+    }
+}

@@ -1,0 +1,56 @@
+#include "apps/web/service/sendall.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <poll.h>
+#include <span>
+#include <sys/socket.h>
+#include <sys/uio.h>
+
+namespace {
+
+/// Moves the front of `parts` behind the first `count` bytes.
+void dropFront(std::span<iovec>& parts, std::size_t count) {
+    while (!parts.empty() && count >= parts.front().iov_len) {
+        count -= parts.front().iov_len;
+        parts = parts.subspan(1);
+    }
+    if (!parts.empty()) {
+        parts.front().iov_base = static_cast<char*>(parts.front().iov_base) + count;
+        parts.front().iov_len -= count;
+    }
+}
+
+/// False when the peer has taken nothing for the whole time, with ETIMEDOUT. A signal starts the wait anew.
+bool waitWritable(int fd, int timeoutMs) {
+    pollfd waiting{fd, POLLOUT, 0};
+    const int ready = poll(&waiting, 1, timeoutMs);
+    if (ready == 0)
+        errno = ETIMEDOUT;
+    return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+} // namespace
+
+std::size_t sendAll(int fd, const std::array<std::string_view, 3>& pieces, bool more, int timeoutMs) {
+    std::array<iovec, 3> storage{};
+    std::transform(pieces.begin(), pieces.end(), storage.begin(), [](std::string_view piece) {
+        return iovec{const_cast<char*>(piece.data()), piece.size()}; // sendmsg does not write to it
+    });
+    std::span<iovec> parts(storage);
+    std::size_t total = 0;
+    dropFront(parts, 0);
+    while (!parts.empty()) {
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        const ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
+        if (sent >= 0) {
+            total += static_cast<std::size_t>(sent);
+            dropFront(parts, static_cast<std::size_t>(sent));
+        } else if (errno != EINTR && !(errno == EAGAIN && waitWritable(fd, timeoutMs))) {
+            break;
+        }
+    }
+    return total;
+}

@@ -1,0 +1,63 @@
+#include "apps/web/service/variabletext.h"
+
+#include "apps/common/introspection/catalogue.h"
+#include "apps/common/introspection/introspection.h"
+#include "apps/common/introspection_enum/introspection_enum.h"
+
+#include <exception>
+
+namespace {
+
+std::string valueText(const VariableDescriptor& variable, char* base, int index) {
+    return base == nullptr ? "n/a" : variable.getter(base + variable.location, index);
+}
+
+std::string printBounded(unsigned int mem, unsigned int var, const std::string& value,
+                         const std::string& type) {
+    return Introspection::printValue(value, type, Introspection::getVarMin(mem, var),
+                                     Introspection::getVarMax(mem, var));
+}
+
+std::string printElement(unsigned int mem, unsigned int var, char* base, int index) {
+    const VariableDescriptor& variable = MEMORY_ARRAY[mem].variables[var];
+    switch (variable.baseType) {
+    case BASE_STRUCT:
+        return valueText(variable, base, index);
+    case BASE_ENUM:
+        return IntrospectionEnum::printEnum(valueText(variable, base, 0), variable.type);
+    case BASE_BOOL:
+        return Introspection::printBool(valueText(variable, base, index) == "true");
+    case BASE_BUFFER:
+        return printBounded(mem, var, valueText(variable, base, index), "string");
+    default:
+        return printBounded(mem, var, valueText(variable, base, index), variable.type);
+    }
+}
+
+bool isPrintedAsArray(unsigned int mem, unsigned int var) {
+    const int baseType = Introspection::getVarBaseType(mem, var);
+    return baseType != BASE_STRING && baseType != BASE_BUFFER && Introspection::isArray(mem, var);
+}
+
+} // namespace
+
+void appendValue(std::string& out, unsigned int mem, unsigned int var, char* base, int index) {
+    try {
+        out += printElement(mem, var, base, index);
+    } catch (const std::exception& exception) {
+        out.append("\"ERROR\": \"").append(exception.what()).append("\"");
+    }
+}
+
+void appendVariable(std::string& out, unsigned int mem, unsigned int var, char* base) {
+    if (!isPrintedAsArray(mem, var))
+        return appendValue(out, mem, var, base, 0);
+    const int length = std::stoi(Introspection::getVarArrayLen(mem, var));
+    out += '[';
+    for (int index = 0; index < length; ++index) {
+        if (index > 0)
+            out += ',';
+        appendValue(out, mem, var, base, index);
+    }
+    out += ']';
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// The JSON texts of all variables, printed anew only where the memories' bytes have changed.
+///
+/// A value's text follows from its bytes alone, and between two requests few of them change: so a copy of
+/// every memory is kept beside the texts that were printed from it. A variable is compared with its copy,
+/// copied if it differs, and printed from the copy: a value that another process writes meanwhile cannot end
+/// up half in the text and half in the comparison. A text that reports an invalid value is printed each time,
+/// so that each reading is logged.
+class VariableTree {
+public:
+    VariableTree();
+
+    /// The whole tree as it stands in the memories now, "<memory>" : {"<variable>" : <value>,...},... without
+    /// outer braces. The reference holds until the next call.
+    const std::string& text();
+
+    /// One variable's value. The reference holds until the next call.
+    /// Throws std::runtime_error "Index exceeds limit".
+    const std::string& variable(unsigned int mem, unsigned int var);
+
+private:
+    struct Variable {
+        std::string text;
+        bool isPrinted = false; // from the bytes in the copy
+    };
+    struct Memory {
+        std::vector<char> copy;
+        std::vector<Variable> variables;
+        bool isPrinted = false; // all variables are
+    };
+
+    bool refreshMemory(unsigned int mem);
+    bool refreshVariable(unsigned int mem, unsigned int var);
+    void join();
+
+    std::vector<Memory> memories_;
+    std::string tree_;
+};

@@ -1,0 +1,122 @@
+#include "apps/web/service/json.h"
+
+#include "apps/web/service/assignment.h"
+
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+
+namespace {
+
+/// Pairs as "key=value", nested ones as "key:value", joined by '|'; or "@<error position>".
+std::string parsed(const std::string& text) {
+    Json json;
+    if (!json.parse(text))
+        return "@" + std::to_string(json.errorPosition());
+    std::string pairs;
+    for (const auto& [key, value] : json.result())
+        pairs += (pairs.empty() ? "" : "|") + key + (value.isNested ? ":" : "=") + value.text;
+    return pairs;
+}
+
+TEST(Json, SplitsObjectsAndArraysOneLevelDeep) {
+    EXPECT_EQ(parsed(R"({"a":1,"b":"x"})"), "a=1|b=x");
+    EXPECT_EQ(parsed("\t{ a : 1 }\r\n "), "a=1");
+    EXPECT_EQ(parsed(R"({"a":{"b":[1,2]}})"), R"(a:{"b":[1,2]})");
+    EXPECT_EQ(parsed(R"([1, "x",[2,[3]],{"y":{}}])"), R"(=1|=x|:[2,[3]]|:{"y":{}})");
+    EXPECT_EQ(parsed(R"({'a':'it is "b"',"a":-1.5e3 })"), R"(a=it is "b"|a=-1.5e3)");
+    EXPECT_EQ(parsed(R"({"a":"","b":"{[,:]}"})"), "a=|b={[,:]}");
+    EXPECT_EQ(parsed(R"({"a":"back\slash"})"), R"(a=back\slash)");
+    EXPECT_EQ(parsed(std::string("{a:1\0002,b:\"\0\"}", 13)), std::string("a=1\0002|b=\0", 9));
+}
+
+TEST(Json, TellsWhereTheErrorIs) {
+    EXPECT_EQ(parsed("x"), "@0");
+    EXPECT_EQ(parsed("  }"), "@2");
+    EXPECT_EQ(parsed(R"({"a b":1})"), "@4");
+    EXPECT_EQ(parsed(R"({"a":"x\"y"})"), "@9");
+    EXPECT_EQ(parsed(R"({"a":1} x)"), "@8");
+    EXPECT_EQ(parsed(R"({"a":1]})"), "a=1]");
+    EXPECT_EQ(parsed(R"({"a":"1"]})"), "@8");
+}
+
+TEST(Json, DropsAValueThatIsCutOff) {
+    for (const char* cut :
+         {"", "{", "{}", "[", R"({"a)", R"({"a":)", R"({"a":1)", R"({"a":"x)", R"({"a":{"b":1)"})
+        EXPECT_EQ(parsed(cut), "") << cut;
+    EXPECT_EQ(parsed(R"({"a":1,"b)"), "a=1");
+}
+
+TEST(Json, StartsAfreshWithEachParse) {
+    Json json;
+    EXPECT_FALSE(json.parse("[1,2} x"));
+    EXPECT_TRUE(json.parse("[1"));
+    EXPECT_TRUE(json.parse("{a:2}"));
+    ASSERT_EQ(json.result().size(), 1u);
+    EXPECT_EQ(json.result()[0].first, "a");
+    EXPECT_EQ(json.errorPosition(), -1);
+}
+
+TEST(Json, RefusesMorePairsThanAnySetNeeds) {
+    std::string body = "[";
+    for (std::size_t i = 0; i < Json::MAX_PAIRS; ++i)
+        body += "1,";
+    Json json;
+    EXPECT_TRUE(json.parse(body));
+    EXPECT_EQ(json.result().size(), Json::MAX_PAIRS);
+    EXPECT_FALSE(json.parse(body + "1,"));
+    EXPECT_EQ(json.errorPosition(), static_cast<int>(body.size() + 1));
+}
+
+TEST(Json, SurvivesAnyBytes) {
+    std::mt19937 random(1);
+    const std::string alphabet = "{}[]:,\"' \n\\a1\xff";
+    for (int round = 0; round < 20000; ++round) {
+        std::string text(random() % 24, '\0');
+        for (char& c : text)
+            c = alphabet[random() % alphabet.size()];
+        Json json;
+        const bool isGood = json.parse(text);
+        ASSERT_EQ(isGood, json.errorPosition() == -1) << text;
+        ASSERT_LT(json.errorPosition(), static_cast<int>(text.size())) << text;
+    }
+}
+
+/// "<memory>.<variable>[<index>]=<last value>", or the error text.
+std::string assigned(const std::string& body) {
+    Assignment assignment;
+    std::stringstream errors;
+    if (!assignment.parse(body, errors))
+        return errors.str();
+    if (!assignment.hasValue())
+        return "nothing";
+    return assignment.memory + "." + assignment.variable + "[" + std::to_string(assignment.elementIndex()) +
+           "]=" + assignment.pairs.back().second.text;
+}
+
+TEST(Assignment, NamesMemoryVariableElementAndValue) {
+    EXPECT_EQ(assigned(R"({"M":{"V":5}})"), "M.V[0]=5");
+    EXPECT_EQ(assigned(R"({"M":{"V":{"Index":1,"A":2,"Index":"3","B":4}}})"), "M.V[3]=4");
+    EXPECT_EQ(assigned(R"({"M":{"U":1,"V":{"W":{"X":7}}}})"), "M.V[0]=7");
+    EXPECT_EQ(assigned(R"({"M":5})"), "M.[0]=5");
+}
+
+TEST(Assignment, WithoutAValueIsRecognised) {
+    for (const char* body : {"", "{}", "[]", R"({"M")", R"({"M":{}})", R"({"M":{"V":{}}})", R"({"M":{"V":5)",
+                             R"({"M":{"Index":5}})", R"({"M":{"V":{"Index":5}}})"})
+        EXPECT_EQ(assigned(body), "nothing") << body;
+    EXPECT_THROW(assigned(R"({"M":{"Index":"x","V":5}})"), std::invalid_argument);
+    EXPECT_THROW(assigned(R"({"M":{"Index":99999999999,"V":5}})"), std::out_of_range);
+}
+
+TEST(Assignment, TellsErrorsOfEachLevelAndEndsBottomlessOnes) {
+    EXPECT_EQ(assigned("nonsense"), "JSON parse error at 0.\r\n");
+    EXPECT_EQ(assigned(R"({"M":{"V" 5}})"), "JSON parse error at 5.\r\n");
+    std::string deep = "1";
+    for (int level = 0; level < 16; ++level)
+        deep = "[" + deep + "]";
+    EXPECT_EQ(assigned(deep), ".[0]=1");
+    EXPECT_EQ(assigned("[" + deep + "]"), "Nested deeper than 16 levels.\r\n");
+}
+
+} // namespace
