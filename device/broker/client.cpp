@@ -1,0 +1,101 @@
+#include "device/broker/client.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t RECORDS_PER_READ = 256;
+
+} // namespace
+
+Client::Client(int fd) : fd_(fd) {}
+
+Client::~Client() {
+    close(fd_);
+}
+
+bool Client::receive(const std::function<void(const Notify&)>& route) {
+    const std::size_t kept = input_.size();
+    input_.resize(kept + RECORDS_PER_READ * sizeof(Notify));
+    const ssize_t count = recv(fd_, input_.data() + kept, input_.size() - kept, 0);
+    if (count <= 0) {
+        input_.resize(kept);
+        // Interrupted or nothing there after all: the next turn of the loop tries again.
+        return count < 0 && (errno == EINTR || errno == EAGAIN);
+    }
+    input_.resize(kept + static_cast<std::size_t>(count));
+    std::size_t taken = 0;
+    for (; input_.size() - taken >= sizeof(Notify); taken += sizeof(Notify)) {
+        Notify record;
+        std::memcpy(&record, input_.data() + taken, sizeof record);
+        handle(record, route);
+    }
+    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(taken));
+    return true;
+}
+
+void Client::handle(const Notify& record, const std::function<void(const Notify&)>& route) {
+    if (!handleControl(record)) {
+        route(record);
+    }
+}
+
+bool Client::handleControl(const Notify& record) {
+    if (pendingControl_ != 0) {
+        pendingControl_ == EVENT_SUBSCRIBE ? subscriptions_.subscribe(record.id)
+                                           : subscriptions_.unsubscribe(record.id);
+        pendingControl_ = 0;
+        return true;
+    }
+    switch (record.id) {
+    case EVENT_SUBSCRIBE:
+    case EVENT_UNSUBSCRIBE:
+        pendingControl_ = record.id;
+        return true;
+    case EVENT_SUBSCRIBE_ALL:
+        subscriptions_.subscribeAll();
+        return true;
+    case EVENT_UNSUBSCRIBE_ALL:
+        subscriptions_.unsubscribeAll();
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool Client::offer(const Notify& event) {
+    if (!subscriptions_.wants(event.id)) {
+        return true;
+    }
+    if (isQueueFull() && (!flush() || isQueueFull())) {
+        return false;
+    }
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&event);
+    queue_.insert(queue_.end(), bytes, bytes + sizeof event);
+    return true;
+}
+
+bool Client::flush() {
+    while (hasQueue()) {
+        const ssize_t count = send(fd_, queue_.data() + sent_, queue_.size() - sent_, MSG_NOSIGNAL);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return errno == EAGAIN;
+        }
+        sent_ += static_cast<std::size_t>(count);
+        if (!hasQueue() || sent_ >= QUEUE_LIMIT * sizeof(Notify)) {
+            queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(sent_));
+            sent_ = 0;
+        }
+    }
+    return true;
+}
+
+bool Client::isQueueFull() const {
+    return queue_.size() - sent_ > (QUEUE_LIMIT - 1) * sizeof(Notify);
+}

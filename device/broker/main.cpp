@@ -1,0 +1,35 @@
+#include "apps/common/diagnostics/diagnostics.h"
+#include "device/broker/broker.h"
+#include "device/broker/readysemaphore.h"
+
+#include <csignal>
+#include <sys/signalfd.h>
+
+namespace {
+
+/// Blocks SIGINT and SIGTERM and returns a descriptor that becomes readable when one of them comes. It stays
+/// open until the process ends.
+int openStopDescriptor() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const int fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (fd < 0) {
+        throwErrorNumber(__FILE__, __LINE__, "signalfd");
+    }
+    return fd;
+}
+
+} // namespace
+
+int main() {
+    const int stopDescriptor = openStopDescriptor();
+    Broker broker("/var/volatile/message-broker.socket");
+    const ReadySemaphore semaphore("/message-broker-ready");
+    LOG_MESSAGE(LogLight, "Message broker is ready");
+    while (broker.turn(-1, stopDescriptor)) {
+    }
+    return 0;
+}

@@ -1,0 +1,58 @@
+"""The virtual device from the command line: python3 device/launcher --build build/release"""
+
+import argparse
+import signal
+import sys
+import time
+
+from desk import next_free_port
+from virtualdevice import DeviceError, VirtualDevice
+
+HELP = """
+The controller's web service answers at {url}
+
+  the whole tree         curl {url}/api/v1/all.cgi
+  wait for a change      curl {url}/api/v1/update.cgi
+  set a variable         curl -d '{{"MemPersistent": {{"DisplayBrightness": 7}}}}' {url}/api/v1/set.cgi
+
+Kernel log of the device: {log}
+Ctrl-C ends all of it.
+"""
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="device/launcher", description="Runs a virtual device until Ctrl-C.")
+    parser.add_argument("--build", required=True, help="build folder, for example build/release")
+    parser.add_argument("--port", type=int, default=8080, help="port of the web server, or the next free (%(default)s)")
+    parser.add_argument("--address", default="127.0.0.1",
+                        help="address of the web server; 0.0.0.0 lets others in (%(default)s)")
+    parser.add_argument("simulation", nargs="*", help="arguments of the simulation, behind --")
+    return parser.parse_args()
+
+
+def end(*_):
+    """Ends the program, once: a second Ctrl-C does not keep it from cleaning up."""
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, signal.SIG_IGN)
+    sys.exit(0)
+
+
+def main():
+    options = arguments()
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, end)
+    port = next_free_port(options.port)
+    device = VirtualDevice(options.build, simulation=options.simulation, nginx=True, http_port=port,
+                           http_address=options.address)
+    try:
+        with device:
+            print(HELP.format(url=device.url, log=device.path("/dev/kmsg")), flush=True)
+            while not device.ended():
+                time.sleep(0.5)
+            name = device.ended()[0]
+            raise DeviceError(f"{name} has ended by itself:\n{device.output(name)}\n{device.log()[-2000:]}")
+    except DeviceError as error:
+        sys.exit(str(error))
+
+
+main()

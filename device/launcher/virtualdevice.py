@@ -1,0 +1,197 @@
+"""Starts and ends a virtual device: broker, simulation, web service and web server in a private folder.
+
+    with VirtualDevice("build/release", nginx=True) as device:
+        requests go to device.fcgi_port (FastCGI) or device.http_port (HTTP)
+
+Several devices run side by side: each has its own folder, its own segment and semaphore names and its own ports. Only
+the standard library is used. Importing programs have this folder on their path.
+"""
+
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+from desk import dies_with_launcher, free_port, is_listening, render_nginx
+
+REPOSITORY = Path(__file__).resolve().parents[2]
+SHARED_MEMORY = Path("/dev/shm")
+FOLDERS = ("dev", "tmp", "update", "var/volatile", "var/LDA", "var/FOR", "var/SETUPS", "log")
+READY_SECONDS = 20
+END_SECONDS = 10
+
+
+class DeviceError(RuntimeError):
+    """A part of the device did not start; the text says which and what it last said."""
+
+
+class VirtualDevice:
+    """One virtual device.
+
+    build        build folder, for example "build/release"
+    simulation   arguments of the simulation, for example ["--changes", "50", "--interval", "100"]; None: none runs
+    service      whether the web service runs; start_service() starts it later
+    nginx        whether the web server runs in front of it
+    http_port    the web server's port; None: a free one
+    http_address the web server's address
+    fcgi_port    the service's port instead of 9000; None: a free one
+    environment  variables for the device's processes beside those that make them see the device
+    """
+
+    def __init__(self, build, *, simulation=("--still",), service=True, nginx=False, http_port=None,
+                 http_address="127.0.0.1", fcgi_port=None, environment=None):
+        self.build = Path(build).resolve()
+        self.fcgi_port = fcgi_port or free_port()
+        self.http_port = http_port or free_port(besides=self.fcgi_port)
+        self.http_address = http_address
+        self.exit_codes = {}
+        self.root = None
+        self.name = None
+        self._simulation = simulation
+        self._with_service = service
+        self._with_nginx = nginx
+        self._environment = dict(environment or {})
+        self._processes = {}
+
+    # What others need to know
+
+    @property
+    def pids(self):
+        """Process ids by name: "broker", "simulation", "service", "nginx"."""
+        return {name: process.pid for name, process in self._processes.items()}
+
+    @property
+    def url(self):
+        return f"http://{self.http_address}:{self.http_port}"
+
+    def segment(self, memory):
+        """The file behind a segment, for example segment("MemApp"): four bytes of size, then the data."""
+        return SHARED_MEMORY / f"{self.name}{memory}"
+
+    def path(self, device_path):
+        """Where a path of the device lies, for example path("/update/host.swu")."""
+        return self.root / device_path.lstrip("/")
+
+    def log(self):
+        """The kernel log so far."""
+        return self.path("/dev/kmsg").read_text(errors="replace")
+
+    def output(self, process):
+        """What a process wrote to its standard output and error so far."""
+        file = self.root / "log" / f"{process}.txt"
+        return file.read_text(errors="replace") if file.exists() else ""
+
+    def environment(self):
+        """The environment in which a program is a process of this device."""
+        return {
+            **os.environ,
+            "PATH": f"{REPOSITORY / 'device' / 'bin'}:{os.environ.get('PATH', os.defpath)}",
+            "LD_PRELOAD": str(self.build / "lib" / "libvirtualdevice.so"),
+            "VIRTUAL_DEVICE_ROOT": str(self.root),
+            "VIRTUAL_DEVICE_NAME": self.name,
+            "VIRTUAL_DEVICE_PORT": str(self.fcgi_port),
+            **self._environment,
+        }
+
+    # Life
+
+    def __enter__(self):
+        return self.start()
+
+    def __exit__(self, *_):
+        self.stop()
+
+    def start(self):
+        """Starts all parts and returns when each is ready. A failure ends those that run and raises DeviceError."""
+        try:
+            self._make_folders()
+            self._start_broker()
+            if self._simulation is not None:
+                self.start_simulation(*self._simulation)
+            if self._with_service:
+                self.start_service()
+            if self._with_nginx:
+                self.start_nginx()
+        except BaseException:
+            self.stop()
+            raise
+        return self
+
+    def stop(self):
+        """Ends all parts, last started first, and removes what the device has left. Returns the exit codes by name."""
+        for name in reversed(list(self._processes)):
+            self.end(name)
+        if self.root is not None:
+            shutil.rmtree(self.root, ignore_errors=True)
+            for file in [*SHARED_MEMORY.glob(f"{self.name}*"), *SHARED_MEMORY.glob(f"sem.{self.name}*")]:
+                file.unlink(missing_ok=True)
+        return self.exit_codes
+
+    def end(self, name, number=signal.SIGTERM):
+        """Ends one part with a signal and returns its exit code; negative is the signal that it died of."""
+        process = self._processes.pop(name)
+        if process.poll() is None:
+            process.send_signal(number)
+        try:
+            process.wait(END_SECONDS)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+        self.exit_codes[name] = process.returncode
+        return process.returncode
+
+    def ended(self):
+        """The names of parts that have ended although nobody asked them to."""
+        return [name for name, process in self._processes.items() if process.poll() is not None]
+
+    def start_simulation(self, *arguments):
+        program = self.build / "bin" / "device-simulation"
+        self._run("simulation", [program, *arguments], lambda: "ready\n" in self.output("simulation"))
+
+    def start_service(self):
+        self._run("service", [self.build / "bin" / "webservice"], lambda: is_listening(self.fcgi_port))
+
+    def start_nginx(self):
+        folder = self.root / "nginx"
+        config = render_nginx(REPOSITORY / "packaging" / "nginx", folder, self.http_address, self.http_port,
+                              self.fcgi_port)
+        nginx = shutil.which("nginx", path=f"{os.environ.get('PATH', '')}:/usr/sbin") or "nginx"
+        self._run("nginx", [nginx, "-p", folder, "-c", config, "-e", folder / "error.log"],
+                  lambda: is_listening(self.http_port), environment=dict(os.environ))
+
+    def _start_broker(self):
+        semaphore = SHARED_MEMORY / f"sem.{self.name}message-broker-ready"
+        self._run("broker", [self.build / "bin" / "message-broker"], semaphore.exists)
+
+    def _make_folders(self):
+        # Short, and not where TMPDIR says: the path of a Unix socket has 107 characters.
+        self.root = Path(tempfile.mkdtemp(prefix="vd-", dir="/tmp"))
+        self.name = self.root.name + "-"
+        for folder in FOLDERS:
+            self.path(folder).mkdir(parents=True)
+        self.path("/dev/kmsg").touch()
+
+    def _run(self, name, command, is_ready, environment=None):
+        """Starts a process and waits until it is ready."""
+        # A session of its own: a Ctrl-C on the terminal is the launcher's, which ends the parts in their order.
+        with open(self.root / "log" / f"{name}.txt", "wb") as output:
+            self._processes[name] = subprocess.Popen(
+                [str(word) for word in command], env=environment or self.environment(), stdin=subprocess.DEVNULL,
+                stdout=output, stderr=subprocess.STDOUT, preexec_fn=dies_with_launcher, start_new_session=True)
+        self._wait_for(name, is_ready)
+
+    def _wait_for(self, name, is_ready):
+        process = self._processes[name]
+        end = time.monotonic() + READY_SECONDS
+        while not is_ready():
+            if process.poll() is not None:
+                raise DeviceError(f"{name} ended with {process.returncode}: {self._last_words(name)}")
+            if time.monotonic() > end:
+                raise DeviceError(f"{name} is not ready after {READY_SECONDS} s: {self._last_words(name)}")
+            time.sleep(0.005)
+
+    def _last_words(self, name):
+        return (self.output(name) + self.log())[-2000:].strip() or "it said nothing"

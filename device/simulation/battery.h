@@ -1,0 +1,19 @@
+#pragma once
+
+#include "device/simulation/actor.h"
+#include "device/simulation/variable.h"
+
+/// The battery: runs down, is changed for a full one, and gets warmer under load.
+class Battery : public Actor {
+public:
+    void step(double timeMs) override;
+
+private:
+    Variable percent_{"BattPercent"};
+    Variable voltage_{"BattVoltage"};
+    Variable current_{"BattCurrent"};
+    Variable temperature_{"BattTemperature"};
+    Variable supplyVoltage_{"VoltageBattery"};
+    Variable busVoltage_{"VoltageRBus"};
+    Variable cameraSupply_{"CamSupply"};
+};
