@@ -1,0 +1,97 @@
+#include "apps/web/service/variabletree.h"
+
+#include "apps/web/service/updatedocument.h"
+#include "gen/code/introspection_gen.h"
+#include "gen/code/memories.h"
+#include "tests/unit/diagnostics/logcapture.h"
+#include "tests/unit/introspection/fixture.h"
+
+#include <cstddef>
+#include <gmock/gmock.h>
+#include <random>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// The tree as somebody prints it who remembers nothing.
+std::string freshTree() {
+    return VariableTree().text();
+}
+
+TEST(VariableTree, IsAlwaysWhatAFreshPrintGives) {
+    Memories memories;
+    LogCapture log; // random enumerations are reported
+    VariableTree tree;
+    std::mt19937 engine(3);
+    const auto random = [&engine] { return static_cast<std::uint32_t>(engine()); };
+    for (int round = 0; round < 20; ++round) {
+        for (int change = 0; change < 10; ++change) {
+            const std::uint32_t mem = random() % MEMORY_ARRAY_SIZE;
+            memories.base(mem)[random() % MEMORY_ARRAY[mem].size] = static_cast<char>(random());
+        }
+        if (round % 3 == 0)
+            tree.variable(random() % MEMORY_ARRAY_SIZE, 0);
+        ASSERT_EQ(tree.text(), freshTree()) << round;
+    }
+}
+
+TEST(VariableTree, FollowsItsMemoryThroughUnmappingAndBack) {
+    VariableTree tree;
+    EXPECT_THAT(
+        tree.text(),
+        StartsWith(
+            R"("MemPersistent" : {"ProductName" : {"max":"0","min":"0","type":"string","value":"n/a"},)"));
+    Memories memories;
+    memories.base(0)[0] = 'K';
+    EXPECT_THAT(tree.text(),
+                StartsWith(R"("MemPersistent" : {"ProductName" : {"max":"0","min":"0","type":"string",)"
+                           R"("value":"K"},"ProductVersion" : {)"));
+    EXPECT_EQ(tree.variable(17, 0).substr(0, 47), R"({ "value": "DebugAll", "type": "LogLevel", "tex)");
+    EXPECT_THROW(tree.variable(18, 0), std::runtime_error);
+    EXPECT_THROW(tree.variable(0, 73), std::runtime_error);
+}
+
+TEST(VariableTree, ReportsAnInvalidValueWithEachReading) {
+    Memories memories;
+    memories.base(17)[0] = 8;
+    VariableTree tree;
+    LogCapture log;
+    tree.text();
+    EXPECT_THAT(tree.text(),
+                HasSubstr(R"("AppServiceLogLevel" : { "value": "INVALID_VALUE:8", "type": "LogLevel",)"));
+    EXPECT_THAT(log.messages(), ElementsAre("Error Value 8 of enum LogLevel is above number of entries (8)",
+                                            "Error Value 8 of enum LogLevel is above number of entries (8)"));
+}
+
+TEST(VariableTree, PutsWhatGoesWrongInTheValuesPlace) {
+    Memories memories;
+    memories.base(0)[1] = '\xff';
+    memories.base(0)[0] = 'a';
+    VariableTree tree;
+    EXPECT_EQ(tree.variable(0, 0),
+              R"("ERROR": "[json.exception.type_error.316] invalid UTF-8 byte at index 1: 0xFF")");
+}
+
+TEST(UpdateDocument, GroupsVariablesByMemoryInTheOrderOfTheirIds) {
+    UpdateDocument document;
+    EXPECT_EQ(document.text(), "\"errors\": [],\r\n\"variables\": {\r\n  }\r\n}\r\n}\r\n");
+    document.beginVariable(3, "MemA", "One");
+    document.addValue("1");
+    document.beginVariable(3, "MemA", "Two");
+    document.addValue("2");
+    document.beginVariable(0, "MemB", "Three");
+    document.addError(7, "broken");
+    document.addError(8, "too");
+    document.beginVariable(3, "MemA", "Four");
+    document.addValue("4");
+    EXPECT_EQ(document.text(), "\"errors\": [\"Backend error for variable with index 7: broken\"\n"
+                               ",\"Backend error for variable with index 8: too\"\n],\r\n"
+                               "\"variables\": {\r\n  \"MemA\" : {\r\n    \"One\" : 1, \r\n    \"Two\" : 2"
+                               "\r\n  }, \r\n  \"MemB\" : {\r\n    \"Three\" : "
+                               "\r\n  }, \r\n  \"MemA\" : {\r\n    \"Four\" : 4\r\n  }\r\n}\r\n}\r\n");
+}
+
+} // namespace
