@@ -23,7 +23,9 @@ protected:
     }
     ~RequestTest() override { close(peer_); }
 
+    /// REQUIRES: the connection before, if any, has hung up.
     void connect() {
+        fcgi_.cleanup();
         int pair[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
         peer_ = pair[0];
@@ -53,9 +55,9 @@ protected:
     }
 
     EventPoll poll_;
+    std::unique_ptr<Request> request_; // outlives the listener, in whose registry it may be
     Fcgi fcgi_;
     int peer_ = -1;
-    std::unique_ptr<Request> request_;
     int handled_ = 0;
     std::function<void(Request&)> answer_ = [](Request& request) { request.end(); };
 };
@@ -170,7 +172,6 @@ TEST_F(RequestTest, APeerThatGoesIsNoticedBeforeAndAfterTheInputIsComplete) {
     send(request("/x").substr(0, 40));
     hangUp();
     EXPECT_TRUE(request_->isClosed());
-    fcgi_.cleanup();
 
     close(peer_);
     connect();
