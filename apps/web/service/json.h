@@ -30,7 +30,7 @@ public:
     const JsonObject& result() const { return result_; }
 
     /// The same, moved out.
-    JsonObject takeResult() { return std::move(result_); }
+    JsonObject takeResult() { return std::exchange(result_, {}); }
 
     /// Index of the character that parse stumbled over; -1 when there was no error.
     int errorPosition() const { return errorPosition_; }

@@ -101,7 +101,7 @@ bool RequestHandler::setVars(const std::string& body, std::stringstream& errors)
         return false;
     try {
         const int index = assignment.elementIndex();
-        const unsigned int mem = Introspection::getMemIndex(assignment.memory.c_str());
+        const unsigned int mem = Introspection::getMemIndex(assignment.memory);
         const std::optional<unsigned int> var = findVariable(mem, assignment.variable);
         if (!var)
             return false;
