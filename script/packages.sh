@@ -1,6 +1,7 @@
 # To be sourced: what the scripts need from Debian 12, and how it is installed.
 
-BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libgtest-dev libgmock-dev python3 python3-yaml python3-jinja2)
+BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-dev libgtest-dev libgmock-dev
+                python3 python3-yaml python3-jinja2)
 RUN_PACKAGES=(nginx)
 TEST_PACKAGES=(python3-pytest python3-jsonschema curl)
 BENCH_PACKAGES=(wrk libfcgi-dev)

@@ -13,11 +13,18 @@ The controller's web service answers at {url}
 
   the whole tree         curl {url}/api/v1/all.cgi
   wait for a change      curl {url}/api/v1/update.cgi
+  see the display        {url}/api/v1/screen.cgi
   set a variable         curl -d '{{"MemPersistent": {{"DisplayBrightness": 7}}}}' {url}/api/v1/set.cgi
 
 Kernel log of the device: {log}
 Ctrl-C ends all of it.
 """
+
+
+def size(text):
+    """Width and height of "800x480"."""
+    width, height = (int(number) for number in text.split("x"))
+    return width, height
 
 
 def arguments():
@@ -26,6 +33,7 @@ def arguments():
     parser.add_argument("--port", type=int, default=8080, help="port of the web server, or the next free (%(default)s)")
     parser.add_argument("--address", default="127.0.0.1",
                         help="address of the web server; 0.0.0.0 lets others in (%(default)s)")
+    parser.add_argument("--screen", type=size, default="800x480", help="size of the display in pixels (%(default)s)")
     parser.add_argument("simulation", nargs="*", help="arguments of the simulation, behind --")
     return parser.parse_args()
 
@@ -42,8 +50,8 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)
     port = next_free_port(options.port)
-    device = VirtualDevice(options.build, simulation=options.simulation, nginx=True, http_port=port,
-                           http_address=options.address)
+    device = VirtualDevice(options.build, simulation=options.simulation, screen=options.screen, display=(), nginx=True,
+                           http_port=port, http_address=options.address)
     try:
         with device:
             print(HELP.format(url=device.url, log=device.path("/dev/kmsg")), flush=True)

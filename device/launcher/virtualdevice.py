@@ -16,6 +16,8 @@ import time
 from pathlib import Path
 
 from desk import dies_with_launcher, free_port, is_listening, render_nginx
+from framebuffer import make_framebuffer
+from hardwareinfo import FACTORY_VALUES, make_devices
 
 REPOSITORY = Path(__file__).resolve().parents[2]
 SHARED_MEMORY = Path("/dev/shm")
@@ -33,6 +35,9 @@ class VirtualDevice:
 
     build        build folder, for example "build/release"
     simulation   arguments of the simulation, for example ["--changes", "50", "--interval", "100"]; None: none runs
+    screen       width and height of the display in pixels
+    display      arguments of the process that draws the display, for example ["--interval", "100"]; None: none runs
+                 and the display is black. It shows what the simulation's memories hold
     service      whether the web service runs; start_service() starts it later
     nginx        whether the web server runs in front of it
     http_port    the web server's port; None: a free one
@@ -41,8 +46,8 @@ class VirtualDevice:
     environment  variables for the device's processes beside those that make them see the device
     """
 
-    def __init__(self, build, *, simulation=("--still",), service=True, nginx=False, http_port=None,
-                 http_address="127.0.0.1", fcgi_port=None, environment=None):
+    def __init__(self, build, *, simulation=("--still",), screen=(800, 480), display=None, service=True, nginx=False,
+                 http_port=None, http_address="127.0.0.1", fcgi_port=None, environment=None):
         self.build = Path(build).resolve()
         self.fcgi_port = fcgi_port or free_port()
         self.http_port = http_port or free_port(besides=self.fcgi_port)
@@ -51,6 +56,8 @@ class VirtualDevice:
         self.root = None
         self.name = None
         self._simulation = simulation
+        self._screen = screen
+        self._display = display
         self._with_service = service
         self._with_nginx = nginx
         self._environment = dict(environment or {})
@@ -60,7 +67,7 @@ class VirtualDevice:
 
     @property
     def pids(self):
-        """Process ids by name: "broker", "simulation", "service", "nginx"."""
+        """Process ids by name: "broker", "simulation", "display", "service", "nginx"."""
         return {name: process.pid for name, process in self._processes.items()}
 
     @property
@@ -83,6 +90,18 @@ class VirtualDevice:
         """What a process wrote to its standard output and error so far."""
         file = self.root / "log" / f"{process}.txt"
         return file.read_text(errors="replace") if file.exists() else ""
+
+    def hwinfo(self, *arguments):
+        """What the hwinfo tool prints about this device's card and register, for example hwinfo("set", "k=7").
+
+        Raises DeviceError with the tool's words when it fails.
+        """
+        command = [str(self.build / "bin" / "hwinfo"), *arguments]
+        result = subprocess.run(command, env=self.environment(), stdin=subprocess.DEVNULL, capture_output=True,
+                                text=True, check=False)
+        if result.returncode != 0:
+            raise DeviceError(result.stderr)
+        return result.stdout
 
     def environment(self):
         """The environment in which a program is a process of this device."""
@@ -108,9 +127,12 @@ class VirtualDevice:
         """Starts all parts and returns when each is ready. A failure ends those that run and raises DeviceError."""
         try:
             self._make_folders()
-            self._start_broker()
+            self.hwinfo("create", *FACTORY_VALUES)
+            self.start_broker()
             if self._simulation is not None:
                 self.start_simulation(*self._simulation)
+            if self._display is not None:
+                self.start_display(*self._display)
             if self._with_service:
                 self.start_service()
             if self._with_nginx:
@@ -151,6 +173,10 @@ class VirtualDevice:
         program = self.build / "bin" / "device-simulation"
         self._run("simulation", [program, *arguments], lambda: "ready\n" in self.output("simulation"))
 
+    def start_display(self, *arguments):
+        program = self.build / "bin" / "device-display"
+        self._run("display", [program, *arguments], lambda: "ready\n" in self.output("display"))
+
     def start_service(self):
         self._run("service", [self.build / "bin" / "webservice"], lambda: is_listening(self.fcgi_port))
 
@@ -162,7 +188,7 @@ class VirtualDevice:
         self._run("nginx", [nginx, "-p", folder, "-c", config, "-e", folder / "error.log"],
                   lambda: is_listening(self.http_port), environment=dict(os.environ))
 
-    def _start_broker(self):
+    def start_broker(self):
         semaphore = SHARED_MEMORY / f"sem.{self.name}message-broker-ready"
         self._run("broker", [self.build / "bin" / "message-broker"], semaphore.exists)
 
@@ -173,6 +199,8 @@ class VirtualDevice:
         for folder in FOLDERS:
             self.path(folder).mkdir(parents=True)
         self.path("/dev/kmsg").touch()
+        make_framebuffer(self.path("/dev"), *self._screen)
+        make_devices(self.path("/dev"))
 
     def _run(self, name, command, is_ready, environment=None):
         """Starts a process and waits until it is ready."""

@@ -1,10 +1,13 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/event/serverconnection.h"
+#include "device/simulation/accessorybus.h"
+#include "device/simulation/accessoryupdater.h"
 #include "device/simulation/battery.h"
 #include "device/simulation/camera.h"
 #include "device/simulation/content.h"
 #include "device/simulation/devicememories.h"
+#include "device/simulation/hostupdater.h"
 #include "device/simulation/lensaxis.h"
 #include "device/simulation/optics.h"
 #include "device/simulation/options.h"
@@ -56,6 +59,9 @@ void addUsualActivity(Scene& scene) {
     add<Battery>(scene, 1000);
     add<Radio>(scene, 500);
     add<Settings>(scene, 1000);
+    add<HostUpdater>(scene, 2 * FRAME_MS);
+    add<AccessoryUpdater>(scene, 2 * FRAME_MS);
+    add<AccessoryBus>(scene, 1000, "Lens Data Display", 880213);
 }
 
 void fillScene(Scene& scene, const Options& options) {

@@ -10,7 +10,7 @@ FLOORS = {
     "apps/web/service/main.cpp": 5,
     "apps/web/service/": 4,
     **{f"apps/web/service/{name}": 3 for name in
-       ("descriptor", "fcgi", "receivebuffer", "request.", "sendall", "unserved")},
+       ("descriptor", "fcgi", "receivebuffer", "request.", "requeststream", "sendall", "textstream", "unserved")},
     "apps/gui/common/": 3,
     "apps/libs/lhwinfo/": 3,
     "gen/code/": 2,

@@ -1,0 +1,113 @@
+#include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/event/eventpoll.h"
+#include "apps/common/sharedmemory/sharedmemory.h"
+#include "apps/gui/common/fb-linux.h"
+#include "device/display/framestamp.h"
+#include "device/display/screen.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <list>
+#include <optional>
+#include <stdexcept>
+
+namespace {
+
+constexpr int BUFFERS = 3;
+constexpr int USUAL_INTERVAL_MS = 50;
+constexpr const char* USAGE = "usage: device-display [--interval MS]";
+
+/// The memories that the device's other processes keep.
+class Memories {
+public:
+    Memories() {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+            SharedMemory& segment = segments_.emplace_back(memory.name, memory.size);
+            segment.open();
+            *memory.basePointer = segment.address();
+        }
+    }
+
+private:
+    std::list<SharedMemory> segments_;
+};
+
+/// Puts the readings on the display, each in a frame of its own. Nothing is drawn while nothing changes.
+class Display {
+public:
+    Display() : framebuffer_("/dev/fb0", BUFFERS) { framebuffer_.init(); }
+
+    void update() {
+        const Reading reading = reader_.read();
+        if (reading != shown_) {
+            show(reading);
+            shown_ = reading;
+        }
+    }
+
+private:
+    /// The frame is drawn right before it is shown: whoever still reads the one that leaves the display has
+    /// almost two intervals until it is drawn over.
+    void show(const Reading& reading) {
+        unsigned char* const pixels = framebuffer_.backbufferAddress();
+        const auto width = static_cast<int>(framebuffer_.width());
+        const auto height = static_cast<int>(framebuffer_.height());
+        if (pixels == nullptr) {
+            throwError(__FILE__, __LINE__, "The video memory does not hold %i buffers", BUFFERS);
+        }
+        Canvas canvas(pixels, width, height);
+        screen_.draw(canvas, reading);
+        stampFrame(pixels, width, height, ++number_);
+        framebuffer_.waitVSync();
+        framebuffer_.show();
+    }
+
+    FbLinux framebuffer_;
+    Reader reader_;
+    Screen screen_;
+    std::optional<Reading> shown_;
+    std::uint32_t number_ = 0;
+};
+
+int intervalIn(int count, char* const* arguments) {
+    if (count == 1) {
+        return USUAL_INTERVAL_MS;
+    }
+    const int interval =
+        count == 3 && std::strcmp(arguments[1], "--interval") == 0 ? std::atoi(arguments[2]) : 0;
+    if (interval <= 0) {
+        throw std::runtime_error(USAGE);
+    }
+    return interval;
+}
+
+void run(int intervalMs) {
+    const Memories memories;
+    const VariableDescriptor& level = Variable("AppGuiLogLevel").row();
+    gComponentLogLevel = reinterpret_cast<gen::LogLevel*>(*level.memory + level.location);
+    EventPoll poll;
+    Display display;
+    display.update();
+    std::puts("ready");
+    std::fflush(stdout);
+    poll.setTimer(intervalMs);
+    for (int result = 0; result != EventPoll::TERMINATE; result = poll.wait(-1, false)) {
+        if (result == EventPoll::TICK) {
+            display.update();
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        run(intervalIn(argc, argv));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/mman.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+/// A file in memory that stands for a device. Empty at first, and zero up to its size.
+class Image {
+public:
+    explicit Image(off_t size) : fd_(memfd_create("image", MFD_CLOEXEC)) {
+        path_ = "/proc/self/fd/" + std::to_string(fd_);
+        if (ftruncate(fd_, size) < 0) {
+            path_.clear();
+        }
+    }
+    ~Image() { close(fd_); }
+    Image(const Image&) = delete;
+    Image& operator=(const Image&) = delete;
+
+    int fd() const { return fd_; }
+    const char* path() const { return path_.c_str(); }
+
+    std::string read(off_t at, std::size_t size) const {
+        std::string bytes(size, '?');
+        const ssize_t count = pread(fd_, bytes.data(), size, at);
+        bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+        return bytes;
+    }
+    void write(off_t at, const std::string& bytes) const {
+        if (pwrite(fd_, bytes.data(), bytes.size(), at) < 0) {
+            close(fd_);
+        }
+    }
+
+private:
+    int fd_;
+    std::string path_;
+};
+
+/// The bytes of a number, least significant first.
+inline std::string word(std::uint32_t number) {
+    std::string bytes;
+    for (int shift = 0; shift < 32; shift += 8) {
+        bytes.push_back(static_cast<char>(number >> shift));
+    }
+    return bytes;
+}
+
+/// The checksum of a block's bytes behind its header, bit by bit.
+inline std::uint32_t checksumOf(const std::string& bytes) {
+    std::uint32_t sum = 0xFFFFFFFF;
+    for (const char byte : bytes) {
+        sum ^= std::uint32_t{static_cast<unsigned char>(byte)} << 24;
+        for (int bit = 0; bit < 8; ++bit) {
+            sum = (sum & 0x80000000) != 0 ? (sum << 1) ^ 0x04C11DB7 : sum << 1;
+        }
+    }
+    return sum;
+}
+
+/// A block of `length` bytes with a header that matches; `data` is filled up with zero bytes.
+inline std::string validBlock(std::uint32_t version, std::uint32_t length, std::string data) {
+    data.resize(length - 12);
+    return word(version) + word(length) + word(checksumOf(data)) + data;
+}
