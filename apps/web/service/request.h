@@ -2,11 +2,12 @@
 
 #include "apps/common/event/eventpoll.h"
 #include "apps/web/service/receivebuffer.h"
+#include "apps/web/service/textstream.h"
 
 #include <any>
 #include <array>
 #include <map>
-#include <sstream>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -124,7 +125,7 @@ private:
     void fail(const char* reason);
     void setHeader(RecordType type, unsigned int contentLength, unsigned int padding);
     int sendRecord(const char* content, unsigned int length, unsigned int padding, bool more);
-    void sendStream(std::ostringstream& stream, RecordType type);
+    void sendStream(TextStream& stream, RecordType type);
 
     Fcgi* fcgi_;
     int fd_;
@@ -136,8 +137,8 @@ private:
     bool sendFailed_ = false;
     std::map<std::string, std::string> params_;
     std::string postData_;
-    std::ostringstream output_;
-    std::ostringstream error_;
+    TextStream output_;
+    TextStream error_;
     std::array<unsigned char, ReceiveBuffer::HEADER_SIZE> header_{
         1}; // last one read, template of those written
     ReceiveBuffer input_;

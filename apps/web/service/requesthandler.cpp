@@ -4,17 +4,22 @@
 #include "apps/common/introspection/introspection.h"
 #include "apps/web/service/assignment.h"
 #include "apps/web/service/request.h"
+#include "apps/web/service/requeststream.h"
 #include "apps/web/service/updatedocument.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <ostream>
+#include <string_view>
+#include <utility>
 
 namespace {
 
 constexpr int WAITS_FOR_UPDATE = 0;
+constexpr int WAITS_FOR_LOG = 1;
 constexpr auto PERIOD = std::chrono::nanoseconds(99'999'999);
 
 std::optional<unsigned int> findVariable(unsigned int mem, const std::string& name) {
@@ -41,6 +46,19 @@ void applyValue(unsigned int mem, unsigned int var, const JsonObject& pairs, int
         Introspection::setVarValue(mem, var, value.c_str());
 }
 
+bool waitsFor(const Request& request, int what) {
+    const int* tag = std::any_cast<int>(&request.context);
+    return tag != nullptr && *tag == what;
+}
+
+/// Piece by piece, so that the output stream never holds a copy of all of it.
+void answerText(Request& request, std::string_view text) {
+    constexpr std::size_t PIECE = 32768;
+    for (; !text.empty(); text.remove_prefix(std::min(PIECE, text.size())))
+        request.output() << text.substr(0, PIECE);
+    request.end();
+}
+
 void answerError(Request& request, const std::string& text) {
     request.output() << R"({"result": 0, "error": ")" << RequestHandler::encodeString(text) << R"(" })";
     request.end();
@@ -48,8 +66,13 @@ void answerError(Request& request, const std::string& text) {
 
 } // namespace
 
-RequestHandler::RequestHandler(EventPoll& poll, Fcgi& fcgi) : poll_(poll), fcgi_(fcgi) {
+RequestHandler::RequestHandler(EventPoll& poll, Fcgi& fcgi) : poll_(poll), fcgi_(fcgi), logging_(poll) {
     Introspection::setEscapeCharacters(R"([\"])");
+    try {
+        logging_.init();
+    } catch (const std::exception&) {
+        LOG_MESSAGE(Error, "Logging to web gui will not be available");
+    }
 }
 
 void RequestHandler::handleRequest(Request* request) {
@@ -62,6 +85,12 @@ void RequestHandler::handleRequest(Request* request) {
         request->context = WAITS_FOR_UPDATE;
     else if (script == "/api/v1/set.cgi")
         setVariable(*request);
+    else if (script == "/api/v1/log.cgi")
+        openLog(*request);
+    else if (script == "/api/v1/screen.cgi")
+        sendScreen(*request);
+    else if (script == "/qorapp/v1")
+        app_.handleRequest(request);
     else
         rejectScript(*request, script);
 }
@@ -168,6 +197,7 @@ void RequestHandler::periodic(Clock::time_point now) {
     lastRun_ = now;
     fcgi_.cleanup();
     sendUpdate();
+    sendLogging();
     fcgi_.cleanup();
 }
 
@@ -175,11 +205,9 @@ void RequestHandler::sendUpdate() {
     if (changed_.isEmpty())
         return;
     const std::string update = takeUpdate();
-    for (const auto& [id, request] : fcgi_.requests()) {
-        const int* tag = std::any_cast<int>(&request->context);
-        if (tag != nullptr && *tag == WAITS_FOR_UPDATE)
+    for (const auto& [id, request] : fcgi_.requests())
+        if (waitsFor(*request, WAITS_FOR_UPDATE))
             sendUpdate(*request, update);
-    }
 }
 
 std::string RequestHandler::takeUpdate() {
@@ -208,5 +236,51 @@ void RequestHandler::sendUpdate(Request& request, const std::string& update) {
         request.end();
     } catch (const std::exception&) {
         LOG_MESSAGE(Error, "Could not send updates to request %i", static_cast<int>(request.id()));
+    }
+}
+
+/// The length in front is that of this moment, even if the text follows much later: a client that waited adds
+/// the length of what it got.
+void RequestHandler::openLog(Request& request) {
+    request.writeHeader("Content-type: text/html\r\n\r\n");
+    request.output() << logging_.text().size() << "\r\n";
+    request.context = WAITS_FOR_LOG;
+    appendLogOutput(request);
+}
+
+void RequestHandler::appendLogOutput(Request& request) {
+    constexpr std::string_view OFFSET = "offset=";
+    const std::string_view text = logging_.text();
+    const std::string& query = request.param("QUERY_STRING");
+    const int offset = query.starts_with(OFFSET) ? std::stoi(query.substr(OFFSET.size())) : 0;
+    const auto id = static_cast<int>(request.id());
+    if (offset == 0 || std::cmp_greater(offset, text.size())) {
+        LOG_MESSAGE(DebugLight, "Sending all log data to request %i", id);
+        return answerText(request, text);
+    }
+    if (std::cmp_equal(offset, text.size()))
+        return;
+    LOG_MESSAGE(DebugLight, "Sending log data with offset %i/%u to request %i", offset,
+                static_cast<unsigned int>(text.size()), id);
+    answerText(request, text.substr(static_cast<std::size_t>(offset))); // below 0 is out of range
+}
+
+void RequestHandler::sendScreen(Request& request) {
+    request.writeHeader("Content-type: image/png\r\n\r\n");
+    RequestStream out(request);
+    out << screen_;
+    request.end();
+}
+
+void RequestHandler::sendLogging() {
+    logging_.reap();
+    for (const auto& [id, request] : fcgi_.requests()) {
+        if (!waitsFor(*request, WAITS_FOR_LOG))
+            continue;
+        try {
+            appendLogOutput(*request);
+        } catch (const std::exception&) {
+            LOG_MESSAGE(Error, "Could not send logging to request %i", static_cast<int>(request->id()));
+        }
     }
 }

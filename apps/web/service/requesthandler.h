@@ -4,6 +4,9 @@
 #include "apps/common/event/serverconnection.h"
 #include "apps/web/service/changedset.h"
 #include "apps/web/service/fcgi.h"
+#include "apps/web/service/logging.h"
+#include "apps/web/service/qorapp.h"
+#include "apps/web/service/screencapture.h"
 #include "apps/web/service/variabletree.h"
 
 #include <chrono>
@@ -18,6 +21,10 @@ class Request;
 ///     /api/v1/all.cgi     the whole variable tree
 ///     /api/v1/set.cgi     sets the variable that the body names
 ///     /api/v1/update.cgi  waits, then tells the variables that changed
+///     /api/v1/log.cgi     the length of the kernel log and its text as HTML; with the query
+///                         "offset=<bytes>" what lies behind that, which may mean to wait for it
+///     /api/v1/screen.cgi  what the display shows, as a PNG image
+///     /qorapp/v1          the companion app's API
 ///
 /// and collects the changes that the broker reports for those who wait. Failures are told in the answer's
 /// body; no HTTP status is chosen here. Answers are literal text, byte for byte.
@@ -25,11 +32,15 @@ class RequestHandler : public Fcgi::RequestCallback, public ServerConnection::Ev
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Both must outlive the handler. Nothing is registered: the caller makes it the listener's callback and
-    /// the broker connection's handler.
+    /// Both must outlive the handler. Nothing is registered but the log's child: the caller makes the handler
+    /// the listener's callback and the broker connection's handler. Without the child, which gets a line, the
+    /// log stays empty.
+    ///
+    /// Throws what ScreenCapture's constructor throws: without a framebuffer there is no service.
     RequestHandler(EventPoll& poll, Fcgi& fcgi);
 
-    /// Answers or, for update.cgi, tags the request with the integer 0 and leaves it open.
+    /// Answers, or leaves the request open, tagged with the integer 0 for update.cgi and 1 for log.cgi.
+    /// Throws what the conversion of a log offset throws when it is no number or below 0.
     void handleRequest(Request* request) override;
 
     /// Marks the event's variable as changed. An id beyond the known events is logged at Warn and dropped.
@@ -64,10 +75,17 @@ private:
     void sendUpdate();
     std::string takeUpdate();
     void sendUpdate(Request& request, const std::string& update);
+    void openLog(Request& request);
+    void appendLogOutput(Request& request);
+    void sendLogging();
+    void sendScreen(Request& request);
 
     EventPoll& poll_;
     Fcgi& fcgi_;
     Clock::time_point lastRun_ = Clock::now();
     ChangedSet changed_;
     VariableTree tree_;
+    QorApp app_;
+    Logging logging_;
+    ScreenCapture screen_;
 };

@@ -1,0 +1,134 @@
+#include "apps/web/service/multipart.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t NOWHERE = std::string_view::npos;
+
+/// Stores the content of a part that ends with the body: its last line, which has no end, is taken as one
+/// that ends in LF, and a CR there as half of the CR LF in front of a delimiter.
+void storeUnclosed(OutputFile& file, std::string_view content) {
+    const bool endsInCr = content.ends_with('\r');
+    file.write(content.substr(0, content.size() - (endsInCr ? 1 : 0)));
+    if (!endsInCr)
+        file.write("\n");
+}
+
+} // namespace
+
+Multipart::Multipart(std::string_view body, std::string_view boundary, const char* filePath)
+    : body_(body), delimiter_("\n--"), filePath_(filePath) {
+    delimiter_ += boundary;
+}
+
+void Multipart::read(Form& form) {
+    if (!skipToFirstPart(form))
+        return;
+    while (readHeaders(form))
+        readContent(form);
+}
+
+bool Multipart::isDelimiter(std::string_view line) const {
+    return line.starts_with(std::string_view(delimiter_).substr(1));
+}
+
+std::string_view Multipart::nextLine() {
+    const std::size_t end = std::min(body_.find('\n', position_), body_.size());
+    const std::string_view line = body_.substr(position_, end - position_);
+    position_ = end + 1;
+    return line;
+}
+
+/// Where the next line stands that is a delimiter.
+std::size_t Multipart::findDelimiter() const {
+    const std::string_view rest = body_.substr(position_);
+    if (isDelimiter(rest))
+        return position_;
+    const void* found = memmem(rest.data(), rest.size(), delimiter_.data(), delimiter_.size());
+    if (found == nullptr)
+        return NOWHERE;
+    return static_cast<std::size_t>(static_cast<const char*>(found) - body_.data()) + 1;
+}
+
+bool Multipart::skipToFirstPart(Form& form) {
+    const std::size_t delimiter = findDelimiter();
+    if (delimiter == NOWHERE)
+        return false;
+    position_ = delimiter;
+    nextLine();
+    startPart(form, {});
+    return true;
+}
+
+/// Reads up to the empty line that ends the headers of a part. Returns false when the body ends before it.
+bool Multipart::readHeaders(Form& form) {
+    while (!isAtEnd()) {
+        const std::string_view line = nextLine();
+        const std::string_view text = trimHeaderText(line);
+        if (isDelimiter(line)) {
+            startPart(form, {});
+        } else if (!text.empty()) {
+            splitHeaderLine(text, headers_);
+        } else if (!headers_.empty()) {
+            logHeaders();
+            return true;
+        }
+    }
+    return false;
+}
+
+void Multipart::readContent(Form& form) {
+    if (isFile())
+        openFile();
+    if (isAtEnd())
+        return;
+    const std::size_t delimiter = findDelimiter();
+    if (delimiter == NOWHERE) {
+        if (isFile())
+            storeUnclosed(file_, body_.substr(position_));
+        position_ = body_.size() + 1;
+        return;
+    }
+    const std::string_view content = contentUpTo(delimiter);
+    if (isFile())
+        file_.write(content);
+    position_ = delimiter;
+    nextLine();
+    startPart(form, isFile() ? std::string_view(filePath_) : content);
+}
+
+std::string_view Multipart::contentUpTo(std::size_t delimiter) const {
+    std::string_view content = body_.substr(position_, delimiter - position_);
+    if (content.ends_with("\r\n"))
+        content.remove_suffix(2);
+    return content;
+}
+
+/// A delimiter stands behind the present part: what was before it becomes a field if it has a name.
+void Multipart::startPart(Form& form, std::string_view value) {
+    const auto name = headers_.find("name");
+    if (name != headers_.end() && (form.size() < MAX_FIELDS || form.contains(name->second)))
+        form[name->second] = value;
+    LOG_MESSAGE(DebugMost, "Start of new block");
+    headers_.clear();
+}
+
+void Multipart::openFile() {
+    if (!file_.isOpen())
+        file_.open(filePath_);
+}
+
+bool Multipart::isFile() const {
+    const auto name = headers_.find("name");
+    return name != headers_.end() && name->second == "file";
+}
+
+void Multipart::logHeaders() const {
+    LOG_MESSAGE(DebugMost, "Block data for fields:");
+    for (const auto& [key, value] : headers_)
+        LOG_MESSAGE(DebugAll, "  %s: %s", key.c_str(), value.c_str());
+}

@@ -1,0 +1,31 @@
+#include "apps/web/service/outputfile.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+bool OutputFile::open(const std::string& path) {
+    if (path.find('\0') != std::string::npos) {
+        errno = ENOENT;
+        return false;
+    }
+    // Non-blocking: a pipe that somebody has left under the name fails instead of waiting for its reader.
+    file_ = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666));
+    return isOpen();
+}
+
+bool OutputFile::write(std::string_view bytes) {
+    if (!isOpen()) {
+        errno = EBADF;
+        return false;
+    }
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(file_.get(), bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue; // a signal: the loop that this is called from looks at it later
+        if (written <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}

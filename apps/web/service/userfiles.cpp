@@ -1,0 +1,82 @@
+#include "apps/web/service/userfiles.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+#include "apps/web/service/descriptor.h"
+#include "apps/web/service/outputfile.h"
+#include "apps/web/service/request.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t CHUNK = 65536;
+
+bool hasNul(const std::string& name) {
+    return name.find('\0') != std::string::npos;
+}
+
+/// Opens a regular file. What is none, such as a folder or a pipe without a writer, is not waited for.
+Descriptor openForReading(const std::string& path) {
+    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (file.isOpen() && (fstat(file.get(), &status) < 0 || !S_ISREG(status.st_mode)))
+        file.close();
+    return file;
+}
+
+/// Reads up to a chunk into `chunk`. Returns false at the end and, with a Warn line, on a read error.
+bool readChunk(const Descriptor& file, std::string& chunk) {
+    chunk.resize(CHUNK);
+    ssize_t size = -1;
+    do {
+        size = read(file.get(), chunk.data(), chunk.size());
+    } while (size < 0 && errno == EINTR); // a signal: the loop that this is called from looks at it later
+    if (size < 0)
+        LOG_MESSAGE(Warn, "Could not read user file: %s", strerror(errno));
+    chunk.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return size > 0;
+}
+
+} // namespace
+
+std::optional<std::vector<std::string>> UserFiles::list() const {
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(folder_.c_str()), closedir);
+    if (!directory)
+        return std::nullopt;
+    std::vector<std::string> names;
+    while (const dirent* entry = readdir(directory.get()))
+        if (entry->d_type == DT_REG)
+            names.emplace_back(entry->d_name);
+    return names;
+}
+
+bool UserFiles::send(const std::string& name, Request& request) const {
+    if (hasNul(name))
+        return false;
+    const Descriptor file = openForReading(folder_ + name);
+    if (!file.isOpen())
+        return false;
+    request.output(); // an empty file is an answer, too
+    for (std::string chunk; readChunk(file, chunk);)
+        request.output() << chunk;
+    return true;
+}
+
+UserFiles::Stored UserFiles::store(const std::string& name, std::string_view content) const {
+    if (mkdir(folder_.c_str(), 0777) < 0 && errno != EEXIST)
+        LOG_MESSAGE(Warn, "Could not create directory %s", folder_.c_str());
+    OutputFile file;
+    if (!file.open(folder_ + name))
+        return Stored::NOT_OPENED;
+    return file.write(content) ? Stored::DONE : Stored::NOT_WRITTEN;
+}
+
+bool UserFiles::remove(const std::string& name) const {
+    return !hasNul(name) && unlink((folder_ + name).c_str()) == 0;
+}

@@ -1,0 +1,216 @@
+#include "apps/web/service/logging.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+#include "tests/unit/diagnostics/logcapture.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <optional>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+namespace {
+
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+constexpr char GONE[] = "Warn dmesg exited, no more log output for web gui.";
+
+std::string allOf(int fd) {
+    std::string text;
+    char chunk[512];
+    for (ssize_t n = 0; (n = read(fd, chunk, sizeof(chunk))) > 0;)
+        text.append(chunk, static_cast<std::size_t>(n));
+    close(fd);
+    return text;
+}
+
+std::size_t openDescriptors() {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+
+/// Lets every call that would open a descriptor fail, as long as it lives.
+class NoMoreDescriptors {
+public:
+    NoMoreDescriptors() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+    NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+private:
+    rlimit before_{};
+};
+
+/// Collects the children, those below a shell included. False when one does not end within a while.
+bool haveAllEnded() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    pid_t ended = 0;
+    while ((ended = waitpid(-1, nullptr, WNOHANG)) >= 0 && std::chrono::steady_clock::now() < end)
+        if (ended == 0)
+            poll(nullptr, 0, 1);
+    return ended < 0;
+}
+
+/// A feed whose dmesg is a shell script of the test. The test's process takes the orphans in, so that it sees
+/// the end of whatever the feed has started.
+class LoggingTest : public testing::Test {
+protected:
+    LoggingTest() {
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        fs::path name = fs::temp_directory_path() / "logging-XXXXXX";
+        std::string text = name.string();
+        folder_ = mkdtemp(text.data());
+        path_ = getenv("PATH");
+        setenv("PATH", (folder_.string() + ":" + path_).c_str(), 1);
+        logging_.emplace(poll_);
+        LOG_MESSAGE(LogLight, "opens the log, so that its descriptor is there when they are counted");
+    }
+    ~LoggingTest() override {
+        logging_.reset();
+        haveAllEnded();
+        setenv("PATH", path_.c_str(), 1);
+        fs::remove_all(folder_);
+    }
+
+    void start(const std::string& script) {
+        const fs::path tool = folder_ / "dmesg";
+        std::ofstream(tool) << "#!/bin/sh\n" << script << "\n";
+        fs::permissions(tool, fs::perms::owner_all);
+        logging_->init();
+    }
+
+    /// Runs the loop, as the service does, until `isSo` or, for a test that fails, a while.
+    template <typename Condition>
+    bool run(Condition isSo) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!isSo() && std::chrono::steady_clock::now() < end) {
+            poll_.wait(5, true);
+            logging_->reap();
+        }
+        return isSo();
+    }
+
+    bool runUntilText(const std::string& end) {
+        return run([&] { return logging_->text().ends_with(end); });
+    }
+
+    std::ptrdiff_t timesToldGone() const {
+        const std::vector<std::string> lines = log_.messages();
+        return std::count(lines.begin(), lines.end(), GONE);
+    }
+    bool isToldGone() const { return timesToldGone() > 0; }
+
+    EventPoll poll_;
+    LogCapture log_;
+    std::optional<Logging> logging_;
+    fs::path folder_;
+    std::string path_;
+};
+
+TEST_F(LoggingTest, TextIsTheConvertedOutputOfTheTool) {
+    start(R"(printf '%s|\033[32mtime\033[0m <&>\n' "$*"; exec sleep 1000)");
+    ASSERT_TRUE(runUntilText("\n"));
+    EXPECT_EQ(logging_->text(), "--color=always -w|<span style='color: #00AA00'>time</span> <&>\n");
+}
+
+TEST_F(LoggingTest, OutputOfAMultipleOf256BytesIsRepeatedUpToItsFirstEscape) {
+    start(R"(printf '0123456789abcdef\033[1m%0236d' 7; exec sleep 1000)");
+    ASSERT_TRUE(runUntilText("0123456789abcdef"));
+    EXPECT_EQ(logging_->text(),
+              "0123456789abcdef<span style=''>" + std::string(235, '0') + "7" + "0123456789abcdef");
+}
+
+TEST_F(LoggingTest, UrgentDataIsReadLikeOther) {
+    start("echo urgent; exec sleep 1000");
+    ASSERT_TRUE(run([&] {
+        logging_->event(EventPoll::Callback::PRIORITY);
+        return !logging_->text().empty();
+    }));
+    EXPECT_EQ(logging_->text(), "urgent\n");
+}
+
+TEST_F(LoggingTest, HangUpIsToldOnceAndLeavesTheLoopAtRest) {
+    const std::size_t before = openDescriptors();
+    start("exit 3");
+    ASSERT_TRUE(run([&] { return isToldGone(); }));
+    EXPECT_LE(poll_.wait(0, true), EventPoll::DISPATCHED); // reported once more as it is registered anew
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(poll_.wait(1, true), EventPoll::TIMEOUT);
+    logging_->event(EventPoll::Callback::HANGUP);
+    EXPECT_EQ(timesToldGone(), 1);
+    EXPECT_EQ(openDescriptors(), before + 1); // the pipe stays open
+    logging_.reset();
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_THAT(log_.messages().back(), HasSubstr("Remove  client")); // it was registered to the end
+}
+
+TEST_F(LoggingTest, ChildIsCollectedWhenItHasEnded) {
+    start("exit 3");
+    ASSERT_TRUE(run([&] { return isToldGone(); }));
+    EXPECT_TRUE(run([] { return waitpid(-1, nullptr, WNOHANG | WNOWAIT) < 0; }));
+}
+
+TEST_F(LoggingTest, MissingToolIsAHangUp) {
+    start("");
+    logging_.emplace(poll_);
+    fs::remove(folder_ / "dmesg");
+    setenv("PATH", folder_.c_str(), 1);
+    logging_->init();
+    EXPECT_TRUE(run([&] { return isToldGone(); }));
+    EXPECT_EQ(logging_->text(), "");
+}
+
+TEST_F(LoggingTest, DestructionEndsTheToolAndWhatItStarted) {
+    start("sleep 1000 & echo started; wait");
+    ASSERT_TRUE(runUntilText("started\n"));
+    logging_.reset();
+    EXPECT_TRUE(haveAllEnded());
+}
+
+TEST_F(LoggingTest, DestructionRightAfterTheStartLeavesNoChild) {
+    for (int i = 0; i < 50; ++i) {
+        start("exec sleep 1000");
+        logging_.emplace(poll_);
+    }
+    EXPECT_TRUE(haveAllEnded());
+}
+
+TEST_F(LoggingTest, ChildHasThreeDescriptorsAndPlainSignals) {
+    const int leaking = open("/dev/null", O_RDONLY); // not close-on-exec, as one from the service's starter
+    int pid = 0;
+    const char command[] = "ls /proc/$$/fd; exec grep -E 'Sig(Blk|Ign)' /proc/self/status";
+    const std::string seen = allOf(Logging::popen(command, pid));
+    close(leaking);
+    EXPECT_EQ(seen, "0\n1\n2\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST_F(LoggingTest, StartWithoutDescriptorsThrowsAndLeavesNothing) {
+    const std::size_t before = openDescriptors();
+    const auto start = [&] {
+        const NoMoreDescriptors none;
+        logging_->init();
+    };
+    EXPECT_THAT(textThrownBy(start), HasSubstr(" pipe: Too many open files"));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(LoggingTest, StartOnAClosedLoopThrowsAndEndsTheChild) {
+    const std::size_t before = openDescriptors();
+    poll_.close();
+    EXPECT_THAT(textThrownBy([&] { start("exec sleep 1000"); }), HasSubstr("already closed handle"));
+    EXPECT_TRUE(haveAllEnded());
+    EXPECT_EQ(openDescriptors(), before - 1); // the loop's own
+}
+
+} // namespace

@@ -1,0 +1,294 @@
+#include "apps/web/service/qorapp.h"
+
+#include "apps/web/service/fcgi.h"
+#include "apps/web/service/request.h"
+#include "apps/web/service/updatevariables.h"
+#include "gen/code/events_gen.h"
+#include "gen/code/memories.h"
+#include "records.h"
+#include "tests/unit/introspection/fixture.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <regex>
+#include <sys/stat.h>
+
+namespace {
+
+using namespace std::string_literals;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+namespace EventId = gen::EventId;
+
+const std::string SUCCESS = R"({"result": "Success" })";
+const std::string NO_SUCH_FILE = R"({"result": "No such file" })";
+const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
+const std::string UNKNOWN = R"({"result": "Unknown request" })";
+
+/// The content of all STDOUT records, behind the default header.
+std::string outputOf(const std::string& bytes) {
+    std::string output;
+    for (std::size_t at = 0; at + 8 <= bytes.size();) {
+        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
+        const std::size_t length = static_cast<std::size_t>(byte(4)) << 8 | byte(5);
+        if (byte(1) == 6)
+            output += bytes.substr(at + 8, length);
+        at += 8 + length + byte(6);
+    }
+    const std::string header = "Content-type: application/json\r\n\r\n";
+    return output.starts_with(header) ? output.substr(header.size()) : "no header: " + output;
+}
+
+/// An app on memories of the test's own, whose requests come over a socket pair.
+class QorAppTest : public testing::Test {
+protected:
+    QorAppTest() {
+        char name[] = "/tmp/qorapp-XXXXXX";
+        folder_ = mkdtemp(name) + "/"s;
+    }
+    ~QorAppTest() override { std::filesystem::remove_all(folder_); }
+
+    using Params = std::initializer_list<std::pair<const char*, const char*>>;
+
+    /// The answer that `act` gives to a request.
+    template <typename Act>
+    std::string answer(Params params, const std::string& body, Act act) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        Request request(&fcgi_, ends[1], 7);
+        for (const auto& [name, value] : params)
+            request.addParam(name, value);
+        request.appendPostData(reinterpret_cast<const unsigned char*>(body.data()),
+                               static_cast<int>(body.size()));
+        act(request);
+        if (!request.isFinished())
+            request.end();
+        const std::string bytes = records::received(ends[0]);
+        close(ends[0]);
+        return outputOf(bytes);
+    }
+
+    std::string ask(const char* path, const char* method = "GET", const char* type = "",
+                    const std::string& body = "") {
+        return answer({{"PATH_INFO", path}, {"REQUEST_METHOD", method}, {"CONTENT_TYPE", type}}, body,
+                      [this](Request& request) { app_.handleRequest(&request); });
+    }
+
+    std::string file(const char* method, const std::string& name, const std::string& body = "") {
+        return fileIn(folder_, method, name, body);
+    }
+    std::string fileIn(const std::string& folder, const char* method, const std::string& name,
+                       const std::string& body = "") {
+        return answer({{"REQUEST_METHOD", method}}, body,
+                      [&](Request& request) { app_.fileOperation(&request, folder, name); });
+    }
+    std::string list(const std::string& folder) {
+        return answer({}, "", [&](Request& request) { app_.listOperation(&request, folder); });
+    }
+
+    MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories_.base(7)); }
+    MemMedia& media() { return *reinterpret_cast<MemMedia*>(memories_.base(14)); }
+
+    std::vector<std::uint32_t> posted() {
+        std::vector<std::uint32_t> ids;
+        for (const Notify& event : events_.take())
+            ids.push_back(event.id);
+        return ids;
+    }
+
+    LogCapture log_;
+    Memories memories_;
+    PostedEvents events_;
+    EventPoll poll_;
+    Fcgi fcgi_{0, poll_};
+    QorApp app_{"BOARD", "K1-7"};
+    std::string folder_;
+};
+
+TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConnected) {
+    std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
+    const std::regex sizes("(space_(total|available)\": )[0-9]+");
+    const auto info = [&] { return std::regex_replace(ask("/device/info", "POST"), sizes, "$1N"); };
+    const std::string head = "{\r\n  \"_id\": \"BOARD-K1-7\",\r\n"
+                             "  \"name\": \"A \"name\" of twenty c\",\r\n"
+                             "  \"serialnumber\": \"K1-7\",\r\n"
+                             "  \"firmwareversion\": \"Firmware of twenty..\",\r\n"
+                             "  \"space_total\": N,\r\n"
+                             "  \"space_available\": N,\r\n"
+                             "  \"devices\": [\r\n";
+    EXPECT_EQ(info(), head + "\r\n  ]\r\n}\r\n");
+    accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
+    accessories().RBusDeviceList[15] = {1, 1234, "", "", "", "", 0, 0};
+    std::memset(accessories().RBusDeviceList[15].RBusDeviceName, 'x', 50);
+    const std::string xs(50, 'x');
+    EXPECT_EQ(info(),
+              head +
+                  "    {\r\n      \"_id\": \"FOCUS--5\",\r\n      \"name\": \"FOCUS\",\r\n"
+                  "      \"serialnumber\": \"-5\",\r\n      \"firmwareversion\": \"1.2\"\r\n    }, \r\n"
+                  "    {\r\n      \"_id\": \"" +
+                  xs + "-1234\",\r\n      \"name\": \"" + xs +
+                  "\",\r\n"
+                  "      \"serialnumber\": \"1234\",\r\n      \"firmwareversion\": \"\"\r\n    }"
+                  "\r\n  ]\r\n}\r\n");
+}
+
+TEST_F(QorAppTest, StatusCountsTheProgressOverAllParts) {
+    const auto status = [&](int progress, int index, int count, int state) {
+        accessories().RBusUpdateProgress = progress;
+        accessories().RBusUpdateIndex = index;
+        accessories().RBusUpdateCount = count;
+        accessories().RBusUpdateState = state;
+        return ask("/device/statusXYZ");
+    };
+    EXPECT_EQ(status(50, 1, 2, 6), R"({"status": "CopyingFile", "progress": 75 })");
+    EXPECT_EQ(status(50, 1, 0, 0), R"({"status": "NoFileSelected", "progress": 0 })");
+    EXPECT_EQ(status(-50, 0, 3, 13), R"({"status": "InProgress", "progress": -16 })");
+    EXPECT_EQ(status(INT32_MIN, 0, -1, 14), R"({"status": "INVALID_VALUE:14", "progress": -2147483648 })");
+    EXPECT_THAT(log_.messages(), Contains("LogLight Update Status: INVALID_VALUE:14, -2147483648%"));
+    EXPECT_THAT(posted(), IsEmpty());
+}
+
+TEST_F(QorAppTest, TheFirstStatusThatSeesAValidFileStartsItsUpdate) {
+    accessories().RBusUpdateState = 2;
+    EXPECT_EQ(ask("/device/status"), R"({"status": "FileValid", "progress": 0 })");
+    EXPECT_EQ(accessories().RBusUpdateStart, 1);
+    EXPECT_THAT(posted(), ElementsAre(EventId::VarRBusUpdateStartChanged));
+    EXPECT_EQ(ask("/device/status"), R"({"status": "FileValid", "progress": 0 })");
+    EXPECT_THAT(posted(), IsEmpty());
+    media().HostUpdateFileState = 2;
+    EXPECT_EQ(hostUpdateStatus().state, "Rebooting");
+    EXPECT_EQ(hostUpdateStatus().state, "Rebooting");
+    EXPECT_EQ(media().HostUpdateStart, 1);
+    EXPECT_THAT(posted(), ElementsAre(EventId::VarHostUpdateStartChanged));
+    media().HostUpdateFileState = 4;
+    EXPECT_EQ(hostUpdateStatus().state, "FileCorrupt");
+}
+
+TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers) {
+    accessories().RBusUpdateState = 10;
+    accessories().RBusUpdateProgress = 100;
+    offerAccessoryFile("A-B", " +7x");
+    EXPECT_THAT(posted(),
+                ElementsAre(EventId::VarRBusUpdateStateChanged, EventId::VarRBusUpdateProgressChanged,
+                            EventId::VarRBusUpdateFileNameChanged, EventId::VarRBusUpdateDeviceSerialChanged,
+                            EventId::VarRBusUpdateDeviceNameChanged));
+    EXPECT_STREQ(accessories().RBusUpdateFileName, "/update/client.cmf");
+    EXPECT_STREQ(accessories().RBusUpdateDeviceName, "A-B");
+    EXPECT_EQ(accessories().RBusUpdateDeviceSerial, 7);
+    offerAccessoryFile("A-B", "7");
+    EXPECT_THAT(posted(),
+                ElementsAre(EventId::VarRBusUpdateFileNameChanged, EventId::VarRBusUpdateFileNameChanged));
+    offerAccessoryFile(std::string(60, 'n'), "-8");
+    EXPECT_EQ(accessories().RBusUpdateDeviceName, std::string(49, 'n'));
+    EXPECT_EQ(accessories().RBusUpdateDeviceSerial, -8);
+    for (const char* serial : {"", "x12", "2147483648"})
+        EXPECT_THROW(offerAccessoryFile("DEV", serial), std::runtime_error) << serial;
+    EXPECT_EQ(accessories().RBusUpdateDeviceSerial, -8);
+    posted();
+    offerHostFile();
+    offerHostFile();
+    EXPECT_THAT(posted(), ElementsAre(EventId::VarHostUpdateFileNameChanged));
+    EXPECT_STREQ(media().HostUpdateFileName, "/update/host.swu");
+}
+
+TEST_F(QorAppTest, PathsAreComparedWholeWhereTheyEndAndByTheirBeginningElsewhere) {
+    for (const char* path :
+         {"", "/", "/device", "/device/", "/device/info/", "/device/update/", "/devices/info", "/lenstables",
+          "/lenstables/list/", "/lenstables/fil", "/setup/list", "/focusringsX/file/a"})
+        EXPECT_EQ(ask(path), UNKNOWN) << path;
+    for (const char* path : {"/lenstables/file", "/focusrings/file/no such", "/setups/file../x"})
+        EXPECT_EQ(ask(path), NO_SUCH_FILE) << path;
+    EXPECT_EQ(ask("/lenstables/file/x", "HEAD"), UNKNOWN);
+    app_.handleRequest(nullptr);
+    EXPECT_THAT(log_.messages(), Contains("LogMost QorApp: HEAD /lenstables/file/x"));
+}
+
+TEST_F(QorAppTest, AFileComesBackAsItWasStored) {
+    std::string content;
+    for (int i = 0; i < 100'000; ++i)
+        content += static_cast<char>(i * 7 >> 2);
+    const std::string name = "/" + std::string(255, 'n');
+    EXPECT_EQ(file("PUT", name, content), SUCCESS);
+    EXPECT_EQ(file("GET", name), content);
+    EXPECT_EQ(file("PUT", name, ""), SUCCESS);
+    EXPECT_EQ(file("GET", name), "");
+    EXPECT_EQ(file("DELETE", name), SUCCESS);
+    EXPECT_EQ(file("DELETE", name), NO_SUCH_FILE);
+    EXPECT_EQ(file("GET", name), NO_SUCH_FILE);
+    EXPECT_EQ(file("POST", name), UNKNOWN);
+}
+
+TEST_F(QorAppTest, NamesThatAreNoFileAreAnsweredAndLeftAlone) {
+    std::filesystem::create_directory(folder_ + "inner");
+    ASSERT_EQ(mkfifo((folder_ + "pipe").c_str(), 0600), 0);
+    for (const std::string& name : {""s, "/"s, "/inner"s, "/.."s, "/inner/none/x"s,
+                                    "/" + std::string(256, 'n'), "/" + std::string(5000, 'n'), "/a\0b"s}) {
+        EXPECT_EQ(file("GET", name), NO_SUCH_FILE) << name;
+        EXPECT_EQ(file("PUT", name, "x"), OPEN_ERROR) << name;
+        EXPECT_EQ(file("DELETE", name), NO_SUCH_FILE) << name;
+    }
+    EXPECT_EQ(file("GET", "/pipe"), NO_SUCH_FILE);
+    EXPECT_EQ(file("PUT", "/pipe", "x"), OPEN_ERROR);
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "a"));
+}
+
+TEST_F(QorAppTest, TheFolderIsMadeWhenItIsMissingAndAFullDiskIsToldOf) {
+    EXPECT_EQ(fileIn(folder_ + "new/", "PUT", "a", "1"), SUCCESS);
+    EXPECT_EQ(fileIn(folder_ + "new/", "GET", "a"), "1");
+    EXPECT_EQ(fileIn("/proc/none/", "PUT", "a", "1"), OPEN_ERROR);
+    EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /proc/none/"));
+    EXPECT_EQ(fileIn("/sys/", "PUT", "a", "1"), OPEN_ERROR) << "nobody may make files there";
+    EXPECT_EQ(fileIn("/sys/", "DELETE", "a"), NO_SUCH_FILE);
+    EXPECT_EQ(fileIn("/dev/", "PUT", "full", "1"), R"({"result": "Write error" })");
+}
+
+TEST_F(QorAppTest, ListsTheRegularFilesOfAFolder) {
+    EXPECT_EQ(list(folder_ + "none/"), "[]");
+    EXPECT_EQ(list(folder_), "[\r\n]");
+    std::filesystem::create_directory(folder_ + "folder");
+    std::filesystem::create_symlink("a \"b\".tab", folder_ + "link");
+    file("PUT", "a \"b\".tab");
+    EXPECT_EQ(list(folder_), "[\r\n\"a \"b\".tab\"\r\n]");
+    for (int i = 0; i < 999; ++i)
+        file("PUT", "file-" + std::to_string(i) + std::string(30, '.'));
+    const std::string names = list(folder_);
+    EXPECT_EQ(std::count(names.begin(), names.end(), ','), 999);
+    EXPECT_THAT(names, testing::EndsWith("\"\r\n]"));
+}
+
+TEST_F(QorAppTest, AFormIsReadWhenTheContentTypeNamesItsBoundary) {
+    const auto parse = [&](const char* type, Form& form) {
+        bool result = false;
+        answer(
+            {{"CONTENT_TYPE", type}}, "--b c\nname=x\n\n1\r\n--b c\nname=file\n\n2\r\n--b c--",
+            [&](Request& request) { result = app_.parseFormData(&request, form, (folder_ + "up").c_str()); });
+        return result;
+    };
+    Form form;
+    EXPECT_FALSE(parse("", form));
+    EXPECT_FALSE(parse("text/plain; boundary=b", form));
+    EXPECT_THAT(log_.messages(), Contains("Warn No multipart/form-data"));
+    EXPECT_FALSE(parse("multipart/form-data; boundary=\"\"", form));
+    EXPECT_THAT(log_.messages(), Contains("Warn No boundary"));
+    EXPECT_THAT(form, IsEmpty());
+    EXPECT_TRUE(parse("multipart/form-data; charset=x; boundary=\"b c\"", form));
+    EXPECT_THAT(form, ElementsAre(testing::Pair("file", folder_ + "up"), testing::Pair("x", "1")));
+}
+
+TEST_F(QorAppTest, AnUploadWithoutAFormOrWithoutItsFieldsIsRefused) {
+    EXPECT_EQ(ask("/device/update"), R"({"result": "Invalid content type" })");
+    EXPECT_EQ(ask("/device/update", "POST", "multipart/form-data; boundary=b",
+                  "--b\nname=deviceid\n\nA-1\r\n--b--"),
+              R"({"result": "'deviceid' and 'file' are mandatory, but at least one is missing." })");
+    EXPECT_THAT(log_.messages(),
+                Contains("Warn 'deviceid' and 'file' are mandatory, but at least one is missing."));
+    EXPECT_THAT(posted(), IsEmpty());
+}
+
+} // namespace
