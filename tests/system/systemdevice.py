@@ -1,0 +1,114 @@
+"""The virtual device as the system tests use it: what they look at from outside, and what has to hold at its end."""
+
+import os
+import struct
+import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device" / "launcher"))
+
+from fastcgi import Connection
+from virtualdevice import VirtualDevice
+
+BUILD = os.environ.get("SYSTEM_TEST_BUILD", "build/release")
+IS_SANITIZED = "SANITIZE:BOOL=ON" in Path(BUILD, "CMakeCache.txt").read_text()
+WAIT_SECONDS = 20
+SIZE_WORD = 4
+SANITIZER_SIGNS = ("Sanitizer", "runtime error:")
+
+
+def wait_until(is_so, what):
+    """Waits for something that the service does on its own account; fails with `what` when it does not come."""
+    end = time.monotonic() + WAIT_SECONDS
+    while not is_so():
+        assert time.monotonic() < end, f"still waiting for: {what}"
+        time.sleep(0.002)
+
+
+class SystemDevice(VirtualDevice):
+    """A virtual device with a simulation that keeps still.
+
+    may_fail   names of processes that the test makes fail; all others have to end with status 0. No process may end
+               with words of a sanitizer.
+    """
+
+    def __init__(self, *, may_fail=(), **options):
+        super().__init__(BUILD, **options)
+        self._may_fail = set(may_fail)
+        self._outputs = {}
+
+    def end(self, name, *signals):
+        code = super().end(name, *signals)
+        self._outputs[name] = self.output(name)
+        return code
+
+    def __exit__(self, kind, *_):
+        codes = self.stop()
+        if kind is not None:
+            return
+        for name, words in self._outputs.items():
+            assert not any(sign in words for sign in SANITIZER_SIGNS), words
+        assert {name: code for name, code in codes.items() if code != 0 and name not in self._may_fail} == {}, \
+            self._outputs
+
+    # The memories
+
+    def read(self, memory, at, size):
+        with open(self.segment(memory), "rb") as file:
+            return os.pread(file.fileno(), size, SIZE_WORD + at)
+
+    def write(self, memory, at, data):
+        with open(self.segment(memory), "r+b") as file:
+            os.pwrite(file.fileno(), data, SIZE_WORD + at)
+
+    def make_segments(self, sizes):
+        """The segments as the simulation leaves them, but empty; sizes are those of the size words."""
+        for memory, size in sizes.items():
+            self.segment(memory).write_bytes(struct.pack("<I", size) + bytes(size))
+
+    # The service
+
+    def connect(self):
+        return Connection(self.fcgi_port)
+
+    def ask(self, script, body=b""):
+        """The body of the answer to a request on a connection of its own."""
+        with self.connect() as connection:
+            return connection.ask(script, body).body
+
+    def ping(self):
+        """Returns when the service has taken all that was sent to it before."""
+        assert self.ask("ping") == b'{"result": 0, "error": "Unknown script: \'ping\'" }'
+
+    def wait_for_update(self, request_id=1, keep=False):
+        """A connection whose request waits for an update."""
+        connection = self.connect()
+        connection.send_request("/api/v1/update.cgi", request_id=request_id, keep=keep)
+        self.ping()
+        return connection
+
+    def forget_changes(self):
+        """Returns when no change from before can reach a request that begins to wait now."""
+        with self.wait_for_update() as waiting:
+            self.ask("/api/v1/set.cgi", b'{"MemPersistent":{"ProductName":"Hand unit"}}')
+            waiting.answer()
+
+    def descriptors(self):
+        """How many the service has open when it has taken all that was sent to it before."""
+        with self.connect() as connection:
+            connection.ask("ping", keep=True)
+            return len(os.listdir(f"/proc/{self.pids['service']}/fd")) - 1
+
+    def is_idle(self):
+        """Whether the service uses next to no processor time; a loop that spins takes fifty times of it."""
+        before = self._processor_ticks()
+        time.sleep(0.5)
+        return self._processor_ticks() - before <= 0.05 * os.sysconf("SC_CLK_TCK")
+
+    def _processor_ticks(self):
+        fields = Path(f"/proc/{self.pids['service']}/stat").read_text().rpartition(")")[2].split()
+        return int(fields[11]) + int(fields[12])
+
+    def log_lines(self, text):
+        return [line for line in self.log().splitlines() if text in line]
