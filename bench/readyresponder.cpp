@@ -1,0 +1,80 @@
+// The yardstick of bench/throughput.py: answers FastCGI requests from buffers that are ready before the first
+// request comes, on the reference FastCGI library. Whatever a service does to know its answer, this one does
+// not.
+
+#include <fcgiapp.h>
+
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+constexpr const char* USAGE = "usage: readyresponder PORT SCRIPT_NAME=FILE...\n"
+                              "FILE holds the whole answer: header lines, an empty line, body";
+constexpr int BACKLOG = 10;
+
+using Answers = std::map<std::string, std::string>;
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw std::runtime_error("cannot read " + path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Answers readAnswers(int count, char** arguments) {
+    Answers answers;
+    for (int i = 0; i < count; ++i) {
+        const std::string argument = arguments[i];
+        const std::size_t separator = argument.find('=');
+        if (separator == std::string::npos)
+            throw std::runtime_error(USAGE);
+        answers[argument.substr(0, separator)] = readFile(argument.substr(separator + 1));
+    }
+    return answers;
+}
+
+/// A request is answered when it is here whole, as the service does it.
+void readBody(FCGX_Stream* in) {
+    char bytes[8192];
+    while (FCGX_GetStr(bytes, sizeof bytes, in) > 0) {
+    }
+}
+
+void answer(FCGX_Request& request, const Answers& answers) {
+    readBody(request.in);
+    const char* script = FCGX_GetParam("SCRIPT_NAME", request.envp);
+    const auto found = answers.find(script == nullptr ? "" : script);
+    if (found == answers.end())
+        FCGX_PutS("Status: 404 Not Found\r\n\r\n", request.out);
+    else
+        FCGX_PutStr(found->second.data(), static_cast<int>(found->second.size()), request.out);
+}
+
+int serve(const std::string& port, const Answers& answers) {
+    const int listening = FCGX_Init() == 0 ? FCGX_OpenSocket((":" + port).c_str(), BACKLOG) : -1;
+    FCGX_Request request;
+    if (listening < 0 || FCGX_InitRequest(&request, listening, 0) != 0)
+        throw std::runtime_error("cannot listen on port " + port);
+    while (FCGX_Accept_r(&request) == 0) // ends the request before
+        answer(request, answers);
+    throw std::runtime_error("cannot accept");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc < 3)
+            throw std::runtime_error(USAGE);
+        return serve(argv[1], readAnswers(argc - 2, argv + 2));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}
