@@ -1,13 +1,16 @@
 #!/usr/bin/python3
 """Requests per second of all.cgi and set.cgi, beside what can be had at all.
 
-One nginx with one worker has the reference site three times, each on a port of its own:
+One nginx with one worker has the reference site several times, each on a port of its own:
 
     service     as it is
-    responder   the same FastCGI settings, but another process (readyresponder) that sends the same bytes from memory
+    responder   another process (readyresponder) that sends the same bytes from memory, on a connection for each request
+    kept        the same on a kept connection, as the service has it. It can be asked on one connection only: the
+                responder's library serves one connection as long as that is open, and nobody else
     static      the same bytes as a file that nginx sends by itself (for set.cgi too, though it is asked for by GET)
 
-wrk asks them in turn. Nobody who speaks FastCGI can know the answer earlier than the responder does: it is the measure.
+wrk asks them in turn. Nobody who speaks FastCGI can know the answer earlier than the responder does: it is the measure,
+the faster one where there are two.
 """
 
 import http.client
@@ -22,6 +25,7 @@ from desk import free_port, is_listening, render_nginx
 from virtualdevice import VirtualDevice
 
 SCRIPTS = ("all", "set")
+RESPONDERS = ("responder", "kept")
 BODY = b'{"MemPersistent": {"DisplayBrightness": 3}}'
 HEADER = b"Content-type: application/json\r\n\r\n"
 
@@ -40,25 +44,25 @@ class ThreeSites(VirtualDevice):
 
     def __init__(self, build, simulation):
         super().__init__(build, simulation=simulation, nginx=True)
-        self.ports = {"service": self.http_port, "responder": free_port(), "static": free_port()}
-        self._responder_port = free_port()
+        self.ports = {"service": self.http_port, **{site: free_port() for site in (*RESPONDERS, "static")}}
+        self._responder_ports = {site: free_port() for site in RESPONDERS}
 
     def start_nginx(self):
         folder = self.root / "nginx"
         config = render_nginx(REPOSITORY / "packaging" / "nginx", folder, self.http_address, self.http_port,
                               self.fcgi_port)
-        for name in ("responder", "static"):
+        for name in (*RESPONDERS, "static"):
             (folder / "webservice" / f"{name}.conf").write_text(self._site(name))
         frame = config.read_text()
         include = "include webservice/webservice.conf;"
         assert include in frame
-        others = "include webservice/responder.conf; include webservice/static.conf;"
+        others = " ".join(f"include webservice/{name}.conf;" for name in (*RESPONDERS, "static"))
         config.write_text(frame.replace(include, f"{include} {others}"))
         self._run("nginx", ["nginx", "-p", folder, "-c", config, "-e", folder / "error.log"],
                   lambda: is_listening(self.http_port))
 
-    def start_responder(self):
-        """Takes the answers that the service gives now as those of the other two sites."""
+    def start_responders(self):
+        """Takes the answers that the service gives now as those of the other sites."""
         ready = []
         for script in reversed(SCRIPTS):  # the tree after the set, which changes it
             body = self.ask("service", script)
@@ -68,9 +72,8 @@ class ThreeSites(VirtualDevice):
             static = self._static_folder / f"api/v1/{script}.cgi"
             static.parent.mkdir(parents=True, exist_ok=True)
             static.write_bytes(body)
-        self._run("responder", [self.build / "bin" / "readyresponder", self._responder_port, *ready],
-                  lambda: is_listening(self._responder_port))
-        return self
+        for site, port in self._responder_ports.items():
+            self._run(site, [self.build / "bin" / "readyresponder", port, *ready], lambda port=port: is_listening(port))
 
     def ask(self, site, script):
         connection = http.client.HTTPConnection("127.0.0.1", self.ports[site], timeout=10)
@@ -88,13 +91,16 @@ class ThreeSites(VirtualDevice):
         """The reference site under another name. Its maps are there already and hold for all."""
         reference = (REPOSITORY / "packaging" / "nginx" / "webservice.conf").read_text()
         text = re.sub(r"(?ms)^map .*?^}\n", "", reference)
-        answer = {"responder": "fastcgi_pass responder;",
-                  "static": f"root {self._static_folder}; default_type application/json; sendfile on;"}[name]
+        answer = f"fastcgi_pass {name};"
+        if name == "static":
+            answer = f"root {self._static_folder}; default_type application/json; sendfile on;"
+        connection = "off" if name == "responder" else "on"
         for pattern, replacement in (("upstream webservice", f"upstream {name}"),
+                                     ("fastcgi_keep_conn on", f"fastcgi_keep_conn {connection}"),
                                      ("fastcgi_pass webservice;", answer),
                                      (r"\bwaiting\b", f"waiting_{name}"),
                                      ("include webservice/listen.conf", f"listen 127.0.0.1:{self.ports[name]}"),
-                                     ("include webservice/upstream.conf", f"server 127.0.0.1:{self._responder_port}")):
+                                     ("include webservice/upstream.conf", f"server 127.0.0.1:{self._responder_ports.get(name, 9)}")):
             text, count = re.subn(pattern, replacement, text)
             assert count > 0, pattern
         return text
@@ -117,13 +123,13 @@ def contest(device, label, script, sites, options):
     """Rows of all sites for one script. They run in turn, so that a noisy minute meets all of them."""
     rows = []
     for connections in (1, 4):
-        runs = {site: [] for site in sites}
+        runs = {site: [] for site in sites if connections == 1 or site != "kept"}
         for _ in range(options.rounds):
-            for site in sites:
+            for site in runs:
                 progress(f"{label}, {connections} connections: {site}")
                 runs[site].append(measure(device, site, script, connections, options.seconds))
-        yardstick = statistics.median(run.rate for run in runs["responder"])
-        rows += [row(label, connections, site, runs[site], yardstick) for site in sites]
+        yardstick = max(statistics.median(run.rate for run in runs[site]) for site in RESPONDERS if site in runs)
+        rows += [row(label, connections, site, runs[site], yardstick) for site in runs]
     return rows
 
 
@@ -137,9 +143,9 @@ def row(label, connections, site, runs, yardstick):
 
 
 def measure_still(options):
-    """All three sites with a device on which nothing moves: they give the same bytes, which is checked first."""
+    """All sites with a device on which nothing moves: they give the same bytes, which is checked first."""
     with ThreeSites(options.build, ("--still",)) as device:
-        device.start_responder()
+        device.start_responders()
         sizes = {script: len(device.ask("service", script)) for script in SCRIPTS}
         for script in SCRIPTS:
             assert len({device.ask(site, script) for site in device.ports}) == 1, f"{script}: different bytes"
@@ -150,8 +156,8 @@ def measure_still(options):
 def measure_moving(options):
     """The tree of a device in use, where each answer differs from the one before."""
     with ThreeSites(options.build, ()) as device:
-        device.start_responder()
-        return contest(device, "all.cgi, device moving", "all", ("service", "responder"), options)
+        device.start_responders()
+        return contest(device, "all.cgi, device moving", "all", ("service", *RESPONDERS), options)
 
 
 def main():

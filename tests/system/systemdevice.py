@@ -15,6 +15,7 @@ BUILD = os.environ.get("SYSTEM_TEST_BUILD", "build/release")
 IS_SANITIZED = "SANITIZE:BOOL=ON" in Path(BUILD, "CMakeCache.txt").read_text()
 WAIT_SECONDS = 20
 SIZE_WORD = 4
+LOG_REQUESTS = b"\1\0\0\0"
 SANITIZER_SIGNS = ("Sanitizer", "runtime error:")
 
 
@@ -99,6 +100,10 @@ class SystemDevice(VirtualDevice):
         with self.connect() as connection:
             connection.ask("ping", keep=True)
             return len(os.listdir(f"/proc/{self.pids['service']}/fd")) - 1
+
+    def handled(self, script):
+        """How many requests for the script have reached the service. Its log level has to be LOG_REQUESTS."""
+        return len(self.log_lines(f", {script})"))
 
     def is_idle(self):
         """Whether the service uses next to no processor time; a loop that spins takes fifty times of it."""

@@ -99,7 +99,7 @@ void RequestHandler::sendTree(Request& request) {
     LOG_MESSAGE(LogLight, "Request %s from %s to %s by %s", request.param("SCRIPT_FILENAME").c_str(),
                 request.param("REMOTE_ADDR").c_str(), request.param("SERVER_ADDR").c_str(),
                 request.param("HTTP_USER_AGENT").c_str());
-    std::ostream& out = request.output();
+    RequestStream out(request);
     out << "{\r\n"
         << "\"id\": " << request.requestId() << ",\r\n"
         << "\"variables\": {";
@@ -109,7 +109,7 @@ void RequestHandler::sendTree(Request& request) {
 }
 
 void RequestHandler::createJsonTree(std::ostream& out) {
-    out << tree_.text();
+    tree_.print(out);
 }
 
 void RequestHandler::printVariable(unsigned int mem, unsigned int var, std::ostream& out) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -14,9 +15,9 @@ class VariableTree {
 public:
     VariableTree();
 
-    /// The whole tree as it stands in the memories now, "<memory>" : {"<variable>" : <value>,...},... without
-    /// outer braces. The reference holds until the next call.
-    const std::string& text();
+    /// Writes the whole tree as it stands in the memories now, "<memory>" : {"<variable>" : <value>,...},...
+    /// without outer braces, one memory at a time: the first can be on its way while the last is compared.
+    void print(std::ostream& out);
 
     /// One variable's value. The reference holds until the next call.
     /// Throws std::runtime_error "Index exceeds limit".
@@ -31,12 +32,12 @@ private:
         std::vector<char> copy;
         std::vector<Variable> variables;
         bool isPrinted = false; // all variables are
+        std::string text;       // of all variables; empty when one of theirs has changed
     };
 
-    bool refreshMemory(unsigned int mem);
-    bool refreshVariable(unsigned int mem, unsigned int var);
-    void join();
+    const std::string& memoryText(unsigned int mem);
+    void refreshMemory(unsigned int mem);
+    void refreshVariable(unsigned int mem, unsigned int var);
 
     std::vector<Memory> memories_;
-    std::string tree_;
 };

@@ -163,8 +163,7 @@ TEST_F(RequestTest, ParametersStopAtThePairThatDoesNotFit) {
           std::string("\2\1BC", 4), std::string("\xff\xff\xff\xff\xff\xff\xff\xff", 8),
           std::string("\1\xff\xff\xff\xff", 5)}) {
         params(pair("A", "1") + bad + pair("A", "2"));
-        EXPECT_EQ(request_->param("A"), "1")
-            << testing::PrintToString(bad);
+        EXPECT_EQ(request_->param("A"), "1") << testing::PrintToString(bad);
     }
 }
 
