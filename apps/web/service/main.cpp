@@ -12,11 +12,11 @@ namespace {
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
 
-/// A large body's memory goes back to the system as soon as the request is over, instead of staying in the
-/// heap.
+/// A large body's memory, and that of what is made of it, goes back to the system as soon as the request is
+/// over, instead of staying in the heap.
 void returnLargeBlocks() {
-    mallopt(M_MMAP_THRESHOLD, 4 << 20);
-    mallopt(M_TRIM_THRESHOLD, 8 << 20);
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+    mallopt(M_TRIM_THRESHOLD, 1 << 20);
 }
 
 int run() {

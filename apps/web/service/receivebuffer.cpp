@@ -34,7 +34,7 @@ std::string_view ReceiveBuffer::take(std::size_t count) {
 
 void ReceiveBuffer::release(bool all) {
     if (all || consumed_ == bytes_.size())
-        bytes_ = std::string();
+        std::string().swap(bytes_); // assigning an empty text would keep the memory
     else
         bytes_.erase(0, consumed_);
     consumed_ = 0;

@@ -195,7 +195,7 @@ void Request::end() {
     finished_ = true;
     context.reset();
     output_.reset();
-    postData_ = std::string();
+    std::string().swap(postData_); // assigning an empty text would keep its memory
     if (!keepConnection_ || sendFailed_) {
         fcgi_->removeRequest(this);
         close();
@@ -218,7 +218,7 @@ void Request::hangUp() {
     close();
     context.reset();
     params_.clear();
-    postData_ = std::string();
+    std::string().swap(postData_); // assigning an empty text would keep its memory
     input_.release(true);
 }
 

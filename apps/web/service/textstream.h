@@ -18,7 +18,7 @@ public:
 
     /// Makes the stream as new: empty, good, without memory of its own.
     void reset() {
-        buffer_.text = std::string();
+        std::string().swap(buffer_.text);
         clear();
     }
 
