@@ -24,7 +24,7 @@ from pathlib import Path
 from measure import Process, parser, print_conditions, print_table, progress
 from virtualdevice import VirtualDevice
 
-KEPT_KIB = 9 * 1024  # the heap keeps what is below its trim threshold, however many uploads there were
+KEPT_KIB = 2 * 1024  # the heap keeps what is below its trim threshold, however many uploads there were
 BOUNDARY = "----------------------------appupload"
 MEGABYTE = 1_000_000
 
