@@ -56,6 +56,29 @@ class Forms:
         name = f"[{item.type}](#{item.type.lower()})" if base in (ENUM, STRUCT) else str(item.type)
         return name if item.length is None else f"{name}[{item.length}]"
 
+    def takes(self, item):
+        """What a variable or member can be set to, in words."""
+        base = self.base(item)
+        if base in (INT, FLOAT):
+            return self._range(item)
+        return {
+            BOOL: lambda: "true, false",
+            STRING: lambda: f"up to {item.length - 1} bytes",
+            BUFFER: lambda: f"up to {2 * item.length} digits",
+            ENUM: lambda: "an entry",
+            STRUCT: lambda: "members" if item.length is None else f"members, Index 0 to {item.length - 1}",
+        }[base]()
+
+    @staticmethod
+    def _range(item):
+        """REQUIRES: an int or float. A member has no bounds."""
+        lowest, highest = getattr(item, "min", None), getattr(item, "max", None)
+        if lowest is None and highest is None:
+            return "any"
+        if lowest is None:
+            return f"up to {highest}" + (", above 0" if item.type == "float" else "")
+        return f"from {lowest}" if highest is None else f"{lowest} to {highest}"
+
     def _function(self, variable):
         return FUNCTION_NAMES.get(self.base(variable), variable.type)
 

@@ -7,6 +7,7 @@ import jinja2
 from forms import Forms, cell, literal, words
 from layout import Types
 from model import event_name
+from openapi import openapi_text
 from schema import schema_text
 
 BANNER = (
@@ -27,6 +28,7 @@ FILES = (
     "gen/code/events_gen.cpp",
     "gen/code/memories.h",
     "docs/catalogue.md",
+    "docs/api-variables.md",
 )
 
 
@@ -34,7 +36,9 @@ def render(model):
     """The text of every generated file by its path in the output folder."""
     environment = environment_of(model)
     files = {name: environment.get_template(Path(name).name + ".j2").render() for name in FILES}
-    files["docs/catalogue.schema.json"] = schema_text(model, " ".join(" ".join(BANNER).split()))
+    comment = " ".join(" ".join(BANNER).split())
+    files["docs/catalogue.schema.json"] = schema_text(model, comment)
+    files["docs/openapi.json"] = openapi_text(model, comment)
     return files
 
 

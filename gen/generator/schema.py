@@ -15,8 +15,10 @@ def schema_text(model, comment):
 class Schema:
     """The whole tree has all memories and variables; an update has those that changed."""
 
-    def __init__(self, types):
+    def __init__(self, types, place="#/$defs/"):
+        """place   what stands in front of a type's name in a reference to it."""
         self._types = types
+        self._place = place
 
     def tree(self, model, comment):
         memories = {memory.name: f"#/$defs/memories/{memory.name}" for memory in model.memories}
@@ -34,24 +36,29 @@ class Schema:
             "$defs": {
                 "update": closed_object({name: {"$ref": target} for name, target in memories.items()}),
                 "memories": {memory.name: self._memory(memory) for memory in model.memories},
-                **base_definitions(),
-                **{enumeration.name: enumeration_value(enumeration)
-                   for enumeration in self._types.enumerations.values()},
-                **{structure.name: self._structure(structure) for structure in self._types.structures.values()},
+                **self.values(),
             },
         }
 
-    def _memory(self, memory):
-        return closed_object({variable.name: self._variable(variable) for variable in memory.variables})
+    def values(self):
+        """The values of every type by its name."""
+        return {
+            **base_definitions(),
+            **{enumeration.name: enumeration_value(enumeration) for enumeration in self._types.enumerations.values()},
+            **{structure.name: self._structure(structure) for structure in self._types.structures.values()},
+        }
 
-    def _variable(self, variable):
+    def _memory(self, memory):
+        return closed_object({variable.name: self.variable(variable) for variable in memory.variables})
+
+    def variable(self, variable):
         base = self._types.base(variable.type)
+        value = {"$ref": self._place + variable.type}
         if base == BOOL:
-            return {"$ref": "#/$defs/bool"}
+            return value
         if base in (ENUM, STRUCT):
-            value = {"$ref": f"#/$defs/{variable.type}"}
             return value if variable.length is None else fixed_array(value, variable.length)
-        return bounded_value(variable, base)
+        return {**value, "properties": bounds_and_length(variable, base)}
 
     def _structure(self, structure):
         members = {member.name: self._member(member) for member in structure.members}
@@ -96,14 +103,14 @@ def text_object(properties):
     return {**closed_object(properties), "required": list(properties)}
 
 
-def bounded_value(variable, base):
+def bounds_and_length(variable, base):
     lowest, highest = DEFAULT_BOUNDS[base]
     properties = {"max": {"const": variable.max or highest}, "min": {"const": variable.min or lowest}}
     if base == STRING:
         properties["value"] = {"maxLength": variable.length}
     elif base == BUFFER:
         properties["value"] = {"minLength": 2 * variable.length, "maxLength": 2 * variable.length}
-    return {"$ref": f"#/$defs/{variable.type}", "properties": properties}
+    return properties
 
 
 def entry_names(enumeration):

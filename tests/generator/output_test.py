@@ -1,6 +1,7 @@
 """What other code relies on in the generated files."""
 
 import json
+import re
 import shutil
 import subprocess
 
@@ -82,9 +83,18 @@ def tree():
     }
 
 
-@pytest.fixture(scope="module")
-def schema():
-    document = json.loads((CASES / "good/expected/docs/catalogue.schema.json").read_text())
+def read(name):
+    return json.loads((CASES / "good/expected/docs" / name).read_text())
+
+
+def part(name):
+    """A schema of the OpenAPI document, to validate with."""
+    return {"$ref": f"#/components/schemas/{name}", "components": read("openapi.json")["components"]}
+
+
+@pytest.fixture(scope="module", params=["catalogue.schema.json", "openapi.json"])
+def schema(request):
+    document = read(request.param) if request.param == "catalogue.schema.json" else part("Tree")
     jsonschema.Draft202012Validator.check_schema(document)
     return document
 
@@ -117,9 +127,43 @@ def test_schema_asks_for_every_variable_except_in_an_update(schema):
     document = {"MemApp": {"ActiveLens": lens(0)}}
     with pytest.raises(jsonschema.ValidationError):
         jsonschema.validate(document, schema)
-    jsonschema.validate(document, {"$ref": "#/$defs/update", "$defs": schema["$defs"]})
+    jsonschema.validate(document, part("Changes") if "components" in schema else
+                        {"$ref": "#/$defs/update", "$defs": schema["$defs"]})
+
+
+@pytest.mark.parametrize("variable, good, bad", [
+    ("ProductName", ["", 19 * "x"], [20 * "x", 'a"b', "a\\b", "a\nb", 1]),
+    ("RadioPower", [True, False], ["true", 1]),
+    ("FocusTorque", [1, 4], [0, 5, 1.5, "1"]),
+    ("LastFocus", [-1e38, 0, 0.5], [1.1e38, "0"]),
+    ("Counter", [-2147483648, 10], [-2147483649, 11]),
+    ("Flags", ["", "00Ff", "00ff10"], ["0", "00ff1020", "gg"]),
+    ("Side", ["Left", "Right"], ["left", 0]),
+    ("Lenses", [{"Index": 1, "Name": "12345"}, {"Size": -1, "Ratio": 0.5, "Valid": True, "Side": "Left"}],
+     [{"Index": 2, "Size": 1}, {"Index": -1, "Size": 1}, {"Index": 1}, {}, {"Name": "123456"}, {"Other": 1}, []]),
+])
+def test_assignment_is_accepted_when_it_would_be_stored(variable, good, bad):
+    validator = jsonschema.Draft202012Validator(part("Assignment"))
+    assert [value for value in good if not validator.is_valid({"MemSetup": {variable: value}})] == []
+    assert [value for value in bad if validator.is_valid({"MemSetup": {variable: value}})] == []
+
+
+def test_assignment_names_one_variable_of_one_memory():
+    validator = jsonschema.Draft202012Validator(part("Assignment"))
+    assert not any(validator.is_valid(document) for document in [
+        {}, {"MemSetup": {}}, {"MemSetup": {"Counter": 1, "FocusTorque": 1}}, {"MemSetup": {"Other": 1}},
+        {"MemOther": {"Counter": 1}}, {"MemSetup": {"Counter": 1}, "MemApp": {"ActiveLens": {"Size": 1}}}])
 
 
 def test_schema_of_the_device_is_valid(catalogue):
     document = json.loads((catalogue / "docs/catalogue.schema.json").read_text())
     jsonschema.Draft202012Validator.check_schema(document)
+
+
+def test_openapi_schemas_of_the_device_are_valid_and_lead_somewhere(catalogue):
+    schemas = json.loads((catalogue / "docs/openapi.json").read_text())["components"]["schemas"]
+    for schema in schemas.values():
+        jsonschema.Draft202012Validator.check_schema(schema)
+    targets = set(re.findall(r'"#/components/schemas/([^"]+)"', json.dumps(schemas)))
+    assert targets <= set(schemas)
+    assert schemas["Entry.UpdateState"]["enum"][2] == "FileValid"

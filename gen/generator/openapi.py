@@ -1,0 +1,145 @@
+"""The OpenAPI description of the web API: a written frame, and what the model says about reading and setting.
+
+    Memory.<memory>, Value.<type>                     as all.cgi and update.cgi deliver them
+    SetMemory.<memory>, Set.<structure>               as set.cgi takes them
+    Entry.<enumeration>                               the names of its entries, for both
+"""
+
+import json
+from pathlib import Path
+
+import yaml
+
+from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
+from model import event_name
+from schema import Schema, closed_object
+
+FRAME = Path(__file__).parent / "templates" / "openapi.yaml"
+SCHEMAS = "#/components/schemas/"
+INT_BOUNDS = (-2147483648, 2147483647)
+FLOAT_MAX = 3.4028234663852886e38
+SMALLEST_NORMAL = 1.1754943508222875e-38  # where the service's check begins when there is only an upper bound
+# The service's parser knows no escapes: a backslash is a character, and a quotation mark ends the text.
+PLAIN_TEXT = r'^[^"\\\u0000-\u001f]*$'
+
+
+def openapi_text(model, comment):
+    document = yaml.safe_load(FRAME.read_text())
+    # What the frame defines itself stands in for a model that does not have it.
+    document["components"]["schemas"].update(schemas(model))
+    return json.dumps({"openapi": document.pop("openapi"), "x-comment": comment, **document}, indent=1) + "\n"
+
+
+def schemas(model):
+    types = Types(model)
+    values, sets = Schema(types, SCHEMAS + "Value."), SetSchema(types)
+    return {
+        **tree(model),
+        **{f"Memory.{memory.name}": read_memory(memory, values) for memory in model.memories},
+        **{f"Value.{name}": value for name, value in values.values().items()},
+        **assignment(model),
+        **{f"SetMemory.{memory.name}": sets.memory(memory) for memory in model.memories},
+        **{f"Set.{structure.name}": sets.structure(structure) for structure in model.structures},
+        **{f"Entry.{enumeration.name}": {"type": "string", "enum": list(enumeration.entries)}
+           for enumeration in model.enumerations},
+    }
+
+
+def reference(name):
+    return {"$ref": SCHEMAS + name}
+
+
+def tree(model):
+    return {
+        "Tree": {
+            **reference("Changes"),
+            "description": "Every memory with every variable.",
+            "required": [memory.name for memory in model.memories],
+            "properties": {memory.name: {"required": [variable.name for variable in memory.variables]}
+                           for memory in model.memories},
+        },
+        "Changes": {
+            **closed_object({memory.name: reference(f"Memory.{memory.name}") for memory in model.memories}),
+            "description": "Those memories and variables that have changed.",
+        },
+    }
+
+
+def read_memory(memory, values):
+    return closed_object({variable.name: {**values.variable(variable), **about(variable)}
+                          for variable in memory.variables})
+
+
+def about(variable):
+    """What is said about a variable beside its form."""
+    event = {"x-event": {"id": int(variable.event), "name": event_name(variable.name)}}
+    return event if variable.about is None else {"description": str(variable.about), **event}
+
+
+def assignment(model):
+    properties = {memory.name: reference(f"SetMemory.{memory.name}") for memory in model.memories}
+    return {"Assignment": {**one_of_them(properties), "description": "One variable of one memory."}}
+
+
+def one_of_them(properties):
+    return {**closed_object(properties), "minProperties": 1, "maxProperties": 1}
+
+
+class SetSchema:
+    """What set.cgi takes and stores. It takes other notations of a value, too: numbers and switches as texts."""
+
+    def __init__(self, types):
+        self._types = types
+
+    def memory(self, memory):
+        return one_of_them({variable.name: {**self._variable(variable), **about(variable)}
+                            for variable in memory.variables})
+
+    def structure(self, structure):
+        """Some members, and of which element."""
+        members = {member.name: self._member(member) for member in structure.members}
+        return {
+            **closed_object({"Index": {"type": "integer", "minimum": 0}, **members}),
+            "minProperties": 1,
+            "not": {"required": ["Index"], "maxProperties": 1},
+        }
+
+    def _variable(self, variable):
+        base = self._types.base(variable.type)
+        if base == STRUCT:
+            last = (variable.length or 1) - 1
+            return {**reference(f"Set.{variable.type}"), "properties": {"Index": {"maximum": last}}}
+        if base == INT:
+            return {"type": "integer", "minimum": number(variable.min, INT_BOUNDS[0]),
+                    "maximum": number(variable.max, INT_BOUNDS[1])}
+        if base == FLOAT:
+            lowest = -FLOAT_MAX if variable.max is None else SMALLEST_NORMAL
+            return {"type": "number", "minimum": number(variable.min, lowest),
+                    "maximum": number(variable.max, FLOAT_MAX)}
+        return self._plain(variable, base)
+
+    def _member(self, member):
+        base = self._types.base(member.type)
+        if base == INT:
+            return {"type": "integer", "minimum": INT_BOUNDS[0], "maximum": INT_BOUNDS[1]}
+        if base == FLOAT:
+            return {"type": "number", "minimum": -FLOAT_MAX, "maximum": FLOAT_MAX}
+        return self._plain(member, base)
+
+    @staticmethod
+    def _plain(item, base):
+        """What has no bounds; lengths are bytes of UTF-8, of which a character may take more than one."""
+        return {
+            BOOL: lambda: {"type": "boolean"},
+            ENUM: lambda: reference(f"Entry.{item.type}"),
+            STRING: lambda: {"type": "string", "maxLength": item.length - 1, "pattern": PLAIN_TEXT},
+            BUFFER: lambda: {"type": "string", "maxLength": 2 * item.length, "pattern": "^([0-9a-fA-F]{2})*$"},
+        }[base]()
+
+
+def number(bound, otherwise):
+    """A bound as JSON has it."""
+    if bound is None:
+        return otherwise
+    value = float(bound)
+    return int(value) if value.is_integer() and abs(value) < 2 ** 53 else value
