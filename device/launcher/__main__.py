@@ -9,7 +9,7 @@ from desk import next_free_port
 from virtualdevice import DeviceError, VirtualDevice
 
 HELP = """
-The controller's web service answers at {url}
+The controller in the browser: {url}/
 
   the whole tree         curl {url}/api/v1/all.cgi
   wait for a change      curl {url}/api/v1/update.cgi
@@ -30,6 +30,8 @@ def size(text):
 def arguments():
     parser = argparse.ArgumentParser(prog="device/launcher", description="Runs a virtual device until Ctrl-C.")
     parser.add_argument("--build", required=True, help="build folder, for example build/release")
+    parser.add_argument("--web-server", choices=("nginx", "lighttpd"), default="nginx",
+                        help="which one runs in front of the service (%(default)s)")
     parser.add_argument("--port", type=int, default=8080, help="port of the web server, or the next free (%(default)s)")
     parser.add_argument("--address", default="127.0.0.1",
                         help="address of the web server; 0.0.0.0 lets others in (%(default)s)")
@@ -50,8 +52,8 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)
     port = next_free_port(options.port)
-    device = VirtualDevice(options.build, simulation=options.simulation, screen=options.screen, display=(), nginx=True,
-                           http_port=port, http_address=options.address)
+    device = VirtualDevice(options.build, simulation=options.simulation, screen=options.screen, display=(),
+                           http_port=port, http_address=options.address, **{options.web_server: True})
     try:
         with device:
             print(HELP.format(url=device.url, log=device.path("/dev/kmsg")), flush=True)

@@ -54,20 +54,41 @@ def is_listening(port):
     return False
 
 
-def render_nginx(source, folder, address, port, fcgi_port):
+def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent"):
     """Fills `folder` with a web-server configuration made of the reference one, and returns its main file.
 
-    What differs from the device is where it listens, where the service is, and the frame around the site.
+    What differs from the device is where it listens, where the service and the console's pages are, and the frame
+    around the site.
     """
-    site = folder / "webservice"
-    site.mkdir(parents=True)
-    for file in source.glob("*.conf"):
-        shutil.copy(file, site)
-    (site / "listen.conf").write_text(f"listen {address}:{port} so_keepalive=60s:10s:6;\n")
-    (site / "upstream.conf").write_text(f"server 127.0.0.1:{fcgi_port};\n")
     # A worker of another user could not enter the private folder.
     user = "user root;" if os.geteuid() == 0 else ""
-    config = folder / "nginx.conf"
-    frame = (source / "nginx.conf.in").read_text()
-    config.write_text(frame.replace("@USER@", user).replace("@FOLDER@", str(folder)))
+    return render(source, folder, "nginx.conf", {"@USER@": user, "@FOLDER@": str(folder)}, {
+        "listen.conf": f"listen {address}:{port} so_keepalive=60s:10s:6;\n",
+        "upstream.conf": f"server 127.0.0.1:{fcgi_port};\n",
+        "client.conf": f'root "{client}";\n',
+    })
+
+
+def render_lighttpd(source, folder, address, port, fcgi_port, client):
+    """The same for the other web server."""
+    config = render(source, folder, "lighttpd.conf", {"@FOLDER@": str(folder)}, {
+        "listen.conf": f'server.bind = "{address}"\nserver.port = {port}\n',
+        "upstream.conf": f'var.service_host = "127.0.0.1"\nvar.service_port = {fcgi_port}\n',
+        "folders.conf": f'var.client = "{client}"\nvar.site = "{folder / "webservice"}"\n',
+    })
+    (folder / "body").mkdir(exist_ok=True)
+    return config
+
+
+def render(source, folder, main, names, files):
+    """Copies the reference configuration, with `names` in its frame filled in and `files` instead of its own."""
+    site = folder / "webservice"
+    shutil.copytree(source, site, ignore=shutil.ignore_patterns("*.in"), dirs_exist_ok=True)
+    for name, text in files.items():
+        (site / name).write_text(text)
+    frame = (source / f"{main}.in").read_text()
+    for name, value in names.items():
+        frame = frame.replace(name, value)
+    config = folder / main
+    config.write_text(frame)
     return config

@@ -15,11 +15,13 @@ import tempfile
 import time
 from pathlib import Path
 
-from desk import dies_with_launcher, free_port, is_listening, render_nginx
+from desk import dies_with_launcher, free_port, is_listening, render_lighttpd, render_nginx
+from emulation import emulator
 from framebuffer import make_framebuffer
 from hardwareinfo import FACTORY_VALUES, make_devices
 
 REPOSITORY = Path(__file__).resolve().parents[2]
+PACKAGING = REPOSITORY / "packaging"
 SHARED_MEMORY = Path("/dev/shm")
 FOLDERS = ("dev", "tmp", "update", "var/volatile", "var/LDA", "var/FOR", "var/SETUPS", "log")
 READY_SECONDS = 20
@@ -39,7 +41,9 @@ class VirtualDevice:
     display      arguments of the process that draws the display, for example ["--interval", "100"]; None: none runs
                  and the display is black. It shows what the simulation's memories hold
     service      whether the web service runs; start_service() starts it later
-    nginx        whether the web server runs in front of it
+    nginx        whether this web server runs in front of it
+    lighttpd     or this one
+    client       folder of the browser console's pages; None: that of the build
     http_port    the web server's port; None: a free one
     http_address the web server's address
     fcgi_port    the service's port instead of 9000; None: a free one
@@ -47,11 +51,15 @@ class VirtualDevice:
     """
 
     def __init__(self, build, *, simulation=("--still",), screen=(800, 480), display=None, service=True, nginx=False,
-                 http_port=None, http_address="127.0.0.1", fcgi_port=None, environment=None):
+                 lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", fcgi_port=None,
+                 environment=None):
         self.build = Path(build).resolve()
+        self._emulator = emulator(self.build)
+        self._library = self.build / "lib" / "libvirtualdevice.so"
         self.fcgi_port = fcgi_port or free_port()
         self.http_port = http_port or free_port(besides=self.fcgi_port)
         self.http_address = http_address
+        self.client = Path(client or self.build / "client").resolve()
         self.exit_codes = {}
         self.root = None
         self.name = None
@@ -60,6 +68,7 @@ class VirtualDevice:
         self._display = display
         self._with_service = service
         self._with_nginx = nginx
+        self._with_lighttpd = lighttpd
         self._environment = dict(environment or {})
         self._processes = {}
 
@@ -67,7 +76,7 @@ class VirtualDevice:
 
     @property
     def pids(self):
-        """Process ids by name: "broker", "simulation", "display", "service", "nginx"."""
+        """Process ids by name: "broker", "simulation", "display", "service", "nginx", "lighttpd"."""
         return {name: process.pid for name, process in self._processes.items()}
 
     @property
@@ -96,19 +105,24 @@ class VirtualDevice:
 
         Raises DeviceError with the tool's words when it fails.
         """
-        command = [str(self.build / "bin" / "hwinfo"), *arguments]
-        result = subprocess.run(command, env=self.environment(), stdin=subprocess.DEVNULL, capture_output=True,
-                                text=True, check=False)
+        result = subprocess.run(self.command("hwinfo", *arguments), env=self.environment(), stdin=subprocess.DEVNULL,
+                                capture_output=True, text=True, check=False)
         if result.returncode != 0:
             raise DeviceError(result.stderr)
         return result.stdout
 
+    def command(self, program, *arguments):
+        """The words that run one of the build's programs in environment(), for example command("hwinfo", "print")."""
+        preload = ["--preload", self._library] if self._emulator else []
+        return [str(word) for word in [*self._emulator, *preload, self.build / "bin" / program, *arguments]]
+
     def environment(self):
         """The environment in which a program is a process of this device."""
+        preload = {} if self._emulator else {"LD_PRELOAD": str(self._library)}
         return {
             **os.environ,
             "PATH": f"{REPOSITORY / 'device' / 'bin'}:{os.environ.get('PATH', os.defpath)}",
-            "LD_PRELOAD": str(self.build / "lib" / "libvirtualdevice.so"),
+            **preload,
             "VIRTUAL_DEVICE_ROOT": str(self.root),
             "VIRTUAL_DEVICE_NAME": self.name,
             "VIRTUAL_DEVICE_PORT": str(self.fcgi_port),
@@ -137,6 +151,8 @@ class VirtualDevice:
                 self.start_service()
             if self._with_nginx:
                 self.start_nginx()
+            if self._with_lighttpd:
+                self.start_lighttpd()
         except BaseException:
             self.stop()
             raise
@@ -170,27 +186,30 @@ class VirtualDevice:
         return [name for name, process in self._processes.items() if process.poll() is not None]
 
     def start_simulation(self, *arguments):
-        program = self.build / "bin" / "device-simulation"
-        self._run("simulation", [program, *arguments], lambda: "ready\n" in self.output("simulation"))
+        self._run("simulation", self.command("device-simulation", *arguments),
+                  lambda: "ready\n" in self.output("simulation"))
 
     def start_display(self, *arguments):
-        program = self.build / "bin" / "device-display"
-        self._run("display", [program, *arguments], lambda: "ready\n" in self.output("display"))
+        self._run("display", self.command("device-display", *arguments),
+                  lambda: "ready\n" in self.output("display"))
 
     def start_service(self):
-        self._run("service", [self.build / "bin" / "webservice"], lambda: is_listening(self.fcgi_port))
+        self._run("service", self.command("webservice"), lambda: is_listening(self.fcgi_port))
 
     def start_nginx(self):
         folder = self.root / "nginx"
-        config = render_nginx(REPOSITORY / "packaging" / "nginx", folder, self.http_address, self.http_port,
-                              self.fcgi_port)
-        nginx = shutil.which("nginx", path=f"{os.environ.get('PATH', '')}:/usr/sbin") or "nginx"
-        self._run("nginx", [nginx, "-p", folder, "-c", config, "-e", folder / "error.log"],
-                  lambda: is_listening(self.http_port), environment=dict(os.environ))
+        config = render_nginx(PACKAGING / "nginx", folder, self.http_address, self.http_port, self.fcgi_port,
+                              self.client)
+        self._run_web_server("nginx", ["-p", folder, "-c", config, "-e", folder / "error.log"])
+
+    def start_lighttpd(self):
+        config = render_lighttpd(PACKAGING / "lighttpd", self.root / "lighttpd", self.http_address, self.http_port,
+                                 self.fcgi_port, self.client)
+        self._run_web_server("lighttpd", ["-D", "-f", config])
 
     def start_broker(self):
         semaphore = SHARED_MEMORY / f"sem.{self.name}message-broker-ready"
-        self._run("broker", [self.build / "bin" / "message-broker"], semaphore.exists)
+        self._run("broker", self.command("message-broker"), semaphore.exists)
 
     def _make_folders(self):
         # Short, and not where TMPDIR says: the path of a Unix socket has 107 characters.
@@ -210,6 +229,11 @@ class VirtualDevice:
                 [str(word) for word in command], env=environment or self.environment(), stdin=subprocess.DEVNULL,
                 stdout=output, stderr=subprocess.STDOUT, preexec_fn=dies_with_launcher, start_new_session=True)
         self._wait_for(name, is_ready)
+
+    def _run_web_server(self, name, arguments):
+        # Where Debian keeps web servers, which is not on the path of every user.
+        program = shutil.which(name, path=f"{os.environ.get('PATH', '')}:/usr/sbin") or name
+        self._run(name, [program, *arguments], lambda: is_listening(self.http_port), environment=dict(os.environ))
 
     def _wait_for(self, name, is_ready):
         process = self._processes[name]

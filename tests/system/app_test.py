@@ -22,8 +22,8 @@ NAMES, LEVEL_ALL, LEVEL_NORMAL = "/qorapp/v1/lenstables/file/", 0, 5
 
 
 @pytest.fixture(scope="module")
-def device_options():
-    return {"nginx": True, "simulation": ("--speed", "8")}
+def device_options(web_server):
+    return {web_server: True, "simulation": ("--speed", "8")}
 
 
 @pytest.fixture
@@ -65,14 +65,17 @@ def upload(device, content, device_id):
     return http_ask(device, "POST", "/qorapp/v1/device/update", body, {"Content-Type": kind})
 
 
-def statuses_to_end(device):
-    """Polls as the app does, and returns the states and the progresses on the way to an end."""
+def statuses_to_end(device, after=None):
+    """Polls as the app does, and returns the states and the progresses on the way to an end.
+
+    `after` is the end of the update before, which is told until the next begins.
+    """
     ends = ("Success", "Failed", "CopyingFailed", "FileCorrupt", "FileNotCompatible", "DeviceNotFound")
     seen = []
 
     def is_over():
         seen.append(json.loads(app(device, "/device/status")))
-        return seen[-1]["status"] in ends
+        return seen[-1]["status"] in ends and seen[-1]["status"] != after
 
     wait_until(is_over, "the end of the update")
     states = [status["status"] for status in seen]
@@ -141,7 +144,7 @@ def test_the_controllers_own_update_runs_to_its_end_and_touches_no_accessory(dev
 
 def test_a_file_that_the_controller_refuses_is_told_and_not_started(device):
     assert upload(device, b"not firmware", OUR_ID)[0] == 200
-    assert statuses_to_end(device)[0][-1] == "FileCorrupt"
+    assert statuses_to_end(device, after="Success")[0][-1] == "FileCorrupt"
 
 
 def test_after_a_restart_an_accessorys_update_runs_to_its_end_part_by_part(device, events):
@@ -161,7 +164,7 @@ def test_after_a_restart_an_accessorys_update_runs_to_its_end_part_by_part(devic
     wait_for_events(events, 631, 2)  # the same name is a change, too
     assert statuses_to_end(device)[0][-1] == "Failed"
     assert upload(device, body, "Motor Controller-31044")[0] == 200
-    assert statuses_to_end(device)[0][-1] == "FileNotCompatible"
+    assert statuses_to_end(device, after="Failed")[0][-1] == "FileNotCompatible"
 
 
 def fastcgi_upload(device, content, device_id):
@@ -184,7 +187,7 @@ def test_uploads_that_cannot_be_carried_out_are_told_or_end_without_an_answer(de
     assert len(device.log_lines("rename: Is a directory")) == 2
     shutil.rmtree(device.path("/update"))
     assert fastcgi_upload(device, b"x", ACCESSORY).output == b""
-    assert upload(device, b"x", ACCESSORY)[0] == 502
+    assert upload(device, b"x", ACCESSORY)[0] in (500, 502)
     device.path("/update").mkdir()
     assert fastcgi_upload(device, b"x", ACCESSORY).body == b'{"taskid": "Ultrasonic Ranger-5512" }'
 
@@ -223,8 +226,11 @@ def test_what_the_file_system_refuses_is_answered_and_survived(device):
     assert setups.read_text() == "no folder"
 
 
-# What the app or somebody else sends as a name, and what becomes of it: a status of the web server, or the path that
-# the service gets.
+# Web servers refuse in their own ways: paths that lead above the root get 400 from one and 404 from the other.
+REFUSED = (400, 404)
+
+# What the app or somebody else sends as a name, and what becomes of it: refused by the web server, or the path that the
+# service gets.
 ARRIVALS = {
     "plain.tab": "/lenstables/file/plain.tab",
     "a%20b%3F%23%25": "/lenstables/file/a b?#%",
@@ -234,38 +240,41 @@ ARRIVALS = {
     "%2e%2e": "/lenstables/",
     "%2E%2e%2flist": "/lenstables/list",
     "../../setups/list": "/setups/list",
-    "../../../v2/x": 404,
-    "../../../../etc/passwd": 404,
-    "../../../../../etc/passwd": 400,
-    "..%2f..%2f..%2f..%2f..%2fetc%2fpasswd": 400,
-    "%2e%2e/%2e%2e/%2e%2e/%2e%2e/%2e%2e/etc/passwd": 400,
+    "../../../v2/x": REFUSED,
+    "../../../../etc/passwd": REFUSED,
+    "../../../../../etc/passwd": REFUSED,
+    "..%2f..%2f..%2f..%2f..%2fetc%2fpasswd": REFUSED,
+    "%2e%2e/%2e%2e/%2e%2e/%2e%2e/%2e%2e/etc/passwd": REFUSED,
     "../file/../file/x": "/lenstables/file/x",
-    "/etc/passwd": 404,
-    "%2fetc%2fpasswd": 404,
+    "/etc/passwd": REFUSED,
+    "%2fetc%2fpasswd": REFUSED,
     "//x": "/lenstables/file/x",
     "%2f%2fx": "/lenstables/file/x",
-    "a/b": 404,
-    "a%2fb": 404,
-    "a/": 404,
+    "a/b": REFUSED,
+    "a%2fb": REFUSED,
+    "a/": REFUSED,
     "a/..": "/lenstables/file/",
     "a/../../file/x": "/lenstables/file/x",
     "%252e%252e%252fx": "/lenstables/file/%2e%2e%2fx",
     "..%255c..%255cx": "/lenstables/file/..%5c..%5cx",
-    "..%5c..%5cx": 404,
-    "..\\..\\x": 404,
+    "..%5c..%5cx": REFUSED,
+    "..\\..\\x": REFUSED,
     "%c0%ae%c0%ae%c0%afx": b"/lenstables/file/\xc0\xae\xc0\xae\xc0\xafx",
-    "x%00.tab": 400,
-    "%00": 400,
-    "..%00/": 400,
-    "x%0a": 404,
-    "x%22": 404,
-    "x%7f": 404,
-    "..;/x": 404,
+    "x%00.tab": REFUSED,
+    "%00": REFUSED,
+    "..%00/": REFUSED,
+    "x%0a": REFUSED,
+    "x%22": REFUSED,
+    "x%7f": REFUSED,
+    "..;/x": REFUSED,
 }
 
 
 @pytest.mark.parametrize("name", ARRIVALS)
-def test_no_name_reaches_a_file_outside_the_folders(device, all_lines, name):
+def test_no_name_reaches_a_file_outside_the_folders(device, web_server, all_lines, name):
+    arrival = ARRIVALS[name]
+    if web_server == "lighttpd" and isinstance(arrival, bytes):
+        arrival = REFUSED  # lighttpd lets UTF-8 in and nothing else
     outside = device.path("/update/secret")
     outside.write_text("secret")
     shutil.rmtree(device.path(FOLDERS["lenstables"]))
@@ -275,13 +284,12 @@ def test_no_name_reaches_a_file_outside_the_folders(device, all_lines, name):
     for method in ("GET", "PUT", "DELETE"):
         status, answer = http_ask(device, method, NAMES + name, b"planted" if method == "PUT" else None)
         assert b"secret" not in answer and b"root:" not in answer
-        arrival = ARRIVALS[name]
-        if isinstance(arrival, int):
-            assert status == arrival
+        if arrival is REFUSED:
+            assert status in REFUSED
     arrived = [line.partition("QorApp: ")[2] for line in
                device.path("/dev/kmsg").read_bytes()[known:].decode("latin-1").splitlines() if "QorApp: " in line]
     expected = arrival if isinstance(arrival, bytes) else str(arrival).encode()
-    assert arrived == ([] if isinstance(arrival, int) else
+    assert arrived == ([] if arrival is REFUSED else
                        [f"{method} {expected.decode('latin-1')}" for method in ("GET", "PUT", "DELETE")])
     assert {path for path in tree(device) if path.parent != device.path(FOLDERS["lenstables"])} == before
 

@@ -12,6 +12,12 @@ def catalogue():
     return Catalogue()
 
 
+@pytest.fixture(scope="module", params=["nginx", "lighttpd"])
+def web_server(request):
+    """The name of each web server in turn, for modules that go through both."""
+    return request.param
+
+
 @pytest.fixture(scope="module")
 def device_options():
     """Overridden by a module whose device needs more than a service."""

@@ -177,6 +177,7 @@ def test_the_33rd_client_is_left_alone_and_later_ones_are_served(device):
         for number in range(32):
             waiting.append(device.connect())
             waiting[-1].send_request(UPDATE, request_id=number)
+            other.ask("ping", keep=True)  # it is accepted now
             other.ask("ping", keep=True)  # it waits now
     alone = [device.connect() for _ in range(3)]
     for connection in alone:

@@ -23,7 +23,7 @@ def fill(device, path, position, data):
 
 def run(device, *words):
     """Exit status, standard output and standard error of the tool."""
-    result = subprocess.run([device.build / "bin" / "hwinfo", *words], env=device.environment(), capture_output=True,
+    result = subprocess.run(device.command("hwinfo", *words), env=device.environment(), capture_output=True,
                             text=True, check=False)
     return result.returncode, result.stdout, result.stderr
 

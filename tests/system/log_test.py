@@ -171,6 +171,7 @@ def test_lines_of_the_service_appear_coloured(device):
 
 def test_the_virtual_tool_ends_with_its_reader():
     with SystemDevice(may_fail={"service"}) as device:
+        wait_until(lambda: ask(device) != b"0\r\n", "what the tool prints")
         service = device.pids["service"]
         children = Path(f"/proc/{service}/task/{service}/children").read_text().split()
         group = [pid for pid in os.listdir("/proc") if pid.isdigit() and belongs(pid, children)]
@@ -186,8 +187,8 @@ def belongs(pid, groups):
         return False
 
 
-def test_the_web_server_lets_thirty_wait_and_shows_colours(feed):
-    with SystemDevice(nginx=True, environment=feed.environment) as device:
+def test_the_web_server_lets_thirty_wait_and_shows_colours(feed, web_server):
+    with SystemDevice(**{web_server: True}, environment=feed.environment) as device:
         feed.open()
         write(device, feed, b"12345\n", 6)
         response = get(device, LOG)
@@ -202,6 +203,7 @@ def test_the_web_server_lets_thirty_wait_and_shows_colours(feed):
         assert [client.getresponse().read() for client in clients[::2]] == [b"6\r\nmore"] * 15
         for client in clients:
             client.close()
+        device.ask("/api/v1/set.cgi", b'{"MemPersistent":{"ProductName":"Hand unit"}}')
         kept = len(clients[::2])  # by the web server, for the next requests
         wait_until(lambda: device.descriptors() <= before + kept, "an end of all that still waited")
 

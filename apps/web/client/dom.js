@@ -1,0 +1,54 @@
+// Makes elements. Text is always text: nothing here reads HTML.
+
+// An element with attributes and children. A name that begins with "on" is a listener; true is an attribute without a
+// value; false, null and undefined are no attribute. A button submits only where its type says so.
+export function element(tag, attributes = {}, ...children) {
+  const node = document.createElement(tag);
+  if (tag === "button") node.type = "button";
+  for (const [name, value] of Object.entries(attributes)) {
+    if (name.startsWith("on")) {
+      node.addEventListener(name.slice(2), value);
+    } else if (value === true) {
+      node.setAttribute(name, "");
+    } else if (value !== false && value !== null && value !== undefined) {
+      node.setAttribute(name, value);
+    }
+  }
+  node.append(...children);
+  return node;
+}
+
+export const byId = (id) => document.getElementById(id);
+
+// Sets the text only where it differs: an unchanged node costs no layout.
+export function setText(node, text) {
+  if (node.textContent !== text) node.textContent = text;
+}
+
+// Shows a button as pressed or not, with what pressing it does next.
+export function setPressed(button, isPressed, otherwise, pressed) {
+  button.setAttribute("aria-pressed", isPressed);
+  setText(button, isPressed ? pressed : otherwise);
+}
+
+// Offers the content as a file to save. `parts` are what a Blob takes.
+export function saveAs(name, type, parts) {
+  const url = URL.createObjectURL(new Blob(parts, { type }));
+  const link = element("a", { href: url, download: name });
+  document.body.append(link);
+  link.click();
+  link.remove();
+  setTimeout(() => URL.revokeObjectURL(url), 10000);
+}
+
+// Asks a yes-or-no question in the page's dialog; resolves to whether the answer was yes.
+export function ask(text, yes) {
+  const dialog = byId("question");
+  byId("question-text").textContent = text;
+  dialog.querySelector("[value=yes]").textContent = yes;
+  dialog.returnValue = "no";
+  dialog.showModal();
+  return new Promise((resolve) => {
+    dialog.addEventListener("close", () => resolve(dialog.returnValue === "yes"), { once: true });
+  });
+}

@@ -1,0 +1,44 @@
+// The log's text as lines of pieces. The service escapes nothing: of all that looks like HTML only the spans count that
+// it writes for colours, exactly as it writes them. Everything else is text.
+
+const SPAN = /<span style='(?:(color|background-color): #([0-9A-F]{6}))?'>|<\/span>/g;
+
+// Keeps what is between two pieces of text: a line that is not whole, and the spans that are open.
+export class LogText {
+  #rest = "";
+  #open = [];
+
+  // Takes the next text and returns the lines that are whole, each a list of {text, classes}.
+  take(text) {
+    const lines = (this.#rest + text).split("\n");
+    this.#rest = lines.pop();
+    return lines.map((line) => this.#pieces(line.replace(/\r$/, "")));
+  }
+
+  #pieces(line) {
+    const pieces = [];
+    let from = 0;
+    for (const match of line.matchAll(SPAN)) {
+      this.#add(pieces, line.slice(from, match.index));
+      from = match.index + match[0].length;
+      if (match[0] === "</span>") {
+        this.#open.pop();
+      } else {
+        this.#open.push(match[1] ? colourClass(match[1], match[2]) : "");
+      }
+    }
+    this.#add(pieces, line.slice(from));
+    return pieces;
+  }
+
+  #add(pieces, text) {
+    if (text !== "") pieces.push({ text, classes: this.#open.filter(Boolean) });
+  }
+}
+
+// Red, green and blue are bits 0 to 2, on as AA or FF. The bright colours have 55 or FF in them.
+function colourClass(property, digits) {
+  const bits = [0, 2, 4].map((at, bit) => ("AF".includes(digits[at]) ? 1 << bit : 0));
+  const number = bits.reduce((sum, bit) => sum + bit);
+  return `${property === "color" ? "fg" : "bg"}-${number}${/[5F]/.test(digits) ? " bright" : ""}`;
+}

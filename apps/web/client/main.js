@@ -1,0 +1,128 @@
+// Puts the console together: what is known, the feeds, and the views that are opened by the address's fragment.
+
+import { Connection } from "./connection.js";
+import { byId, setText } from "./dom.js";
+import { connect } from "./feedclient.js";
+import { Store } from "./store.js";
+import { DeviceView } from "./views/device.js";
+import { LogView } from "./views/log.js";
+import { ScreenView } from "./views/screen.js";
+import { VariablesView } from "./views/variables.js";
+import { WatchView } from "./views/watch.js";
+
+const VIEWS = { variables: VariablesView, watch: WatchView, log: LogView, screen: ScreenView, device: DeviceView };
+const HIDDEN_FOR_MS = 20000;
+const READ_BACK_MS = 5000;
+
+// What the views share.
+class App {
+  #views = {};
+  #open = null;
+  #wanted = { tree: false, log: false };
+  #connection = new Connection();
+  #rereads = 0;
+  #asked = new Map();
+
+  constructor(catalogue) {
+    this.catalogue = catalogue;
+    this.store = new Store(catalogue);
+    this.logListener = () => {};
+    this.feed = connect((message) => this.#receive(message));
+  }
+
+  start() {
+    const need = () => this.#need(!document.hidden);
+    let timer;
+    document.addEventListener("visibilitychange", () => {
+      clearTimeout(timer);
+      timer = setTimeout(need, document.hidden ? HIDDEN_FOR_MS : 0);
+      this.#views[this.#open]?.[document.hidden ? "hide" : "show"]();
+    });
+    addEventListener("pagehide", () => this.feed.need({ tree: false, log: false }));
+    addEventListener("pageshow", (event) => event.persisted && this.feed.need(this.#wanted));
+    addEventListener("hashchange", () => this.#route());
+    this.store.subscribe(() => this.#showProduct());
+    this.#route();
+    this.#need(true);
+  }
+
+  // Whether the log is read: only while someone looks at it.
+  readLog(isWanted) {
+    this.#wanted.log = isWanted;
+    this.feed.need({ ...this.#wanted });
+  }
+
+  // Reads the tree anew; resolves to whether it came.
+  readBack() {
+    const number = ++this.#rereads;
+    this.feed.reread(number);
+    return new Promise((resolve) => {
+      this.#asked.set(number, resolve);
+      setTimeout(resolve, READ_BACK_MS, false);
+    });
+  }
+
+  // A page that nobody sees reads nothing, unless it records.
+  #need(isSeen) {
+    this.#wanted.tree = isSeen || Boolean(this.#views.watch?.isRecording());
+    this.feed.need({ ...this.#wanted });
+  }
+
+  #receive(message) {
+    if (message.type === "log" || message.type === "log-state") {
+      this.logListener(message);
+      return;
+    }
+    if (message.type === "reread") {
+      this.#asked.get(message.number)?.(message.came);
+      this.#asked.delete(message.number);
+      return;
+    }
+    if (message.type !== "state") this.#apply(message.text);
+    if (message.type !== "update") this.#connection.take(message);
+  }
+
+  #apply(text) {
+    try {
+      this.store.apply(text);
+    } catch (error) {
+      console.warn(error);
+      this.feed.reread(0);
+    }
+  }
+
+  #route() {
+    const asked = location.hash.slice(1);
+    const name = Object.hasOwn(VIEWS, asked) ? asked : "variables";
+    if (name === this.#open || asked === "main") return;
+    this.#views[this.#open]?.hide();
+    this.#open = name;
+    document.querySelectorAll("[data-view]").forEach((section) => {
+      section.hidden = section.dataset.view !== name;
+    });
+    document.querySelectorAll("nav a").forEach((link) => {
+      link.hash === `#${name}` ? link.setAttribute("aria-current", "page") : link.removeAttribute("aria-current");
+    });
+    this.#views[name] ??= new VIEWS[name](this);
+    this.#views[name].show();
+  }
+
+  #showProduct() {
+    const name = this.store.variables.get("MemPersistent.ProductName")?.value;
+    if (name) {
+      setText(byId("product"), name);
+      document.title = `${name} console`;
+    }
+  }
+}
+
+// Without the catalogue the console still works; it then does not know capacities and structures.
+async function readCatalogue() {
+  try {
+    return await (await fetch("catalogue.json")).json();
+  } catch {
+    return { variables: {}, structures: {}, enumerations: {} };
+  }
+}
+
+new App(await readCatalogue()).start();
