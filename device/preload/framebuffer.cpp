@@ -27,6 +27,9 @@ constexpr long FRAME_NS = SECOND_NS / 60;
 constexpr std::uint32_t PIXEL_CLOCK_PS = 30'000;
 
 constinit Next<int(int, unsigned long, void*)> nextIoctl("ioctl");
+#if __TIMESIZE == 32
+constinit Next<int(int, unsigned long, void*)> nextIoctlTime64("__ioctl_time64");
+#endif
 
 /// The framebuffer's file in this process's device: its path, empty without a device.
 struct FramebufferPath {
@@ -200,3 +203,17 @@ INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept {
     va_end(arguments);
     return ioctlMapped(fd, request, argument, nextIoctl);
 }
+
+#if __TIMESIZE == 32
+// What programs with 64-bit times call on a machine whose own times have 32 bits.
+
+extern "C" int __ioctl_time64(int fd, unsigned long request, ...) noexcept;
+
+INTERPOSED int __ioctl_time64(int fd, unsigned long request, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return ioctlMapped(fd, request, argument, nextIoctlTime64);
+}
+#endif

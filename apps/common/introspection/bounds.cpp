@@ -2,6 +2,9 @@
 
 #include "apps/common/introspection_enum/introspection_enum.h"
 
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -22,14 +25,29 @@ bool isIntInBounds(const VariableDescriptor& variable, const char* value) {
     return lower <= number && number <= upper;
 }
 
+/// As std::stof, but that a number which rounds up to the smallest normal one is no underflow: C libraries
+/// take it for one on some processors and not on others.
+float floatOf(const char* text) {
+    char* end = nullptr;
+    errno = 0;
+    const float number = std::strtof(text, &end);
+    if (end == text) {
+        throw std::invalid_argument("no number");
+    }
+    if (errno == ERANGE && std::fabs(number) != std::numeric_limits<float>::min()) {
+        throw std::out_of_range("no float");
+    }
+    return number;
+}
+
 bool isFloatInBounds(const VariableDescriptor& variable, const char* value) {
     using Limits = std::numeric_limits<float>;
     if (variable.min == nullptr && variable.max == nullptr) {
         return true;
     }
-    const float lower = variable.min != nullptr ? std::stof(variable.min) : Limits::min();
-    const float upper = variable.max != nullptr ? std::stof(variable.max) : Limits::max();
-    const float number = std::stof(value);
+    const float lower = variable.min != nullptr ? floatOf(variable.min) : Limits::min();
+    const float upper = variable.max != nullptr ? floatOf(variable.max) : Limits::max();
+    const float number = floatOf(value);
     return lower <= number && number <= upper;
 }
 

@@ -11,6 +11,7 @@
 
 namespace {
 
+using testing::AnyOf;
 using testing::EndsWith;
 
 class FbLinuxTest : public testing::Test {
@@ -110,7 +111,9 @@ TEST_F(FbLinuxTest, FailuresNameWhatFailed) {
     screen_.state().yresVirtual = HEIGHT;
     EXPECT_THAT(failure([&] { drawing.show(); }), EndsWith(" pan: Invalid argument"));
     FbLinux closed("/dev/fb0");
-    EXPECT_THAT(failure([&] { closed.waitVSync(); }), EndsWith(" vsync: Bad file descriptor"));
+    // Where a processor is emulated, this request is refused before anybody looks at the descriptor.
+    EXPECT_THAT(failure([&] { closed.waitVSync(); }),
+                AnyOf(EndsWith(" vsync: Bad file descriptor"), EndsWith(" vsync: Function not implemented")));
     EXPECT_THAT(failure([&] { closed.currentAddress(); }), EndsWith(" screen info: Bad file descriptor"));
     screen_.state().smemLen = 0;
     EXPECT_THAT(failure([] { FbLinux("/dev/fb0").init(); }), EndsWith(" map framebuffer: Invalid argument"));

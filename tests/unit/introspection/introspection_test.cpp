@@ -149,6 +149,11 @@ TEST(Introspection, RangeCheckOfFloatsWithoutLowerBoundRefusesNegatives) {
     EXPECT_EQ(error, "");
     EXPECT_FALSE(isAllowed("LastKnownFocusValue", "1e99", error));
     EXPECT_EQ(error, "Can't convert \"1e99\"\n");
+    EXPECT_TRUE(isAllowed("LastKnownFocusValue", "1.17549435e-38", error)); // rounds to the smallest bound
+    EXPECT_FALSE(isAllowed("LastKnownFocusValue", "1e-39", error));
+    EXPECT_EQ(error, "Can't convert \"1e-39\"\n");
+    EXPECT_FALSE(isAllowed("LastKnownFocusValue", "", error));
+    EXPECT_EQ(error, "Can't convert \"\"\n");
     std::swap(variable.row(), row);
 }
 

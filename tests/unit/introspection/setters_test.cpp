@@ -167,7 +167,7 @@ TEST(Getters, FloatsPrintAsTheStandardLibraryDoes) {
 }
 
 TEST(Getters, ReadTheElementAtAnyAddress) {
-    char bytes[13] = {0, 1, 0, 0, 0, -2, -1, -1, -1, 0, 0, '\xc0', '\x3f'};
+    char bytes[13] = {0, 1, 0, 0, 0, '\xfe', '\xff', '\xff', '\xff', 0, 0, '\xc0', '\x3f'};
     EXPECT_EQ(getIntIntrospection(bytes + 1, 0), "1");
     EXPECT_EQ(getIntIntrospection(bytes + 1, 1), "-2");
     EXPECT_EQ(getFloatIntrospection(bytes + 1, 2), "1.500000");
