@@ -5,17 +5,18 @@
     Entry.<enumeration>                               the names of its entries, for both
 """
 
-import json
 from pathlib import Path
 
 import yaml
 
+from jsontext import json_text
 from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
 from model import event_name
 from schema import Schema, closed_object
 
 FRAME = Path(__file__).parent / "templates" / "openapi.yaml"
 SCHEMAS = "#/components/schemas/"
+ENTRY_DEPTH = 3  # a line for each schema
 INT_BOUNDS = (-2147483648, 2147483647)
 FLOAT_MAX = 3.4028234663852886e38
 SMALLEST_NORMAL = 1.1754943508222875e-38  # where the service's check begins when there is only an upper bound
@@ -27,7 +28,7 @@ def openapi_text(model, comment):
     document = yaml.safe_load(FRAME.read_text())
     # What the frame defines itself stands in for a model that does not have it.
     document["components"]["schemas"].update(schemas(model))
-    return json.dumps({"openapi": document.pop("openapi"), "x-comment": comment, **document}, indent=1) + "\n"
+    return json_text({"openapi": document.pop("openapi"), "x-comment": comment, **document}, ENTRY_DEPTH) + "\n"
 
 
 def schemas(model):

@@ -1,15 +1,15 @@
 """The JSON Schema of the variable tree that the web API delivers."""
 
-import json
-
+from jsontext import json_text
 from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
 
+ENTRY_DEPTH = 2  # a line for each definition
 INVALID_VALUE = "^INVALID_VALUE:[0-9]+$"
 DEFAULT_BOUNDS = {INT: ("-2147483648", "2147483647"), FLOAT: ("-1e38", "1e38"), STRING: ("0", "0"), BUFFER: ("0", "0")}
 
 
 def schema_text(model, comment):
-    return json.dumps(Schema(Types(model)).tree(model, comment), indent=1) + "\n"
+    return json_text(Schema(Types(model)).tree(model, comment), ENTRY_DEPTH) + "\n"
 
 
 class Schema:
