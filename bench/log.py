@@ -25,7 +25,10 @@ from virtualdevice import VirtualDevice
 SIZE = 257
 COLOURS = ((1, "m"), (31, "m"), (36, "m"), (45, "m"), (93, "m"), (107, "m"), (0, "K"), (38, "m"))
 TURNS = 50  # writes per second
+LEAST_PAUSE = 0.005
 REST_SECONDS = 10
+ATTEMPTS = 3
+BEHIND_LINES = 150
 TOOL = """#!/bin/sh
 exec dd bs={size} iflag=fullblock status=none if="{fifo}"
 """
@@ -90,8 +93,7 @@ def write_lines(feed, count, rate):
     per_turn = rate // TURNS
     for turn in range(count // per_turn):
         delay = begin + turn / TURNS - time.monotonic()
-        if delay > 0:
-            time.sleep(delay)
+        time.sleep(max(delay, LEAST_PAUSE))  # who is late catches up step by step
         late = max(late, -delay)
         for number in range(turn * per_turn, (turn + 1) * per_turn):
             feed.write(line(number))
@@ -121,13 +123,14 @@ def measure(options, folder):
                 follower.join(60)
             used = service.processor_seconds() - before
         equal = sum(follower.text == expected for follower in followers)
+        alike = all(follower.text == followers[0].text for follower in followers)
         time.sleep(0.5)
         before = service.processor_seconds()
         progress(f"The tool has ended, {REST_SECONDS} s of rest")
         time.sleep(REST_SECONDS)
         rest = (service.processor_seconds() - before) / REST_SECONDS
-        report(options, followers, expected, equal, used, late, rest, service)
-        return equal == len(followers)
+        report(options, followers, expected, equal, alike, used, late, rest, service)
+        return equal == len(followers), late
 
 
 class SkipFirst:
@@ -141,10 +144,11 @@ class SkipFirst:
         next(self._writes, self._feed.write)(data)
 
 
-def report(options, followers, expected, equal, used, late, rest, service):
+def report(options, followers, expected, equal, alike, used, late, rest, service):
     answers = sum(follower.answers for follower in followers)
     print_table(("figure", "value"), (
         ("texts equal to the conversion", f"{equal} of {len(followers)}"),
+        ("all of them the same", "yes" if alike else "NO"),
         ("size of the text", f"{len(expected) / 1e6:.1f} MB"),
         ("answers per client and second", f"{answers / len(followers) / options.seconds:.1f}"),
         ("processor of the service", f"{100 * used / options.seconds:.1f} %"),
@@ -162,8 +166,13 @@ def main():
     options = arguments.parse_args()
     print("## The log\n")
     print_conditions()
-    with tempfile.TemporaryDirectory() as folder:
-        sys.exit(0 if measure(options, Path(folder)) else "The texts differ")
+    for _ in range(ATTEMPTS):
+        with tempfile.TemporaryDirectory() as folder:
+            is_equal, late = measure(options, Path(folder))
+        if is_equal or late * options.rate < BEHIND_LINES:
+            break
+        print("The machine stalled, and the service's reads met other places than foreseen: once more.\n", flush=True)
+    sys.exit(0 if is_equal else "The texts differ")
 
 
 main()
