@@ -32,7 +32,8 @@ BLOCK = re.compile(r"(?<=^```console\n).*?(?=^```$)", re.MULTILINE | re.DOTALL)
 ARGUMENTS = re.compile(r"<!-- examples:(.*?)-->")
 CURL_THAT_TELLS = 'curl() { command curl --trace-ascii .sent.$BASHPID "$@"; }\n'
 NOTHING_SET = b'{"result": 0, "error": "" }'
-PRODUCT_NAME = b'{"MemPersistent": {"ProductName": "Lens Control"}}'
+# Texts that no page and no simulation changes.
+FORGOTTEN = ("EditValueStringBackup_Local", "TempLensFileName_Local", "ELEMENT_4", "ELEMENT_5")
 # What differs by nature, and what stands in its place.
 SAME = [
     (re.compile(r"\[ *\d+\.\d{6}\]"), "[   42.123456]"),  # time since the start
@@ -102,14 +103,16 @@ class Shell:
 
     def _forget_changes(self):
         """Returns when no change from before can reach a request that begins to wait now."""
-        with self._device.connect() as waiting:
-            waiting.send_request("/api/v1/update.cgi")
-            self._sync()
-            self._device.ask("/api/v1/set.cgi", PRODUCT_NAME)  # a text tells of every set, behind all from before
-            answer = waiting.answer().body
-        while b'"ProductName"' not in answer:
+        # An answer may still come for changes from before, and then the one that is made here is on its way. So that it
+        # is known by its name, each is another one.
+        for name in FORGOTTEN:
             with self._device.connect() as waiting:
-                answer = waiting.ask("/api/v1/update.cgi").body
+                waiting.send_request("/api/v1/update.cgi")
+                self._sync()
+                self._device.ask("/api/v1/set.cgi", f'{{"MemGuiLocal": {{"{name}": ""}}}}'.encode())
+                if name.encode() in waiting.answer().body:  # a text is told with every set
+                    return
+        raise AssertionError("changes go on")
 
     def _wait_for_log(self):
         """Returns when log.cgi has all that was logged."""
