@@ -8,7 +8,6 @@ all changes when it ends. Nothing of the machine that it runs on is touched.
 import contextlib
 import ctypes
 import os
-import re
 import signal
 import subprocess
 import time
@@ -16,7 +15,7 @@ from pathlib import Path
 
 PACKAGES = ("systemd", "systemd-sysv", "dbus", "nginx-light", "python3", "libpng16-16", "libcairo2", "libstdc++6")
 SUITE = "bookworm"
-BOOT_SECONDS = 40
+WAIT_SECONDS = 60
 CLONE_NEWNET = 0x40000000
 NAMESPACES = ("-m", "-u", "-i", "-n", "-p", "-C")
 
@@ -45,6 +44,13 @@ def make_base(folder):
     part.rename(folder)
 
 
+def wait_until(is_so, what):
+    end = time.monotonic() + WAIT_SECONDS
+    while not is_so():
+        assert time.monotonic() < end, f"still waiting for: {what}"
+        time.sleep(0.02)
+
+
 class Container:
     def __init__(self, base, folders):
         self._base = base
@@ -62,7 +68,7 @@ class Container:
             env={**os.environ, "SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1"}, stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
         try:
-            self._wait_for_boot()
+            wait_until(self._has_booted, "the container's system")
         except BaseException:
             self.__exit__()
             raise
@@ -71,44 +77,26 @@ class Container:
     def __exit__(self, *_):
         # Ends all of the container at once: there is nothing in it that would have to be kept.
         with contextlib.suppress(ProcessLookupError):
-            os.kill(self._leader or self._process.pid, signal.SIGKILL)
+            os.kill(int(self._leader or self._process.pid), signal.SIGKILL)
         with contextlib.suppress(subprocess.TimeoutExpired):
             self._process.communicate(timeout=10)
         if self._process.poll() is None:
             self._process.kill()
             self._process.communicate()
 
-    def _wait_for_boot(self):
-        end = time.monotonic() + BOOT_SECONDS
-        while True:
-            if self._process.poll() is not None:
-                raise RuntimeError(f"the container ended: {self._process.stdout.read().decode(errors='replace')}")
-            if time.monotonic() > end:
-                raise RuntimeError("the container does not boot")
-            self._leader = self._find_leader()
-            if self._leader and self.run("systemctl", "is-system-running", fails=True).stdout.strip() == "running":
-                return
-            time.sleep(0.1)
-
-    def _find_leader(self):
+    def _has_booted(self):
+        assert self._process.poll() is None, self._process.stdout.read().decode(errors="replace")
         children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children").read_text().split()
-        for child in map(int, children):
-            if os.readlink(f"/proc/{child}/ns/net") != os.readlink("/proc/self/ns/net"):
-                return child
-        return None
+        own = os.readlink("/proc/self/ns/net")
+        self._leader = next((child for child in children if os.readlink(f"/proc/{child}/ns/net") != own), None)
+        return self._leader and self.run("systemctl", "is-system-running", fails=True).stdout == "running\n"
 
-    def run(self, *command, fails=False, text=True, **options):
+    def run(self, *command, fails=False):
         """Runs a command inside. Its failure fails the test unless that is expected."""
-        result = subprocess.run(["nsenter", "-t", str(self._leader), *NAMESPACES, "--", *map(str, command)],
-                                stdin=options.pop("stdin", subprocess.DEVNULL), capture_output=True, text=text,
-                                timeout=60, check=False, **options)
+        result = subprocess.run(["nsenter", "-t", self._leader, *NAMESPACES, "--", *command],
+                                stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60, check=False)
         assert fails or result.returncode == 0, f"{command}: {result.stdout}{result.stderr}"
         return result
-
-    def write(self, path, content):
-        self.run("mkdir", "-p", os.path.dirname(path))
-        subprocess.run(["nsenter", "-t", str(self._leader), *NAMESPACES, "--", "tee", path], input=content, text=True,
-                       stdout=subprocess.DEVNULL, check=True)
 
     def enter_network(self):
         """From now on all connections of this process are the container's."""
@@ -117,10 +105,6 @@ class Container:
             if libc.setns(network.fileno(), CLONE_NEWNET) < 0:
                 raise OSError(ctypes.get_errno(), "setns")
 
-    def main_pid(self, unit):
-        return int(self.run("systemctl", "show", "-P", "MainPID", unit).stdout)
-
-    def status(self, pid, field):
-        """A field of a process's status file."""
-        text = self.run("cat", f"/proc/{pid}/status").stdout
-        return re.search(rf"^{field}:\s*(.*)$", text, re.MULTILINE)[1]
+    def show(self, unit, what):
+        """A property that systemd knows of a unit."""
+        return self.run("systemctl", "show", "-P", what, unit).stdout.strip()

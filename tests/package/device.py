@@ -16,22 +16,15 @@ NAMES = ("PATH", "LD_PRELOAD", "VIRTUAL_DEVICE_ROOT", "VIRTUAL_DEVICE_NAME", "VI
 sys.path.insert(0, FOLDER + "/device/launcher")
 from virtualdevice import VirtualDevice
 
-
-def main():
-    with VirtualDevice(FOLDER, service=False, fcgi_port=9000) as device:
-        environment = device.environment()
-        lines = [f'Environment="{name}={environment[name]}"' for name in NAMES]
-        # The device lies in /tmp, of which the service has one of its own.
-        lines += [f"BindPaths={device.root}"]
-        for folder in WRITTEN:
-            device.path(folder).rmdir()
-            device.path(folder).symlink_to(folder)
-        DROP_IN.parent.mkdir(parents=True, exist_ok=True)
-        DROP_IN.write_text("[Service]\n" + "\n".join(lines) + "\n")
-        subprocess.run(["systemctl", "daemon-reload"], check=True)
-        Path("/run/virtualdevice").write_text(str(device.root))
-        signal.sigwait({signal.SIGTERM})
-
-
 signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
-main()
+with VirtualDevice(FOLDER, service=False, fcgi_port=9000) as device:
+    environment = device.environment()
+    # The device lies in /tmp, of which the service has one of its own.
+    lines = [f"BindPaths={device.root}", *(f'Environment="{name}={environment[name]}"' for name in NAMES)]
+    for folder in WRITTEN:
+        device.path(folder).rmdir()
+        device.path(folder).symlink_to(folder)
+    DROP_IN.parent.mkdir(parents=True, exist_ok=True)
+    DROP_IN.write_text("[Service]\n" + "\n".join(lines) + "\n")
+    subprocess.run(["systemctl", "daemon-reload"], check=True)
+    signal.sigwait({signal.SIGTERM})

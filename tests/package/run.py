@@ -11,43 +11,32 @@ import sys
 from pathlib import Path
 
 import container
+from skipping import run_tests, skip
 
 HERE = Path(__file__).resolve().parent
 REPOSITORY = HERE.parents[1]
 BASE = REPOSITORY / "build" / "package" / "base"
 TOOLS = ("debootstrap", "systemd-nspawn", "nsenter", "dh", "lintian")
-SKIPPED = 77
+# An own process tree, network and tree of mounts is what the container is made of.
+NAMESPACES = ("unshare", "--mount", "--net", "--pid", "--uts", "--ipc", "--fork", "mount", "-t", "tmpfs", "none", "/mnt")
 
 
-def skip(reason):
-    print(f"THE PACKAGES ARE NOT TESTED: {reason}", flush=True)
-    sys.exit(SKIPPED)
-
-
-def require_rights():
+def missing():
+    """Why it cannot be done here; empty when it can."""
     if os.geteuid() != 0:
-        skip("only root can make a root folder and start a container")
-    missing = [tool for tool in TOOLS if not shutil.which(tool)]
-    if missing:
-        skip(f"not installed: {', '.join(missing)}")
-    # An own process tree, network and tree of mounts is what the container is made of.
-    namespaces = ["unshare", "--mount", "--net", "--pid", "--uts", "--ipc", "--fork", "mount", "-t", "tmpfs", "none", "/mnt"]
-    if subprocess.run(namespaces, check=False).returncode != 0:
-        skip("the kernel gives no namespaces")
+        return "only root can make a root folder and start a container"
+    tools = [tool for tool in TOOLS if not shutil.which(tool)]
+    if tools:
+        return f"not installed: {', '.join(tools)}"
+    return "" if subprocess.run(NAMESPACES, check=False).returncode == 0 else "the kernel gives no namespaces"
 
 
-def main():
-    build = Path(sys.argv[1]).resolve()
-    require_rights()
-    # Packages and root folder are one for all builds: runs that come at once follow each other.
-    BASE.parent.mkdir(parents=True, exist_ok=True)
-    lock = open(BASE.parent / "lock", "w")
-    fcntl.flock(lock, fcntl.LOCK_EX)
-    container.make_base(BASE)
-    subprocess.run([REPOSITORY / "script" / "package", "--build", build], check=True)
-    environment = {**os.environ, "PYTHONDONTWRITEBYTECODE": "1", "PACKAGE_TEST_BASE": str(BASE)}
-    sys.exit(subprocess.run([sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", HERE / "package_test.py"],
-                            env=environment, check=False).returncode)
-
-
-main()
+if reason := missing():
+    skip("THE PACKAGES ARE", reason)
+# Packages and root folder are one for all builds: runs that come at once follow each other.
+BASE.parent.mkdir(parents=True, exist_ok=True)
+lock = open(BASE.parent / "lock", "w")
+fcntl.flock(lock, fcntl.LOCK_EX)
+container.make_base(BASE)
+subprocess.run([REPOSITORY / "script" / "package", "--build", Path(sys.argv[1]).resolve()], check=True)
+run_tests([HERE / "package_test.py"], PACKAGE_TEST_BASE=str(BASE))
