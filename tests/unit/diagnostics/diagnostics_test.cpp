@@ -18,23 +18,21 @@ protected:
     LogCapture log_;
 };
 
-TEST_F(Diagnostics, LineHasRightAlignedProgramAndSourcePaddedLevelAndMessage) {
-    logMessage(nullptr, LogLevel::Warn, "/some/where/main.cpp", 7, "radio %s %i", "lost", 3);
-    EXPECT_EQ(log_.text(), "    unit-diagnostics  Warn                    main.cpp:   7 radio lost 3\n");
+TEST_F(Diagnostics, LineHasAlignedFieldsThatWidenForLongContentAndIsCutAt511Characters) {
+    const auto line = [](const char* file, int number, const std::string& message) {
+        const LogCapture log;
+        logMessage(nullptr, LogLevel::Warn, file, number, "%s %i", message.c_str(), 3);
+        EXPECT_EQ(log.text().substr(0, 34), "    unit-diagnostics  Warn        ");
+        return log.text().substr(34);
+    };
+    EXPECT_EQ(line("/some/where/main.cpp", 7, "radio"), "            main.cpp:   7 radio 3\n");
+    EXPECT_EQ(line("a-source-with-a-long-name.cpp", 12345, "m"), "a-source-with-a-long-name.cpp:12345 m 3\n");
+    EXPECT_EQ(line("x.cpp", 1, std::string(2000, 'm')),
+              "               x.cpp:   1 " + std::string(485, 'm') + "\n");
+    EXPECT_EQ(line(std::string(600, 's').c_str(), 1, "message"), std::string(511, 's') + "\n");
 }
 
-TEST_F(Diagnostics, FieldsThatDoNotFitWidenTheLocationAndTheWholeIsCutAt511Characters) {
-    logMessage(nullptr, LogLevel::Error, "a-source-with-a-long-name.cpp", 12345, "m");
-    EXPECT_EQ(log_.text().substr(34), "a-source-with-a-long-name.cpp:12345 m\n");
-    const LogCapture message;
-    logMessage(nullptr, LogLevel::Error, "x.cpp", 1, "%s", std::string(2000, 'm').c_str());
-    EXPECT_EQ(message.text().substr(34), "               x.cpp:   1 " + std::string(485, 'm') + "\n");
-    const LogCapture source;
-    logMessage(nullptr, LogLevel::Error, std::string(600, 's').c_str(), 1, "message");
-    EXPECT_EQ(source.text().substr(34), std::string(511, 's') + "\n");
-}
-
-TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndEqualLevelPasses) {
+TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndLevelsThatAreNoEntryShowAtTheNearest) {
     LOG_MESSAGE(DebugAll, "no threshold yet");
     LogLevel threshold = LogLevel::Warn;
     gComponentLogLevel = &threshold;
@@ -42,13 +40,10 @@ TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndEqualLevelPasses) {
     LOG_MESSAGE(Warn, "equal");
     threshold = static_cast<LogLevel>(-5); // as any process may write it
     LOG_MESSAGE(DebugAll, "signed");
-    EXPECT_THAT(log_.messages(), ElementsAre("DebugAll no threshold yet", "Warn equal", "DebugAll signed"));
-}
-
-TEST_F(Diagnostics, LevelThatIsNoEntryIsStillALine) {
     logMessage(nullptr, static_cast<LogLevel>(8), "x.cpp", 1, "beyond");
     logMessage(nullptr, static_cast<LogLevel>(-1), "x.cpp", 1, "before");
-    EXPECT_THAT(log_.messages(), ElementsAre("Error beyond", "DebugAll before"));
+    EXPECT_THAT(log_.messages(), ElementsAre("DebugAll no threshold yet", "Warn equal", "DebugAll signed",
+                                             "Error beyond", "DebugAll before"));
 }
 
 TEST_F(Diagnostics, ErrorsAreWrittenWhateverTheThresholdAndTheirTextsNameThePlace) {

@@ -73,11 +73,9 @@ const std::string SAMPLE("\x07\0\0\0\1\0\0\0\2\0\0\0"
                          30);
 
 std::vector<std::uint32_t> idsOf(std::string_view bytes) {
-    std::vector<std::uint32_t> ids;
-    for (; bytes.size() >= 12; bytes.remove_prefix(12)) {
-        ids.emplace_back();
-        std::memcpy(&ids.back(), bytes.data(), 4);
-    }
+    std::vector<std::uint32_t> ids(bytes.size() / 12);
+    for (std::size_t i = 0; i < ids.size(); ++i)
+        std::memcpy(&ids[i], bytes.data() + 12 * i, 4);
     return ids;
 }
 
@@ -95,10 +93,7 @@ TEST_F(ServerConnectionTest, PartialRecordsAreDroppedWhereverTheStreamIsSplit) {
 }
 
 TEST_F(ServerConnectionTest, RecordsBeyond256ComeWithTheNextEvent) {
-    std::string records;
-    for (int i = 0; i < 300; ++i)
-        records += SAMPLE.substr(0, 12);
-    brokerSends(records);
+    brokerSends(std::string(300 * 12, '\1'));
     poll_.wait(1000, true);
     EXPECT_EQ(recorder_.ids.size(), 256U);
     poll_.wait(1000, true);
@@ -107,12 +102,16 @@ TEST_F(ServerConnectionTest, RecordsBeyond256ComeWithTheNextEvent) {
 
 TEST_F(ServerConnectionTest, RecordsWithoutHandlerAreLoggedWithTheirNames) {
     connection_->handler = nullptr;
-    brokerSends(std::string("\6\0\0\0\0\0\0\0\0\0\0\0\xa3\3\0\0\0\0\0\0\0\0\0\0", 24));
+    const Notify records[] = {{0, 9, 9}, {3, 0, 0}, {6, 0, 0}, {931, 0, 0}, {0xffffffffU, 0, 0}};
+    brokerSends({reinterpret_cast<const char*>(records), sizeof records});
     poll_.wait(1000, true);
     auto messages = log_.messages();
     std::erase_if(messages, [](const std::string& message) { return message.starts_with("Debug"); });
-    EXPECT_THAT(messages, ElementsAre("Warn Unhandled event: VarAppLogLevelChanged",
+    EXPECT_THAT(messages, ElementsAre("Warn Unhandled event: Invalid", "Warn Unhandled event: SubscribeAll",
+                                      "Warn Unhandled event: VarAppLogLevelChanged",
                                       "Warn Event id 931 is beyond the 931 known events",
+                                      "Warn Unhandled event: Invalid",
+                                      "Warn Event id 4294967295 is beyond the 931 known events",
                                       "Warn Unhandled event: Invalid"));
 }
 
@@ -140,7 +139,6 @@ TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFails) {
     EXPECT_EQ(poll_.wait(0, true), 2);
     EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
     connection_->event(EventPoll::Callback::READABLE);
-    EXPECT_THAT(recorder_.ids, IsEmpty());
 }
 
 TEST_F(ServerConnectionTest, ReadErrorClosesTheConnectionAndIsNoException) {
@@ -199,26 +197,20 @@ TEST_F(ServerConnectionTest, ClosingEndsAlthoughTheBrokerNeverStopsSending) {
     waitpid(flood, nullptr, 0);
 }
 
-TEST(ReadEvents, GoesOnAfterSignals) {
-    const LogCapture log;
-    EventPoll poll;
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+TEST_F(ServerConnectionTest, ReadingGoesOnAfterSignals) {
+    const pid_t broker = fork();
+    if (broker == 0) {
         for (int i = 0; i < 1000; ++i) {
             kill(getppid(), SIGALRM);
             sched_yield();
         }
-        _exit(write(ends[1], SAMPLE.data(), 24) == 24 ? 0 : 1);
+        _exit(write(broker_, SAMPLE.data(), 24) == 24 ? 0 : 1);
     }
-    Notify records[2] = {};
-    EXPECT_EQ(readEvents(ends[0], records, 2), 2);
-    waitpid(child, nullptr, 0);
-    close(ends[1]);
-    poll.add(ends[0], nullptr, EPOLLIN);
-    EXPECT_EQ(poll.wait(0, true), 1); // the signals had come
-    close(ends[0]);
+    connection_->event(EventPoll::Callback::READABLE);
+    waitpid(broker, nullptr, 0);
+    EXPECT_THAT(recorder_.ids, ElementsAre(7, 8));
+    hangUp();
+    EXPECT_EQ(poll_.wait(1000, true), 1); // the signals had come
 }
 
 } // namespace

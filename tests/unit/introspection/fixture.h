@@ -42,9 +42,7 @@ private:
 /// Stands in for the broker at the other end of the process's connection.
 class PostedEvents {
 public:
-    PostedEvents() : ends_(connectedPair()), connection_(poll_, ends_[0]) {
-        gServerConnection = &connection_;
-    }
+    PostedEvents() { gServerConnection = &connection_; }
     ~PostedEvents() {
         gServerConnection = nullptr;
         close(ends_[1]);
@@ -63,15 +61,13 @@ public:
 private:
     static std::array<int, 2> connectedPair() {
         std::array<int, 2> ends{};
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) < 0) {
-            throw std::runtime_error("socketpair");
-        }
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
         return ends;
     }
 
     EventPoll poll_;
-    std::array<int, 2> ends_;
-    ServerConnection connection_;
+    std::array<int, 2> ends_ = connectedPair();
+    ServerConnection connection_{poll_, ends_[0]};
 };
 
 /// A variable of the catalogue by name.

@@ -2,134 +2,94 @@
 
 #include "tests/unit/introspection/fixture.h"
 
-#include <gmock/gmock.h>
-
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <random>
 
 namespace {
 
-/// Sets, and tells result, value afterwards and number of posts in one text.
-#define EXPECT_SET(variable, value, error, after, count)                                                     \
-    EXPECT_EQ(set(variable, value), error) << (value);                                                       \
-    EXPECT_EQ(get(variable), after) << (value);                                                              \
-    EXPECT_EQ(posts(), count) << (value)
-
-TEST_F(MappedCatalogue, IntegersTakeTheFormsOfStrtolWithin32Bits) {
-    const Variable torque("FocusTorque");
-    EXPECT_SET(torque, "0x10", "", "16", 1U);
-    EXPECT_SET(torque, "16", "", "16", 0U);
-    EXPECT_SET(torque, "12abc", "", "12", 1U);
-    EXPECT_SET(torque, " -010", "", "-8", 1U);
-    EXPECT_SET(torque, "2147483647", "", "2147483647", 1U);
-    EXPECT_SET(torque, "-2147483648", "", "-2147483648", 1U);
-    for (const char* bad : {"2147483648", "-2147483649", "99999999999999999999", "", " ", "x1"}) {
-        EXPECT_SET(torque, bad, "Can't convert " + std::string(bad) + " to int", "-2147483648", 0U);
+class Setters : public MappedCatalogue {
+protected:
+    /// Sets, and tells error, value afterwards and number of posts.
+    std::string outcome(const Variable& variable, const std::string& value) {
+        const std::string error = set(variable, value.c_str());
+        return error + "|" + get(variable) + "|" + std::to_string(posts());
     }
-}
 
-TEST_F(MappedCatalogue, FloatsTakeTheFormsOfStrtofAndPrintSixDecimals) {
-    const Variable focus("LastKnownFocusValue");
-    EXPECT_SET(focus, "0.1", "", "0.100000", 1U);
-    EXPECT_SET(focus, "0.1f", "", "0.100000", 0U);
-    EXPECT_SET(focus, " -0x1.8p0", "", "-1.500000", 1U);
-    EXPECT_SET(focus, "inf", "", "inf", 1U);
-    EXPECT_SET(focus, "1e-60", "", "0.000000", 1U);
-    EXPECT_SET(focus, "-0", "", "-0.000000", 1U);
-    for (const char* bad : {"", "abc", "1e99", "-1e99", "."}) {
-        EXPECT_SET(focus, bad, "Can't convert " + std::string(bad) + " to float", "-0.000000", 0U);
-    }
-}
-
-TEST_F(MappedCatalogue, BoolsTakeTheTwoWordsAndReadAnyByte) {
-    const Variable power("RadioPower");
-    EXPECT_SET(power, "true", "", "true", 1U);
-    EXPECT_SET(power, "true", "", "true", 0U);
-    EXPECT_EQ(*address(power), 1);
-    for (const char* bad : {"True", "1", "true ", ""}) {
-        EXPECT_SET(power, bad, "Value has to be 'true' or 'false'", "true", 0U);
-    }
-    EXPECT_SET(power, "false", "", "false", 1U);
-    *address(power) = '\x80';
-    EXPECT_EQ(get(power), "true");
-}
-
-TEST_F(MappedCatalogue, EnumerationsTakeEntryNamesOnly) {
-    const Variable level("AppServiceLogLevel");
-    EXPECT_SET(level, "Warn", "", "Warn", 1U);
-    EXPECT_EQ(*address(level), 6);
-    EXPECT_SET(level, "Warn", "", "Warn", 0U);
-    for (const char* bad : {"warn", "Warning", "6", ""}) {
-        EXPECT_SET(level, bad, std::string(bad) + " is not part of enum LogLevel", "Warn", 0U);
-    }
-}
-
-TEST_F(MappedCatalogue, ValuesThatAreNoEntryAreReportedAsUnsigned) {
-    const Variable level("AppServiceLogLevel");
-    const std::int32_t beyond = 8;
-    std::memcpy(address(level), &beyond, 4);
-    EXPECT_EQ(get(level), "INVALID_VALUE:8");
-    std::memset(address(level), 0xff, 4);
-    EXPECT_EQ(get(level), "INVALID_VALUE:4294967295");
-    EXPECT_THAT(log.messages(),
-                testing::IsSupersetOf({"Error Value 8 of enum LogLevel is above number of entries (8)",
-                                       "Error Value -1 of enum LogLevel is above number of entries (8)"}));
-}
-
-TEST_F(MappedCatalogue, StringsAreCutToTheirFieldAndAlwaysPost) {
-    const Variable name("ProductName");
-    EXPECT_SET(name, "abcdefghijklmnopqrstuvwxy", "", "abcdefghijklmnopqrs", 1U);
-    EXPECT_EQ(address(name)[19], '\0');
-    EXPECT_SET(name, "Box", "", "Box", 1U);
-    EXPECT_SET(name, "Box", "", "Box", 1U);
-    EXPECT_EQ(std::string(address(name), 20), std::string("Box") + std::string(17, '\0'));
-    EXPECT_SET(name, "", "", "", 1U);
-    const char* const length = std::exchange(name.row().arrayLen, "many");
-    EXPECT_SET(name, "x", "Can't convert x to string", "", 0U);
-    name.row().arrayLen = length;
-}
-
-TEST_F(MappedCatalogue, StringsAreNotCutInsideACharacter) {
-    const Variable name("ProductName");
-    const std::string filler(17, '.');
-    for (const char* character : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x8e\xac"}) {
-        for (std::size_t before = 15; before <= 19; ++before) {
-            const std::string start(before, '.');
-            const bool fits = before + std::strlen(character) <= 19;
-            EXPECT_SET(name, (start + character).c_str(), "", fits ? start + character : start, 1U);
+    void expectOutcomes(const char* name,
+                        std::initializer_list<std::pair<const char*, const char*>> valuesAndOutcomes) {
+        for (const auto& [value, expected] : valuesAndOutcomes) {
+            EXPECT_EQ(outcome(Variable(name), value), expected) << name << " " << value;
         }
     }
-    const std::string notUtf8(25, '\x80');
-    EXPECT_SET(name, notUtf8.c_str(), "", notUtf8.substr(0, 19), 1U);
+
+    void expectRefused(const char* name, std::initializer_list<std::string> values, const std::string& before,
+                       const std::string& behind) {
+        const std::string unchanged = "|" + get(Variable(name)) + "|0";
+        for (const std::string& value : values) {
+            EXPECT_EQ(outcome(Variable(name), value), before + value + behind + unchanged);
+        }
+    }
+};
+
+TEST_F(Setters, IntegersTakeTheFormsOfStrtolWithin32Bits) {
+    expectOutcomes("FocusTorque", {{"0x10", "|16|1"},
+                                   {"16", "|16|0"},
+                                   {"12abc", "|12|1"},
+                                   {" -010", "|-8|1"},
+                                   {"2147483647", "|2147483647|1"},
+                                   {"-2147483648", "|-2147483648|1"}});
+    expectRefused("FocusTorque", {"2147483648", "-2147483649", "99999999999999999999", "", " ", "x1"},
+                  "Can't convert ", " to int");
 }
 
-TEST_F(MappedCatalogue, StringWithoutTerminatorEndsWithItsField) {
-    std::memset(memories.base(0), 'x', MEMORY_ARRAY[0].size);
-    EXPECT_EQ(get(Variable("ProductName")), std::string(20, 'x'));
+TEST_F(Setters, FloatsTakeTheFormsOfStrtofAndPrintSixDecimals) {
+    expectOutcomes("LastKnownFocusValue", {{"0.1", "|0.100000|1"},
+                                           {"0.1f", "|0.100000|0"},
+                                           {" -0x1.8p0", "|-1.500000|1"},
+                                           {"inf", "|inf|1"},
+                                           {"1e-60", "|0.000000|1"},
+                                           {"-0", "|-0.000000|1"}});
+    expectRefused("LastKnownFocusValue", {"", "abc", "1e99", "-1e99", "."}, "Can't convert ", " to float");
 }
 
-TEST_F(MappedCatalogue, BuffersTakeHexadecimalPairsForTheirBytes) {
-    const Variable flags("CamClipList0EnabledFlags");
-    char* const base = memories.base(flags.mem);
-    const auto setBytes = [&](const char* value) {
-        const std::string error =
-            setBufferIntrospection(base, 2, flags.mem, flags.var, flags.row().event, value);
-        return error + "|" + getBufferIntrospection(address(flags), 3) + "|" + std::to_string(posts());
-    };
-    EXPECT_EQ(setBytes("0aFf77"), "|0aff00|1");
-    EXPECT_EQ(setBytes("0aff"), "|0aff00|1");
-    EXPECT_EQ(setBytes("abc"), "|abc000|1");
-    EXPECT_EQ(setBytes(""), "|abc000|1");
-    EXPECT_EQ(setBytes("7"), "|70c000|1");
-    EXPECT_EQ(setBytes("zz"), "Can't convert zz to buffer|70c000|0");
-    EXPECT_EQ(setBytes("12g"), "Can't convert 12g to buffer|12c000|0");
-    EXPECT_EQ(setBytes("1-"), "Can't convert 1- to buffer|12c000|0");
-    EXPECT_THAT(log.messages(), testing::Contains("Error Not a valid hex digit: z"));
+TEST_F(Setters, BoolsAndEnumerationsTakeTheirWordsOnly) {
+    expectOutcomes("RadioPower", {{"true", "|true|1"}, {"true", "|true|0"}});
+    EXPECT_EQ(*address(Variable("RadioPower")), 1);
+    for (const char* bad : {"True", "1", "true ", ""}) {
+        EXPECT_EQ(outcome(Variable("RadioPower"), bad), "Value has to be 'true' or 'false'|true|0");
+    }
+    expectOutcomes("RadioPower", {{"false", "|false|1"}});
+    expectOutcomes("AppServiceLogLevel", {{"Warn", "|Warn|1"}, {"Warn", "|Warn|0"}});
+    EXPECT_EQ(*address(Variable("AppServiceLogLevel")), 6);
+    expectRefused("AppServiceLogLevel", {"warn", "Warning", "6", ""}, "", " is not part of enum LogLevel");
 }
 
-TEST_F(MappedCatalogue, EventWordsSelectTheElement) {
+TEST_F(Setters, StringsAreCutToTheirFieldButNotInsideACharacter) {
+    const Variable name("ProductName");
+    for (const std::string character : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x8e\xac"}) {
+        for (std::size_t before = 15; before <= 20; ++before) {
+            const std::string start(before, '.');
+            const std::string whole = before + character.size() <= 19 ? start + character : start;
+            EXPECT_EQ(outcome(name, start + character), whole.substr(0, 19).insert(0, "|") + "|1");
+        }
+    }
+    EXPECT_EQ(outcome(name, std::string(25, '\x80')), "|" + std::string(19, '\x80') + "|1"); // no UTF-8
+    expectOutcomes("ProductName", {{"Box", "|Box|1"}, {"Box", "|Box|1"}});
+    EXPECT_EQ(std::string(address(name), 20), std::string("Box") + std::string(17, '\0'));
+}
+
+TEST_F(Setters, BuffersTakeHexadecimalPairsForTheirBytes) {
+    expectOutcomes("RadioRegionFlags", {{"0aFf77", "|0aff77|1"},
+                                        {"0aff7799", "|0aff77|1"},
+                                        {"abc", "|abc077|1"},
+                                        {"", "|abc077|1"},
+                                        {"7", "|70c077|1"},
+                                        {"12g", "Can't convert 12g to buffer|12c077|0"}});
+    expectRefused("RadioRegionFlags", {"zz", "1-", "/", ":", "@", "G", "`"}, "Can't convert ", " to buffer");
+}
+
+TEST_F(Setters, EventWordsSelectTheElement) {
     const Variable torque("FocusTorque");
     char* const base = memories.base(torque.mem);
     const std::uint32_t id = torque.row().event.id;
@@ -164,15 +124,6 @@ TEST(Getters, FloatsPrintAsTheStandardLibraryDoes) {
         std::snprintf(expected, sizeof(expected), "%f", static_cast<double>(value));
         EXPECT_EQ(getFloatIntrospection(&value, 0), expected) << bits;
     }
-}
-
-TEST(Getters, ReadTheElementAtAnyAddress) {
-    char bytes[13] = {0, 1, 0, 0, 0, '\xfe', '\xff', '\xff', '\xff', 0, 0, '\xc0', '\x3f'};
-    EXPECT_EQ(getIntIntrospection(bytes + 1, 0), "1");
-    EXPECT_EQ(getIntIntrospection(bytes + 1, 1), "-2");
-    EXPECT_EQ(getFloatIntrospection(bytes + 1, 2), "1.500000");
-    EXPECT_EQ(getBoolIntrospection(bytes + 1, 1), "false");
-    EXPECT_EQ(getBoolIntrospection(bytes + 1, 4), "true");
 }
 
 } // namespace

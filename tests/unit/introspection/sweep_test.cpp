@@ -104,19 +104,16 @@ TEST_F(Sweep, HostileTextsChangeNothingOutsideTheirVariable) {
 TEST_F(Sweep, HostileMembersAndIndexesChangeNothingOutsideTheirVariable) {
     using Limits = std::numeric_limits<int>;
     forEach([&](const Variable& variable) {
-        if (variable.row().baseType != BASE_STRUCT) {
-            return;
-        }
-        const int count = elements(variable);
-        const nlohmann::json members = nlohmann::json::parse(get(variable));
-        for (const auto& item : members.items()) {
-            const std::string& name = item.key();
+        const bool isStructure = variable.row().baseType == BASE_STRUCT;
+        const int count = isStructure ? elements(variable) : 0;
+        const auto members = nlohmann::json::parse(isStructure ? get(variable) : R"({"Nothing":0})");
+        for (const auto& member : members.items()) {
             for (const int index : {0, count - 1, count, -1, Limits::max(), Limits::min()}) {
                 for (const std::string& text :
                      {std::string("1"), std::string(5000, 'f'), std::string("true")}) {
                     expectContained(variable, [&] {
                         const std::string error = Introspection::setVarValueJson(
-                            variable.mem, variable.var, {{name, {text, false}}}, index);
+                            variable.mem, variable.var, {{member.key(), {text, false}}}, index);
                         EXPECT_TRUE((index >= 0 && index < count) || !error.empty()) << variable.row().name;
                     });
                 }
