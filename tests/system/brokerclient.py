@@ -8,7 +8,7 @@ NOTIFY = struct.Struct("<III")
 SUBSCRIBE_ALL = 3
 # Beyond all event names: the service drops it.
 MARKER = 0xFFFFFFFE
-TIMEOUT = 20
+TIMEOUT = 60
 
 
 class BrokerClient:

@@ -12,7 +12,7 @@ HEADER = struct.Struct(">BBHHBB")
 RESPONDER_KEEPING = b"\0\1\1\0\0\0\0\0"
 RESPONDER = b"\0\1\0\0\0\0\0\0"
 JSON_HEADER = b"Content-type: application/json\r\n\r\n"
-TIMEOUT = 20
+TIMEOUT = 60
 
 
 def record(kind, content=b"", request_id=1, padding=0, version=1):
@@ -64,7 +64,7 @@ class Connection:
         return self
 
     def __exit__(self, *_):
-        self.socket.close()
+        self.close()
 
     def close(self):
         self.socket.close()

@@ -2,7 +2,6 @@
 
 import struct
 import zlib
-from itertools import accumulate
 
 SIGNATURE = b"\x89PNG\r\n\x1a\n"
 PIXEL = 4
@@ -30,42 +29,25 @@ def decode(data):
     assert len(raw) == height * (size + 1)
     rows, above = [], bytes(size)
     for at in range(0, len(raw), size + 1):
-        above = FILTERS[raw[at]](raw[at + 1:at + 1 + size], above)
+        above = unfiltered(FORETOLD[raw[at]], raw[at + 1:at + 1 + size], above)
         rows.append(above)
     return width, height, rows
 
 
-def _none(row, _above):
-    return row
-
-
-def _sub(row, _above):
-    result = bytearray(len(row))
-    for channel in range(PIXEL):
-        result[channel::PIXEL] = bytes(accumulate(row[channel::PIXEL], lambda a, b: (a + b) & 255))
-    return bytes(result)
-
-
-def _up(row, above):
-    return bytes((a + b) & 255 for a, b in zip(row, above))
-
-
-def _average(row, above):
-    result = bytearray(PIXEL) + row
+def unfiltered(foretold, row, above):
+    """A row holds of each byte the difference to what its filter foretells from the bytes left, above and between."""
+    if foretold is None:
+        return row
+    result, corners = bytearray(PIXEL) + row, bytes(PIXEL) + above
     for i, up in enumerate(above):
-        result[i + PIXEL] = (result[i + PIXEL] + (result[i] + up) // 2) & 255
+        result[i + PIXEL] = (row[i] + foretold(result[i], up, corners[i])) & 255
     return bytes(result[PIXEL:])
 
 
-def _paeth(row, above):
-    result = bytearray(PIXEL) + row
-    corners = bytes(PIXEL) + above
-    for i, up in enumerate(above):
-        left, corner = result[i], corners[i]
-        to_left, to_up, to_corner = abs(up - corner), abs(left - corner), abs(left + up - 2 * corner)
-        nearest = left if to_left <= to_up and to_left <= to_corner else up if to_up <= to_corner else corner
-        result[i + PIXEL] = (row[i] + nearest) & 255
-    return bytes(result[PIXEL:])
+def nearest(left, up, corner):
+    """The neighbour that is nearest to left + up - corner."""
+    return min(left, up, corner, key=lambda byte: abs(left + up - corner - byte))
 
 
-FILTERS = [_none, _sub, _up, _average, _paeth]
+FORETOLD = [None, lambda left, up, corner: left, lambda left, up, corner: up,
+            lambda left, up, corner: (left + up) // 2, nearest]
