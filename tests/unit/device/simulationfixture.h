@@ -55,7 +55,7 @@ protected:
 
     static std::array<int, 2> makeEnds() {
         std::array<int, 2> ends{};
-        socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data());
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
         return ends;
     }
 

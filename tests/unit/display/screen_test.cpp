@@ -43,35 +43,30 @@ bool differ(const Bytes& left, const Bytes& right, int first, int last) {
     return !std::equal(left.begin() + row(first), left.begin() + row(last), right.begin() + row(first));
 }
 
-TEST(Screen, CoversThePixelsThatWereThere) {
-    const Bytes pixels = drawn(usual());
-    for (std::size_t i = 3; i < pixels.size(); i += 4) {
-        ASSERT_EQ(pixels[i], 255) << "transparent at byte " << i;
-    }
-    EXPECT_EQ(drawn(usual()), pixels);
-}
-
-TEST(Screen, EachReadingShowsInItsPlace) {
+TEST(Screen, EachReadingShowsInItsPlaceAndThePixelsThatWereThereAreCovered) {
     const Bytes before = drawn(usual());
-    const auto changesOnly = [&](void (*change)(Reading&), int first, int last) {
-        Reading reading = usual();
-        change(reading);
-        const Bytes after = drawn(reading);
-        return differ(before, after, first, last) && !differ(before, after, 0, first) &&
-               !differ(before, after, last, 480);
+    for (std::size_t i = 3; i < before.size(); i += 4) {
+        ASSERT_EQ(before[i], 255) << "transparent at byte " << i;
+    }
+    const auto expectChanged = [&](int first, int last, std::initializer_list<void (*)(Reading&)> changes) {
+        for (const auto change : changes) {
+            Reading reading = usual();
+            change(reading);
+            const Bytes after = drawn(reading);
+            EXPECT_TRUE(differ(before, after, first, last));
+            EXPECT_FALSE(differ(before, after, 0, first) || differ(before, after, last, 480)) << first;
+        }
     };
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.focus.value = 3.1; }, 60, 280));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.focus.target = 5; }, 60, 280));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.farMetres = 6; }, 60, 280));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.markers[3] = 3.2; }, 60, 280));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.isInFeet = true; }, 60, 280));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.iris.value = 5; }, 284, 420));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.zoom.value = 50; }, 284, 420));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.cameraState = std::string("Run"); }, 0, 56));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.footageSeconds = 9; }, 0, 56));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.batteryPercent = 10; }, 0, 56));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.isRadioOn = false; }, 0, 56));
-    EXPECT_TRUE(changesOnly([](Reading& r) { r.exposureIndex = 1600; }, 418, 480));
+    expectChanged(0, 56,
+                  {[](Reading& r) { r.cameraState = std::string("Run"); },
+                   [](Reading& r) { r.footageSeconds = 9; }, [](Reading& r) { r.batteryPercent = 10; },
+                   [](Reading& r) { r.isRadioOn = false; }});
+    expectChanged(60, 280,
+                  {[](Reading& r) { r.focus.value = 3.1; }, [](Reading& r) { r.focus.target = 5; },
+                   [](Reading& r) { r.farMetres = 6; }, [](Reading& r) { r.markers[3] = 3.2; },
+                   [](Reading& r) { r.isInFeet = true; }});
+    expectChanged(284, 420, {[](Reading& r) { r.iris.value = 5; }, [](Reading& r) { r.zoom.value = 50; }});
+    expectChanged(418, 480, {[](Reading& r) { r.exposureIndex = 1600; }});
 }
 
 TEST(Screen, WhateverStandsInTheMemoriesIsDrawn) {
@@ -92,17 +87,14 @@ TEST(Screen, WhateverStandsInTheMemoriesIsDrawn) {
 TEST(FrameStamp, FirstAndLastRowHoldTheNumberInTheLowestBitOfBlue) {
     Bytes pixels(4 * 40 * 3, 0x80);
     stampFrame(pixels.data(), 40, 3, 0x80000005);
-    for (const std::size_t row : {std::size_t{0}, std::size_t{2}}) {
-        const unsigned char* const blue = &pixels[row * 4 * 40];
-        EXPECT_EQ(blue[0], 0x81);
-        EXPECT_EQ(blue[4], 0x80);
-        EXPECT_EQ(blue[4 * 29], 0x81);
-        EXPECT_EQ(blue[4 * 31], 0x81);
+    for (const std::size_t row : {0U, 2U}) {
+        for (const std::size_t bit : {0U, 29U, 31U}) {
+            EXPECT_EQ(std::exchange(pixels[(row * 40 + bit) * 4], 0x80), 0x81);
+        }
     }
-    EXPECT_EQ(std::count(pixels.begin(), pixels.end(), 0x81), 6);
-    Bytes narrow(4 * 31, 7);
-    stampFrame(narrow.data(), 31, 1, 0);
-    EXPECT_EQ(narrow, Bytes(4 * 31, 7));
+    EXPECT_EQ(pixels, Bytes(4 * 40 * 3, 0x80));
+    stampFrame(pixels.data(), 31, 1, ~0U);
+    EXPECT_EQ(pixels, Bytes(4 * 40 * 3, 0x80)) << "too narrow for the number";
 }
 
 } // namespace
