@@ -1,5 +1,6 @@
 #include "apps/common/introspection/introspection.h"
 
+#include "apps/common/introspection_enum/introspection_enum.h"
 #include "tests/unit/introspection/fixture.h"
 
 #include <gmock/gmock.h>
@@ -18,6 +19,10 @@ TEST(Introspection, IndexesAndNamesOutsideThrow) {
     EXPECT_THAT(textThrownBy([] { Introspection::setVarValue(17, 0xffffffff, "1"); }), limit);
     EXPECT_THAT(textThrownBy([] { Introspection::getMemIndex("memapp"); }),
                 EndsWith("Unknown memory \"memapp\""));
+    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumEntryCount(0xffffffff); }), limit);
+    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumEntryName(0, 8); }), limit);
+    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumIndex("loglevel"); }),
+                EndsWith("Unknown enum \"loglevel\""));
 }
 
 TEST(Introspection, UnmappedMemoryIsNotAvailable) {
