@@ -1,20 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/types.h>
 #include <unistd.h>
 
-/// A file in memory that stands for a device. Empty at first, and zero up to its size.
+/// A file in memory that stands for a device. Zero at first, up to its size.
 class Image {
 public:
-    explicit Image(off_t size) : fd_(memfd_create("image", MFD_CLOEXEC)) {
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
-        if (ftruncate(fd_, size) < 0) {
-            path_.clear();
-        }
-    }
+    explicit Image(off_t size) { EXPECT_EQ(ftruncate(fd_, size), 0); }
     ~Image() { close(fd_); }
     Image(const Image&) = delete;
     Image& operator=(const Image&) = delete;
@@ -24,27 +20,23 @@ public:
 
     std::string read(off_t at, std::size_t size) const {
         std::string bytes(size, '?');
-        const ssize_t count = pread(fd_, bytes.data(), size, at);
-        bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+        EXPECT_EQ(pread(fd_, bytes.data(), size, at), static_cast<ssize_t>(size));
         return bytes;
     }
     void write(off_t at, const std::string& bytes) const {
-        if (pwrite(fd_, bytes.data(), bytes.size(), at) < 0) {
-            close(fd_);
-        }
+        EXPECT_EQ(pwrite(fd_, bytes.data(), bytes.size(), at), static_cast<ssize_t>(bytes.size()));
     }
 
 private:
-    int fd_;
-    std::string path_;
+    int fd_ = memfd_create("image", MFD_CLOEXEC);
+    std::string path_ = "/proc/self/fd/" + std::to_string(fd_);
 };
 
 /// The bytes of a number, least significant first.
 inline std::string word(std::uint32_t number) {
     std::string bytes;
-    for (int shift = 0; shift < 32; shift += 8) {
+    for (int shift = 0; shift < 32; shift += 8)
         bytes.push_back(static_cast<char>(number >> shift));
-    }
     return bytes;
 }
 
@@ -53,9 +45,8 @@ inline std::uint32_t checksumOf(const std::string& bytes) {
     std::uint32_t sum = 0xFFFFFFFF;
     for (const char byte : bytes) {
         sum ^= std::uint32_t{static_cast<unsigned char>(byte)} << 24;
-        for (int bit = 0; bit < 8; ++bit) {
+        for (int bit = 0; bit < 8; ++bit)
             sum = (sum & 0x80000000) != 0 ? (sum << 1) ^ 0x04C11DB7 : sum << 1;
-        }
     }
     return sum;
 }

@@ -14,11 +14,6 @@ using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::Pair;
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 /// What has been read from a body: the form, and the file if there is one.
 struct Outcome {
     Form form;
@@ -40,7 +35,7 @@ public:
     }
 
 private:
-    void takeLine(std::string line, const std::string& delimiter, const std::string& path) {
+    void takeLine(const std::string& line, const std::string& delimiter, const std::string& path) {
         if (line.starts_with(delimiter)) {
             if (headers_.contains("name"))
                 outcome_.form[headers_["name"]] = value_;
@@ -51,8 +46,7 @@ private:
         } else if (inHeaders_) {
             takeHeader(std::string(trimHeaderText(line)), path);
         } else {
-            if (crPending_)
-                emit("\r\n");
+            emit(crPending_ ? "\r\n" : "");
             crPending_ = line.ends_with('\r');
             emit(crPending_ ? line.substr(0, line.size() - 1) : line + "\n");
         }
@@ -95,8 +89,8 @@ protected:
         Outcome outcome;
         std::filesystem::remove(path_);
         Multipart(body, "B-7", path_.c_str()).read(outcome.form);
-        if (std::filesystem::exists(path_))
-            outcome.file = readFile(path_);
+        if (std::ifstream file(path_, std::ios::binary); file)
+            outcome.file.assign(std::istreambuf_iterator<char>(file), {});
         return outcome;
     }
 
@@ -131,40 +125,36 @@ TEST_F(MultipartTest, EndsContentAtAnyLineThatBeginsWithTheDelimiter) {
     EXPECT_EQ(stored("--B-7"), "");
 }
 
-TEST_F(MultipartTest, ReadsFieldsAndPutsTheFilesPathInItsPlace) {
-    const Outcome outcome = read(SAMPLE);
-    EXPECT_THAT(outcome.form, ElementsAre(Pair("deviceid", "FOCUS-12"), Pair("file", path_)));
-    EXPECT_EQ(outcome.file, "\0\r\n\n\r\r\n--B-more\n"s) << "two parts named file share the file";
+TEST_F(MultipartTest, ReadsFieldsThatAreClosedAndPutsTheFilesPathInItsPlace) {
+    const struct {
+        std::string body;
+        Form form;
+        std::string file;
+    } rows[] = {
+        {SAMPLE, {{"deviceid", "FOCUS-12"}, {"file", path_}}, "\0\r\n\n\r\r\n--B-more\n"s}, // two file parts
+        {"--B-7\nname=a\n\n1\r\n--B-7\nname=a;name=b\n\n2\n--B-7\nx\n\n3\r\n--B-7", {{"a", "2\n"}}, "none"},
+        {"--B-7\nname=a\n--B-7\nname=b\n--B-7", {{"a", ""}, {"b", ""}}, "none"},
+        {"--B-7\nname=a\n\n1\r\n--B-7\nname=file\n\nabc", {{"a", "1"}}, "abc\n"},
+        {"--B-7\nname=file\n\nabc\r\n\r", {}, "abc\r\n"},
+        {"no delimiter\n -- B-7", {}, "none"},
+        {"", {}, "none"},
+    };
+    for (const auto& [body, form, file] : rows)
+        EXPECT_EQ(read(body), (Outcome{form, file})) << body;
 }
 
-TEST_F(MultipartTest, TheLaterOfTwoFieldsWithTheSameNameCounts) {
-    EXPECT_THAT(read("--B-7\nname=a\n\n1\r\n--B-7\nname=a;name=b\n\n2\n--B-7\nx\n\n3\r\n--B-7").form,
-                ElementsAre(Pair("a", "2\n")));
-    EXPECT_THAT(read("--B-7\nname=a\n--B-7\nname=b\n--B-7").form, ElementsAre(Pair("a", ""), Pair("b", "")));
-}
-
-TEST_F(MultipartTest, APartThatNothingClosesIsNoField) {
-    const Outcome outcome = read("--B-7\nname=a\n\n1\r\n--B-7\nname=file\n\nabc");
-    EXPECT_THAT(outcome.form, ElementsAre(Pair("a", "1")));
-    EXPECT_EQ(outcome.file, "abc\n");
-    EXPECT_EQ(read("--B-7\nname=file\n\nabc\r\n\r").file, "abc\r\n");
-    EXPECT_EQ(read("no delimiter\n -- B-7"), Outcome());
-    EXPECT_EQ(read(""), Outcome());
-}
-
-TEST_F(MultipartTest, ReadsABodyThatIsCutAnywhereAsLineByLine) {
+TEST_F(MultipartTest, ReadsABodyThatIsCutAnywhereOrHasAnyBitFlippedAsLineByLine) {
+    const auto check = [&](const std::string& body, std::size_t at) {
+        ASSERT_EQ(read(body), LineReader().read(body, "B-7", path_)) << at;
+    };
     for (std::size_t size = 0; size <= SAMPLE.size(); ++size) {
-        const std::string body = SAMPLE.substr(0, size);
-        ASSERT_EQ(read(body), LineReader().read(body, "B-7", path_)) << size;
-        ASSERT_EQ(read(SAMPLE.substr(size)), LineReader().read(SAMPLE.substr(size), "B-7", path_)) << size;
+        check(SAMPLE.substr(0, size), size);
+        check(SAMPLE.substr(size), size);
     }
-}
-
-TEST_F(MultipartTest, ReadsABodyWithAnyBitFlippedAsLineByLine) {
     for (std::size_t bit = 0; bit < SAMPLE.size() * 8; ++bit) {
         std::string body = SAMPLE;
         body[bit / 8] = static_cast<char>(body[bit / 8] ^ 1 << bit % 8);
-        ASSERT_EQ(read(body), LineReader().read(body, "B-7", path_)) << bit;
+        check(body, bit);
     }
 }
 
@@ -177,7 +167,7 @@ TEST_F(MultipartTest, AFileThatCannotBeOpenedIsLostSilently) {
 
 TEST_F(MultipartTest, ABodyOfNothingButFieldsOrHeadersIsHeldWithinLimits) {
     std::string fields;
-    std::string headers = "--B-7\nname=first";
+    std::string headers = "name=first";
     for (int i = 0; i < 3000; ++i) {
         fields += "--B-7\nname=" + std::to_string(i) + "\n\nv\r\n";
         headers += ";" + std::to_string(i);
@@ -186,19 +176,14 @@ TEST_F(MultipartTest, ABodyOfNothingButFieldsOrHeadersIsHeldWithinLimits) {
     HeaderFields split;
     splitHeaderLine(headers, split);
     EXPECT_EQ(split.size(), 1000u);
-    EXPECT_EQ(read(headers + "\n\n1\r\n--B-7").form.at("first"), "1");
 }
 
-TEST_F(MultipartTest, HeaderLinesAreSplitAtSemicolonsAndTrimmedOfQuotes) {
+TEST_F(MultipartTest, HeaderLinesAreSplitAtSemicolonsAndTrimmedOfQuotesAndTheFirstOfAKindCounts) {
     HeaderFields fields;
-    splitHeaderLine("Content-Disposition: form-data; name=\" file \"; filename = \"a.swu\"", fields);
-    EXPECT_THAT(fields, ElementsAre(Pair("Content-Disposition: form-data", ""), Pair("filename", "a.swu"),
-                                    Pair("name", "file")));
+    splitHeaderLine("form-data; name=\" file \"; filename = \"a.swu\"", fields);
     splitHeaderLine("name=other;a=b=c;\t\"q\"\v;", fields);
-    EXPECT_THAT(fields,
-                ElementsAre(Pair("", ""), Pair("Content-Disposition: form-data", ""), Pair("a", "b=c"),
-                            Pair("filename", "a.swu"), Pair("name", "file"), Pair("q", "")));
-    EXPECT_EQ(log_.messages().back(), "DebugAll Splitting line: \"name=other;a=b=c;\t\"q\"\v;\"");
+    EXPECT_THAT(fields, ElementsAre(Pair("", ""), Pair("a", "b=c"), Pair("filename", "a.swu"),
+                                    Pair("form-data", ""), Pair("name", "file"), Pair("q", "")));
 }
 
 } // namespace

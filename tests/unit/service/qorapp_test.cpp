@@ -113,28 +113,24 @@ protected:
 
 TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConnected) {
     std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
-    const std::regex sizes("(space_(total|available)\": )[0-9]+");
-    const auto info = [&] { return std::regex_replace(ask("/device/info", "POST"), sizes, "$1N"); };
-    const std::string head = "{\r\n  \"_id\": \"BOARD-K1-7\",\r\n"
-                             "  \"name\": \"A \"name\" of twenty c\",\r\n"
-                             "  \"serialnumber\": \"K1-7\",\r\n"
-                             "  \"firmwareversion\": \"Firmware of twenty..\",\r\n"
-                             "  \"space_total\": N,\r\n"
-                             "  \"space_available\": N,\r\n"
-                             "  \"devices\": [\r\n";
-    EXPECT_EQ(info(), head + "\r\n  ]\r\n}\r\n");
     accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
     accessories().RBusDeviceList[15] = {1, 1234, "", "", "", "", 0, 0};
     std::memset(accessories().RBusDeviceList[15].RBusDeviceName, 'x', 50);
-    const std::string xs(50, 'x');
-    EXPECT_EQ(info(),
-              head +
-                  "    {\r\n      \"_id\": \"FOCUS--5\",\r\n      \"name\": \"FOCUS\",\r\n"
-                  "      \"serialnumber\": \"-5\",\r\n      \"firmwareversion\": \"1.2\"\r\n    }, \r\n"
-                  "    {\r\n      \"_id\": \"" +
-                  xs + "-1234\",\r\n      \"name\": \"" + xs +
-                  "\",\r\n"
-                  "      \"serialnumber\": \"1234\",\r\n      \"firmwareversion\": \"\"\r\n    }"
+    const std::regex sizes("(space_(total|available)\": )[0-9]+");
+    const auto accessory = [](const std::string& name, const std::string& serial, const char* version) {
+        return "    {\r\n      \"_id\": \"" + name + "-" + serial + "\",\r\n      \"name\": \"" + name +
+               "\",\r\n      \"serialnumber\": \"" + serial + "\",\r\n      \"firmwareversion\": \"" +
+               version + "\"\r\n    }";
+    };
+    EXPECT_EQ(std::regex_replace(ask("/device/info", "POST"), sizes, "$1N"),
+              "{\r\n  \"_id\": \"BOARD-K1-7\",\r\n"
+              "  \"name\": \"A \"name\" of twenty c\",\r\n"
+              "  \"serialnumber\": \"K1-7\",\r\n"
+              "  \"firmwareversion\": \"Firmware of twenty..\",\r\n"
+              "  \"space_total\": N,\r\n"
+              "  \"space_available\": N,\r\n"
+              "  \"devices\": [\r\n" +
+                  accessory("FOCUS", "-5", "1.2") + ", \r\n" + accessory(std::string(50, 'x'), "1234", "") +
                   "\r\n  ]\r\n}\r\n");
 }
 
@@ -148,7 +144,6 @@ TEST_F(QorAppTest, StatusCountsTheProgressOverAllParts) {
     };
     EXPECT_EQ(status(50, 1, 2, 6), R"({"status": "CopyingFile", "progress": 75 })");
     EXPECT_EQ(status(50, 1, 0, 0), R"({"status": "NoFileSelected", "progress": 0 })");
-    EXPECT_EQ(status(-50, 0, 3, 13), R"({"status": "InProgress", "progress": -16 })");
     EXPECT_EQ(status(INT32_MIN, 0, -1, 14), R"({"status": "INVALID_VALUE:14", "progress": -2147483648 })");
     EXPECT_THAT(log_.messages(), Contains("LogLight Update Status: INVALID_VALUE:14, -2147483648%"));
     EXPECT_THAT(posted(), IsEmpty());
@@ -156,18 +151,14 @@ TEST_F(QorAppTest, StatusCountsTheProgressOverAllParts) {
 
 TEST_F(QorAppTest, TheFirstStatusThatSeesAValidFileStartsItsUpdate) {
     accessories().RBusUpdateState = 2;
-    EXPECT_EQ(ask("/device/status"), R"({"status": "FileValid", "progress": 0 })");
-    EXPECT_EQ(accessories().RBusUpdateStart, 1);
-    EXPECT_THAT(posted(), ElementsAre(EventId::VarRBusUpdateStartChanged));
-    EXPECT_EQ(ask("/device/status"), R"({"status": "FileValid", "progress": 0 })");
-    EXPECT_THAT(posted(), IsEmpty());
     media().HostUpdateFileState = 2;
-    EXPECT_EQ(hostUpdateStatus().state, "Rebooting");
-    EXPECT_EQ(hostUpdateStatus().state, "Rebooting");
-    EXPECT_EQ(media().HostUpdateStart, 1);
-    EXPECT_THAT(posted(), ElementsAre(EventId::VarHostUpdateStartChanged));
-    media().HostUpdateFileState = 4;
-    EXPECT_EQ(hostUpdateStatus().state, "FileCorrupt");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(ask("/device/status"), R"({"status": "FileValid", "progress": 0 })");
+        EXPECT_EQ(hostUpdateStatus().state, "Rebooting");
+    }
+    EXPECT_EQ(accessories().RBusUpdateStart + media().HostUpdateStart, 2);
+    EXPECT_THAT(posted(),
+                ElementsAre(EventId::VarRBusUpdateStartChanged, EventId::VarHostUpdateStartChanged));
 }
 
 TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers) {
@@ -178,7 +169,6 @@ TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers
                 ElementsAre(EventId::VarRBusUpdateStateChanged, EventId::VarRBusUpdateProgressChanged,
                             EventId::VarRBusUpdateFileNameChanged, EventId::VarRBusUpdateDeviceSerialChanged,
                             EventId::VarRBusUpdateDeviceNameChanged));
-    EXPECT_STREQ(accessories().RBusUpdateFileName, "/update/client.cmf");
     EXPECT_STREQ(accessories().RBusUpdateDeviceName, "A-B");
     EXPECT_EQ(accessories().RBusUpdateDeviceSerial, 7);
     offerAccessoryFile("A-B", "7");
@@ -186,7 +176,6 @@ TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers
                 ElementsAre(EventId::VarRBusUpdateFileNameChanged, EventId::VarRBusUpdateFileNameChanged));
     offerAccessoryFile(std::string(60, 'n'), "-8");
     EXPECT_EQ(accessories().RBusUpdateDeviceName, std::string(49, 'n'));
-    EXPECT_EQ(accessories().RBusUpdateDeviceSerial, -8);
     for (const char* serial : {"", "x12", "2147483648"})
         EXPECT_THROW(offerAccessoryFile("DEV", serial), std::runtime_error) << serial;
     EXPECT_EQ(accessories().RBusUpdateDeviceSerial, -8);
@@ -194,7 +183,6 @@ TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers
     offerHostFile();
     offerHostFile();
     EXPECT_THAT(posted(), ElementsAre(EventId::VarHostUpdateFileNameChanged));
-    EXPECT_STREQ(media().HostUpdateFileName, "/update/host.swu");
 }
 
 TEST_F(QorAppTest, PathsAreComparedWholeWhereTheyEndAndByTheirBeginningElsewhere) {
@@ -209,85 +197,48 @@ TEST_F(QorAppTest, PathsAreComparedWholeWhereTheyEndAndByTheirBeginningElsewhere
     EXPECT_THAT(log_.messages(), Contains("LogMost QorApp: HEAD /lenstables/file/x"));
 }
 
-TEST_F(QorAppTest, AFileComesBackAsItWasStored) {
+TEST_F(QorAppTest, AFileComesBackAsItWasStoredAndIsListed) {
+    EXPECT_EQ(list(folder_), "[\r\n]");
     std::string content;
     for (int i = 0; i < 100'000; ++i)
         content += static_cast<char>(i * 7 >> 2);
-    const std::string name = "/" + std::string(255, 'n');
-    EXPECT_EQ(file("PUT", name, content), SUCCESS);
-    EXPECT_EQ(file("GET", name), content);
-    EXPECT_EQ(file("PUT", name, ""), SUCCESS);
-    EXPECT_EQ(file("GET", name), "");
-    EXPECT_EQ(file("DELETE", name), SUCCESS);
-    EXPECT_EQ(file("DELETE", name), NO_SUCH_FILE);
-    EXPECT_EQ(file("GET", name), NO_SUCH_FILE);
-    EXPECT_EQ(file("POST", name), UNKNOWN);
+    EXPECT_EQ(file("PUT", "a \"b\".tab", content), SUCCESS);
+    EXPECT_EQ(file("GET", "a \"b\".tab"), content);
+    EXPECT_EQ(file("PUT", "a \"b\".tab", ""), SUCCESS);
+    EXPECT_EQ(file("GET", "a \"b\".tab"), "");
+    EXPECT_EQ(file("POST", "a \"b\".tab"), UNKNOWN);
+    std::filesystem::create_symlink("a \"b\".tab", folder_ + "link");
+    std::filesystem::create_directory(folder_ + "folder");
+    EXPECT_EQ(list(folder_), "[\r\n\"a \"b\".tab\"\r\n]") << "regular files only";
+    file("PUT", "c");
+    EXPECT_THAT(list(folder_), testing::ContainsRegex("^.\r\n\"[ac].*\",\r\n\"[ac].*\"\r\n]$"));
 }
 
-TEST_F(QorAppTest, NamesThatAreNoFileAreAnsweredAndLeftAlone) {
-    std::filesystem::create_directory(folder_ + "inner");
+// Missing and full folders, names of folders and names that are too long: the system tests have them.
+TEST_F(QorAppTest, NamesThatAreNoFileAndFoldersThatTakeNoneAreAnsweredAndLeftAlone) {
     ASSERT_EQ(mkfifo((folder_ + "pipe").c_str(), 0600), 0);
-    for (const std::string& name : {""s, "/"s, "/inner"s, "/.."s, "/inner/none/x"s,
-                                    "/" + std::string(256, 'n'), "/" + std::string(5000, 'n'), "/a\0b"s}) {
+    for (const std::string& name : {"/.."s, "/none/x"s, "/" + std::string(5000, 'n'), "/a\0b"s}) {
         EXPECT_EQ(file("GET", name), NO_SUCH_FILE) << name;
         EXPECT_EQ(file("PUT", name, "x"), OPEN_ERROR) << name;
         EXPECT_EQ(file("DELETE", name), NO_SUCH_FILE) << name;
     }
     EXPECT_EQ(file("GET", "/pipe"), NO_SUCH_FILE);
     EXPECT_EQ(file("PUT", "/pipe", "x"), OPEN_ERROR);
-    EXPECT_FALSE(std::filesystem::exists(folder_ + "a"));
-}
-
-TEST_F(QorAppTest, TheFolderIsMadeWhenItIsMissingAndAFullDiskIsToldOf) {
-    EXPECT_EQ(fileIn(folder_ + "new/", "PUT", "a", "1"), SUCCESS);
-    EXPECT_EQ(fileIn(folder_ + "new/", "GET", "a"), "1");
+    EXPECT_EQ(list(folder_), "[\r\n]");
+    EXPECT_EQ(fileIn("/sys/", "PUT", "a", "1"), OPEN_ERROR) << "nobody may make files there";
     EXPECT_EQ(fileIn("/proc/none/", "PUT", "a", "1"), OPEN_ERROR);
     EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /proc/none/"));
-    EXPECT_EQ(fileIn("/sys/", "PUT", "a", "1"), OPEN_ERROR) << "nobody may make files there";
-    EXPECT_EQ(fileIn("/sys/", "DELETE", "a"), NO_SUCH_FILE);
-    EXPECT_EQ(fileIn("/dev/", "PUT", "full", "1"), R"({"result": "Write error" })");
 }
 
-TEST_F(QorAppTest, ListsTheRegularFilesOfAFolder) {
-    EXPECT_EQ(list(folder_ + "none/"), "[]");
-    EXPECT_EQ(list(folder_), "[\r\n]");
-    std::filesystem::create_directory(folder_ + "folder");
-    std::filesystem::create_symlink("a \"b\".tab", folder_ + "link");
-    file("PUT", "a \"b\".tab");
-    EXPECT_EQ(list(folder_), "[\r\n\"a \"b\".tab\"\r\n]");
-    for (int i = 0; i < 999; ++i)
-        file("PUT", "file-" + std::to_string(i) + std::string(30, '.'));
-    const std::string names = list(folder_);
-    EXPECT_EQ(std::count(names.begin(), names.end(), ','), 999);
-    EXPECT_THAT(names, testing::EndsWith("\"\r\n]"));
-}
-
-TEST_F(QorAppTest, AFormIsReadWhenTheContentTypeNamesItsBoundary) {
-    const auto parse = [&](const char* type, Form& form) {
-        bool result = false;
-        answer(
-            {{"CONTENT_TYPE", type}}, "--b c\nname=x\n\n1\r\n--b c\nname=file\n\n2\r\n--b c--",
-            [&](Request& request) { result = app_.parseFormData(&request, form, (folder_ + "up").c_str()); });
-        return result;
-    };
-    Form form;
-    EXPECT_FALSE(parse("", form));
-    EXPECT_FALSE(parse("text/plain; boundary=b", form));
-    EXPECT_THAT(log_.messages(), Contains("Warn No multipart/form-data"));
-    EXPECT_FALSE(parse("multipart/form-data; boundary=\"\"", form));
-    EXPECT_THAT(log_.messages(), Contains("Warn No boundary"));
-    EXPECT_THAT(form, IsEmpty());
-    EXPECT_TRUE(parse("multipart/form-data; charset=x; boundary=\"b c\"", form));
-    EXPECT_THAT(form, ElementsAre(testing::Pair("file", folder_ + "up"), testing::Pair("x", "1")));
-}
-
-TEST_F(QorAppTest, AnUploadWithoutAFormOrWithoutItsFieldsIsRefused) {
-    EXPECT_EQ(ask("/device/update"), R"({"result": "Invalid content type" })");
-    EXPECT_EQ(ask("/device/update", "POST", "multipart/form-data; boundary=b",
-                  "--b\nname=deviceid\n\nA-1\r\n--b--"),
-              R"({"result": "'deviceid' and 'file' are mandatory, but at least one is missing." })");
-    EXPECT_THAT(log_.messages(),
-                Contains("Warn 'deviceid' and 'file' are mandatory, but at least one is missing."));
+TEST_F(QorAppTest, AnUploadNeedsAFormWhoseTypeNamesItsBoundaryAndBothFields) {
+    for (const char* type : {"", "text/plain; boundary=b", "multipart/form-data; boundary=\"\""})
+        EXPECT_EQ(ask("/device/update", "POST", type), R"({"result": "Invalid content type" })") << type;
+    const char* const missing = "'deviceid' and 'file' are mandatory, but at least one is missing.";
+    EXPECT_EQ(ask("/device/update", "POST", "multipart/form-data; charset=x; boundary=\"b c\"",
+                  "--b c\nname=deviceid\n\nA-1\r\n--b c--"),
+              "{\"result\": \""s + missing + "\" }");
+    EXPECT_THAT(log_.messages(), testing::IsSupersetOf({"Warn No multipart/form-data"s, "Warn No boundary"s,
+                                                        "Warn "s + missing}));
     EXPECT_THAT(posted(), IsEmpty());
 }
 

@@ -1,9 +1,17 @@
 #pragma once
 
-#include <poll.h>
+#include "apps/web/service/fcgi.h"
+#include "apps/web/service/request.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <list>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 /// FastCGI as the web server speaks it, for tests that hold the bytes in their own hands.
@@ -17,10 +25,6 @@ inline std::string record(int type, std::string_view content, int padding = 0, i
     return bytes.append(content).append(static_cast<std::size_t>(padding), '#');
 }
 
-inline std::string begin(bool keep = false, int requestId = 1) {
-    return record(1, std::string("\0\1", 2) + (keep ? '\1' : '\0') + std::string(5, '\0'), 0, requestId);
-}
-
 inline std::string pair(std::string_view name, std::string_view value) {
     return std::string{static_cast<char>(name.size()), static_cast<char>(value.size())}.append(name).append(
         value);
@@ -29,8 +33,9 @@ inline std::string pair(std::string_view name, std::string_view value) {
 /// A whole request: what a web server sends for `script` with `body`.
 inline std::string request(std::string_view script, std::string_view body = "", bool keep = false,
                            int requestId = 1) {
-    std::string bytes = begin(keep, requestId) + record(4, pair("SCRIPT_NAME", script), 3, requestId) +
-                        record(4, "", 0, requestId);
+    const std::string begin = std::string("\0\1", 2) + (keep ? '\1' : '\0') + std::string(5, '\0');
+    std::string bytes = record(1, begin, 0, requestId) +
+                        record(4, pair("SCRIPT_NAME", script), 3, requestId) + record(4, "", 0, requestId);
     if (!body.empty())
         bytes += record(5, body, 1, requestId);
     return bytes + record(5, "", 0, requestId);
@@ -46,5 +51,79 @@ inline std::string received(int fd) {
 }
 
 const std::string END_RECORD = std::string("\1\3\0\1\0\10\0\0", 8) + std::string(8, '\0');
+
+inline std::ptrdiff_t openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// A listener in this process whose requests are answered by `answer_`, and its clients. The socket is a
+/// local one: what one end has sent is there for the other at once, however busy the machine is.
+class ListenerTest : public testing::Test, public Fcgi::RequestCallback {
+protected:
+    ListenerTest() { fcgi_.callback = this; }
+    ~ListenerTest() override {
+        for (const int client : clients_)
+            close(client);
+    }
+
+    void handleRequest(Request* request) override {
+        request_ = request;
+        answer_(*request);
+    }
+
+    void send(int client, std::string_view bytes) {
+        EXPECT_EQ(::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
+        turn();
+    }
+
+    int connectedClient() {
+        const int client = clients_.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&address_), sizeof(address_)), 0);
+        return client;
+    }
+
+    /// Returns a new client that has sent `bytes`.
+    int send(std::string_view bytes) {
+        const int client = connectedClient();
+        send(client, bytes);
+        return client;
+    }
+
+    void drop(int client) {
+        close(client);
+        clients_.remove(client);
+        turn();
+    }
+
+    /// Lets the loop run until there is nothing to do. One that spins does not come out of here.
+    void turn() {
+        while (poll_.wait(0, true) == EventPoll::DISPATCHED) {
+        }
+    }
+
+    EventPoll poll_;
+    sockaddr_un address_ = listenOnStandardInput();
+    Fcgi fcgi_{poll_};
+    std::list<int> clients_;
+    Request* request_ = nullptr; // the last one that came
+    std::function<void(Request&)> answer_ = [](Request& request) {
+        if (request.param("SCRIPT_NAME") != "/wait")
+            request.end();
+    };
+
+private:
+    /// Where a service finds the listening socket that it was started with.
+    static sockaddr_un listenOnStandardInput() {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "webservice-test-%i", getpid());
+        close(STDIN_FILENO); // the next descriptor takes its place
+        EXPECT_EQ(socket(AF_UNIX, SOCK_STREAM, 0), STDIN_FILENO);
+        EXPECT_EQ(bind(STDIN_FILENO, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(STDIN_FILENO, 10), 0);
+        return address;
+    }
+};
 
 } // namespace records
