@@ -19,45 +19,38 @@ import threading
 import time
 from pathlib import Path
 
-from measure import Process, parser, print_conditions, print_table, progress
+from measure import Process, begin, connect, exchange, print_table, progress
 from virtualdevice import VirtualDevice
 
+CLIENTS = 20
+LINES_PER_SECOND = 2000
 SIZE = 257
-COLOURS = ((1, "m"), (31, "m"), (36, "m"), (45, "m"), (93, "m"), (107, "m"), (0, "K"), (38, "m"))
+# Escape sequences, and what they are in the text.
+COLOURS = {b"1m": b"<span style=''>", b"31m": b"<span style='color: #AA0000'>",
+           b"36m": b"<span style='color: #00AAAA'>", b"45m": b"<span style='background-color: #AA00AA'>",
+           b"93m": b"<span style='color: #FFFF55'>", b"107m": b"<span style='background-color: #FFFFFF'>",
+           b"0K": b"", b"38m": b"<span style=''>"}
+OTHERS = {b"32m": b"<span style='color: #00AA00'>", b"33m": b"<span style='color: #AAAA00'>", b"0m": b"</span>",
+          b"m": b"</span>"}
+SPANS = {**COLOURS, **OTHERS}
 TURNS = 50  # writes per second
 LEAST_PAUSE = 0.005
 REST_SECONDS = 10
 ATTEMPTS = 3
 BEHIND_LINES = 150
-TOOL = """#!/bin/sh
-exec dd bs={size} iflag=fullblock status=none if="{fifo}"
+TOOL = f"""#!/bin/sh
+exec dd bs={SIZE} iflag=fullblock status=none if="$(dirname "$0")/fifo"
 """
 
 
 def line(number):
-    code, letter = COLOURS[number % len(COLOURS)]
-    front = f"\x1b[32m[{number:12d}] \x1b[0m\x1b[33mbench: \x1b[0m\x1b[{code}{letter}<{number}>\x1b[m "
-    return front.encode().ljust(SIZE - 1, b".") + b"\n"
-
-
-def style(code):
-    for first, name, on, off in ((30, "color", "AA", "00"), (40, "background-color", "AA", "00"),
-                                 (90, "color", "FF", "55"), (100, "background-color", "FF", "55")):
-        if first <= code < first + 8:
-            digits = "".join(on if code - first & bit else off for bit in (1, 2, 4))
-            return f"{name}: #{digits}"
-    return ""
-
-
-def span(sequence):
-    code, letter = int(sequence[1] or 0), sequence[2]
-    if letter != b"m":
-        return b""
-    return f"<span style='{style(code)}'>".encode() if code else b"</span>"
+    colour = list(COLOURS)[number % len(COLOURS)]
+    front = b"\x1b[32m[%12d] \x1b[0m\x1b[33mbench: \x1b[0m\x1b[%b<%d>\x1b[m " % (number, colour, number)
+    return front.ljust(SIZE - 1, b".") + b"\n"
 
 
 def converted(data):
-    return re.sub(rb"\x1b\[(\d*)(.)", span, data)
+    return re.sub(rb"\x1b\[(\d*.)", lambda found: SPANS[found[1]], data)
 
 
 class Follower(threading.Thread):
@@ -65,114 +58,81 @@ class Follower(threading.Thread):
 
     def __init__(self, port, size):
         super().__init__(daemon=True)
-        self._connection = http.client.HTTPConnection("127.0.0.1", port, timeout=10)
+        self._connection = connect(port)
         self._size = size
         self.text = bytearray()
         self.answers = 0
 
     def run(self):
         try:
-            self._follow()
-        except OSError as error:
+            while len(self.text) < self._size:
+                path = f"/api/v1/log.cgi?offset={len(self.text)}"
+                self.text += exchange(self._connection, "GET", path).partition(b"\r\n")[2]
+                self.answers += 1
+        except (OSError, http.client.HTTPException) as error:
             progress(f"a client ends with {len(self.text)} of {self._size} bytes: {error}")
 
-    def _follow(self):
-        while len(self.text) < self._size:
-            self._connection.request("GET", f"/api/v1/log.cgi?offset={len(self.text)}")
-            response = self._connection.getresponse()
-            length, _, more = response.read().partition(b"\r\n")
-            if response.status != 200 or int(length) < len(self.text):
-                return
-            self.text += more
-            self.answers += 1
 
-
-def write_lines(feed, count, rate):
-    """Returns the longest time by which a write was late."""
-    begin, late = time.monotonic(), 0
-    per_turn = rate // TURNS
+def write_lines(feed, count):
+    """Writes all but the first, which is there. Returns the longest time by which a write was late."""
+    start, late = time.monotonic(), 0
+    per_turn = LINES_PER_SECOND // TURNS
     for turn in range(count // per_turn):
-        delay = begin + turn / TURNS - time.monotonic()
+        delay = start + turn / TURNS - time.monotonic()
         time.sleep(max(delay, LEAST_PAUSE))  # who is late catches up step by step
         late = max(late, -delay)
-        for number in range(turn * per_turn, (turn + 1) * per_turn):
+        for number in range(max(turn * per_turn, 1), (turn + 1) * per_turn):
             feed.write(line(number))
     return late
 
 
 def measure(options, folder):
-    count = options.rate * options.seconds
+    """Whether all texts are as they have to be, the latest write in seconds, and the figures."""
+    count = LINES_PER_SECOND * options.seconds
     expected = converted(b"".join(line(number) for number in range(count)))
-    fifo = folder / "fifo"
-    os.mkfifo(fifo)
-    (folder / "dmesg").write_text(TOOL.format(fifo=fifo, size=SIZE))
+    os.mkfifo(folder / "fifo")
+    (folder / "dmesg").write_text(TOOL)
     (folder / "dmesg").chmod(0o755)
     environment = {"PATH": f"{folder}:{os.environ['PATH']}"}
     with VirtualDevice(options.build, nginx=True, environment=environment) as device:
         service = Process(device.pids["service"])
-        followers = [Follower(device.http_port, len(expected)) for _ in range(options.clients)]
-        with open(fifo, "wb", buffering=0) as feed:
+        followers = [Follower(device.http_port, len(expected)) for _ in range(CLIENTS)]
+        with open(folder / "fifo", "wb", buffering=0) as feed:
             feed.write(line(0))
             time.sleep(0.5)  # offset 0 does not wait: the log has to have begun
             before = service.processor_seconds()
             for follower in followers:
                 follower.start()
-            progress(f"{options.clients} clients follow {count} lines")
-            late = write_lines(SkipFirst(feed), count, options.rate)
+            progress(f"{CLIENTS} clients follow {count} lines")
+            late = write_lines(feed, count)
             for follower in followers:
                 follower.join(60)
             used = service.processor_seconds() - before
-        equal = sum(follower.text == expected for follower in followers)
-        alike = all(follower.text == followers[0].text for follower in followers)
         time.sleep(0.5)
-        before = service.processor_seconds()
         progress(f"The tool has ended, {REST_SECONDS} s of rest")
-        time.sleep(REST_SECONDS)
-        rest = (service.processor_seconds() - before) / REST_SECONDS
-        report(options, followers, expected, equal, alike, used, late, rest, service)
-        return equal == len(followers), late
-
-
-class SkipFirst:
-    """Leaves the first write out: that line has been written before."""
-
-    def __init__(self, feed):
-        self._writes = iter((lambda data: None,))
-        self._feed = feed
-
-    def write(self, data):
-        next(self._writes, self._feed.write)(data)
-
-
-def report(options, followers, expected, equal, alike, used, late, rest, service):
+        rest = service.processor_share(REST_SECONDS)
+        peak = service.memory_kib("VmHWM")
+    equal = sum(follower.text == expected for follower in followers)
+    alike = all(follower.text == followers[0].text for follower in followers)
     answers = sum(follower.answers for follower in followers)
-    print_table(("figure", "value"), (
-        ("texts equal to the conversion", f"{equal} of {len(followers)}"),
+    return equal == CLIENTS, late, (
+        ("texts equal to the conversion", f"{equal} of {CLIENTS}"),
         ("all of them the same", "yes" if alike else "NO"),
         ("size of the text", f"{len(expected) / 1e6:.1f} MB"),
-        ("answers per client and second", f"{answers / len(followers) / options.seconds:.1f}"),
+        ("answers per client and second", f"{answers / CLIENTS / options.seconds:.1f}"),
         ("processor of the service", f"{100 * used / options.seconds:.1f} %"),
-        ("peak memory of the service", f"{service.memory_kib('VmHWM') / 1024:.1f} MiB"),
+        ("peak memory of the service", f"{peak / 1024:.1f} MiB"),
         ("latest write", f"{1000 * late:.0f} ms"),
-        (f"processor in {REST_SECONDS} s after the tool has gone", f"{100 * rest:.3f} %"),
-    ))
+        (f"processor in {REST_SECONDS} s after the tool has gone", f"{rest:.3f} %"),
+    )
 
 
-def main():
-    arguments = parser(__doc__.splitlines()[0])
-    arguments.add_argument("--clients", type=int, default=20)
-    arguments.add_argument("--rate", type=int, default=2000, help="lines per second (%(default)s)")
-    arguments.add_argument("--seconds", type=int, default=30, help="how long (%(default)s)")
-    options = arguments.parse_args()
-    print("## The log\n")
-    print_conditions()
-    for _ in range(ATTEMPTS):
-        with tempfile.TemporaryDirectory() as folder:
-            is_equal, late = measure(options, Path(folder))
-        if is_equal or late * options.rate < BEHIND_LINES:
-            break
-        print("The machine stalled, and the service's reads met other places than foreseen: once more.\n", flush=True)
-    sys.exit(0 if is_equal else "The texts differ")
-
-
-main()
+options = begin("The log", seconds=(30, "how long"))
+for _ in range(ATTEMPTS):
+    with tempfile.TemporaryDirectory() as folder:
+        is_equal, late, figures = measure(options, Path(folder))
+    print_table(("figure", "value"), figures)
+    if is_equal or late * LINES_PER_SECOND < BEHIND_LINES:
+        break
+    print("The machine stalled, and the service's reads met other places than foreseen: once more.\n", flush=True)
+sys.exit(0 if is_equal else "The texts differ")

@@ -35,15 +35,17 @@ import threading
 import time
 from collections import Counter, defaultdict
 
-from measure import REPOSITORY, Process, parser, print_conditions, print_table, progress
+from measure import (FINISHED_SECONDS, REPOSITORY, Process, Repeated, ask, begin, connect, exchange, print_table,
+                     progress)
 from virtualdevice import VirtualDevice
 
+CLIENTS = 28
 CHANGES, INTERVAL_MS = 50, 100
 NEAR_SECONDS = 0.180
 TELLING_CYCLE = 10  # values; in a shorter one a jump may look like a step
 MOST_COMPLAINTS = 10
 EVENT_SUBSCRIBE_ALL = 3
-LAST = b'{"MemPersistent": {"DisplayBrightness": %d}}'
+ABORT_REQUEST = bytes([1, 2, 0, 1, 0, 0, 0, 0])
 
 
 class Client(threading.Thread):
@@ -54,20 +56,19 @@ class Client(threading.Thread):
         self.documents = []  # (when it was complete, text)
         self.failure = None
         self._texts = texts
-        self._connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
+        self._connection = connect(port)
 
     def run(self):
         try:
             while not (self.documents and b'"DisplayBrightness"' in self.documents[-1][1]):
-                self._connection.request("GET", "/api/v1/update.cgi")
-                response = self._connection.getresponse()
-                text = response.read()
-                now = time.monotonic()
-                if response.status != 200:
-                    raise http.client.HTTPException(f"status {response.status}")
-                self.documents.append((now, self._texts.setdefault(text, text)))  # one copy for all clients
+                text = exchange(self._connection, "GET", "/api/v1/update.cgi")
+                # One copy for all clients.
+                self.documents.append((time.monotonic(), self._texts.setdefault(text, text)))
         except (OSError, http.client.HTTPException) as error:
             self.failure = repr(error)
+
+    def texts(self):
+        return [text for _, text in self.documents]
 
 
 class Observer(threading.Thread):
@@ -93,24 +94,6 @@ class Observer(threading.Thread):
         return {names[event]: count for event, count in self.counts.items()}
 
 
-class Heartbeat(threading.Thread):
-    """Wakes the service every 10 ms with a FastCGI record of a type that it passes over (ABORT_REQUEST)."""
-
-    def __init__(self, port):
-        super().__init__(daemon=True)
-        self._socket = socket.create_connection(("127.0.0.1", port))
-        self._end = threading.Event()
-
-    def run(self):
-        while not self._end.wait(0.01):
-            self._socket.sendall(bytes([1, 2, 0, 1, 0, 0, 0, 0]))
-        self._socket.close()
-
-    def end(self):
-        self._end.set()
-        self.join()
-
-
 def place_in_cycle(value):
     """Where a variable's JSON value stands in its cycle, and the cycle's length: the rule of device/simulation/soak.h."""
     if value["type"] == "bool":
@@ -124,22 +107,14 @@ def place_in_cycle(value):
     return round(steps / distance * 1000), 1000
 
 
-def sequences(documents):
+def sequences(texts):
     """For each variable that changes, the documents that name it: (index of the document, value)."""
     found = defaultdict(list)
-    for index, (_, text) in enumerate(documents):
+    for index, text in enumerate(texts):
         for variables in json.loads(text)["variables"].values():
             for name, value in variables.items():
                 found[name].append((index, value))
     return {name: sequence for name, sequence in found.items() if len(sequence) > 1}
-
-
-def gaps_before(documents):
-    """For each document how many of those up to it came later than one tick after the one before. The first is the whole
-    tree, from before the changes began."""
-    times = [when for when, _ in documents]
-    late = (index > 1 and times[index] - times[index - 1] >= NEAR_SECONDS for index in range(len(times)))
-    return list(itertools.accumulate(late))
 
 
 def count_steps(sequence, gaps):
@@ -163,23 +138,19 @@ def tells(steps, observed, cycle):
     return steps == observed if cycle >= TELLING_CYCLE else (steps - observed) % cycle == 0
 
 
-def in_common(clients):
-    """The documents of the client that has most of them, each with the time at which the first client had it."""
-    texts = [text for _, text in max((client.documents for client in clients), key=len)]
-    alike = [client.documents for client in clients if [text for _, text in client.documents] == texts]
-    return [(min(when for when, _ in same), text) for same, text in zip(zip(*alike), texts)], len(alike)
-
-
 def judge(tree, clients, observed):
     """Figures and complaints about what the clients got after the tree. The last document is the one that set them free."""
-    documents, alike = in_common(clients)
-    missed = sum(len(documents) - len(client.documents) for client in clients)
     complaints = [client.failure for client in clients if client.failure]
-    if alike < len(clients):
-        complaints.append(f"only {alike} clients have the same documents")
+    most = max((client.texts() for client in clients), key=len)
+    alike = [client.documents for client in clients if client.texts() == most]
+    if len(alike) < len(clients):
+        complaints.append(f"only {len(alike)} clients have the same documents")
+    # When the first client had each. The tree is from before the changes began: nothing is late behind it.
+    times = [min(when for when, _ in same) for same in zip(*alike)][:-1]
+    late = (after - before >= NEAR_SECONDS for before, after in zip(times, times[1:]))
+    gaps = [0, 0, *itertools.accumulate(late)]  # before each document
     coalesced = lost = 0
-    told = [(0, tree), *documents[:-1]]
-    counted, gaps = sequences(told), gaps_before(told)
+    counted = sequences([tree, *most[:-1]])
     for name, sequence in counted.items():
         steps, few, none = count_steps(sequence, gaps)
         coalesced, lost = coalesced + few, lost + none
@@ -189,30 +160,12 @@ def judge(tree, clients, observed):
     if lost:
         complaints.append(f"{lost} values may have been current at a tick without a document")
     answers = sum(len(client.documents) for client in clients)
-    return (len(clients), answers, len(documents), sum(observed.values()), coalesced, missed, lost), complaints
+    missed = len(clients) * len(most) - answers
+    return (len(clients), answers, len(most), sum(observed.values()), coalesced, missed, lost), complaints
 
 
-def wait_until_all_wait(service, count, descriptors):
-    """Returns when the service holds a connection for each client."""
-    end = time.monotonic() + 10
-    while service.descriptors() < descriptors + count and time.monotonic() < end:
-        time.sleep(0.01)
-    return service.descriptors() - descriptors
-
-
-def ask(port, script, body=None):
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=10)
-    connection.request("POST" if body else "GET", f"/api/v1/{script}.cgi", body)
-    answer = connection.getresponse().read()
-    connection.close()
-    return answer
-
-
-def processor_share(process, seconds):
-    """Percent of one processor over the time to come."""
-    before, begin = process.processor_seconds(), time.monotonic()
-    time.sleep(seconds)
-    return (process.processor_seconds() - before) / (time.monotonic() - begin) * 100
+def set_brightness(device, value):
+    ask(device.http_port, "POST", "/api/v1/set.cgi", b'{"MemPersistent": {"DisplayBrightness": %d}}' % value)
 
 
 def hold_simulation(device, observer):
@@ -223,15 +176,25 @@ def hold_simulation(device, observer):
     os.kill(device.pids["simulation"], signal.SIGSTOP)
 
 
+def start_clients(device, service, descriptors):
+    """Returns when the service holds a connection for each client, or after a while; how many it holds, too."""
+    texts, end = {}, time.monotonic() + 10
+    clients = [Client(device.http_port, texts) for _ in range(CLIENTS)]
+    for client in clients:
+        client.start()
+    while service.descriptors() < descriptors + CLIENTS and time.monotonic() < end:
+        time.sleep(0.01)
+    return clients, service.descriptors() - descriptors
+
+
 def measure_busy(device, service, seconds):
     """Lets the simulation go on for a while and ends it. Returns the service's processor share."""
-    heartbeat = Heartbeat(device.fcgi_port)
-    heartbeat.start()
-    os.kill(device.pids["simulation"], signal.SIGCONT)
-    share = processor_share(service, seconds)
-    device.end("simulation")
-    time.sleep(0.5)  # its last changes
-    heartbeat.end()
+    with socket.create_connection(("127.0.0.1", device.fcgi_port)) as heartbeat, \
+            Repeated(lambda: heartbeat.sendall(ABORT_REQUEST), 0.01):
+        os.kill(device.pids["simulation"], signal.SIGCONT)
+        share = service.processor_share(seconds)
+        device.end("simulation")
+        time.sleep(FINISHED_SECONDS)  # its last changes
     return share
 
 
@@ -242,49 +205,35 @@ def run(device, options):
     observer = Observer(device.path("/var/volatile/message-broker.socket"))
     observer.start()
     hold_simulation(device, observer)
-    tree = ask(device.http_port, "all")
-    ask(device.http_port, "set", LAST % 5)
-    time.sleep(0.5)
+    tree = ask(device.http_port, "GET", "/api/v1/all.cgi")
+    set_brightness(device, 5)
+    time.sleep(FINISHED_SECONDS)
     observer.counts.clear()
-    texts = {}
-    clients = [Client(device.http_port, texts) for _ in range(options.clients)]
-    for client in clients:
-        client.start()
-    waiting = wait_until_all_wait(service, len(clients), descriptors)
+    clients, waiting = start_clients(device, service, descriptors)
     progress(f"{waiting} clients wait, {options.seconds} s of changes")
     busy = measure_busy(device, service, options.seconds)
     observed = observer.by_name()
     progress(f"{options.idle} s of silence")
-    idle = processor_share(service, options.idle)
-    ask(device.http_port, "set", LAST % 6)
+    idle = service.processor_share(options.idle)
+    set_brightness(device, 6)
     for client in clients:
         client.join(10)
     device.end("nginx")
-    time.sleep(0.5)  # finished requests go with the next turn
+    time.sleep(FINISHED_SECONDS)
     figures, complaints = judge(tree, clients, observed)
     leaked = service.descriptors() - descriptors
-    if waiting != len(clients) or leaked or idle >= 1:
+    if waiting != CLIENTS or leaked or idle >= 1:
         complaints.append(f"{waiting} clients waited, {leaked} descriptors leaked, {idle:.2f} % idle")
     return (*figures, leaked, f"{busy:.2f}", f"{idle:.2f}"), complaints
 
 
-def main():
-    arguments = parser("Waiting clients while many variables change.")
-    arguments.add_argument("--clients", type=int, default=28, help="who wait, 30 at most (%(default)s)")
-    arguments.add_argument("--seconds", type=int, default=60, help="time of changes (%(default)s)")
-    arguments.add_argument("--idle", type=int, default=10, help="time of silence behind it (%(default)s)")
-    options = arguments.parse_args()
-    print("## Long polls\n")
-    print_conditions()
-    load = ("--changes", str(CHANGES), "--interval", str(INTERVAL_MS))
-    with VirtualDevice(options.build, simulation=load, nginx=True) as device:
-        figures, complaints = run(device, options)
-    print(f"{CHANGES} variables change every {INTERVAL_MS} ms for {options.seconds} s.\n")
-    print_table(("clients", "answers", "documents", "changes observed", "coalesced", "documents missed", "values lost",
-                 "descriptors more", "processor % busy", "% idle"), [figures])
-    for complaint in complaints[:MOST_COMPLAINTS]:
-        print(f"- {complaint}")
-    sys.exit(bool(complaints))
-
-
-main()
+options = begin("Long polls", seconds=(60, "time of changes"), idle=(10, "time of silence behind it"))
+load = ("--changes", str(CHANGES), "--interval", str(INTERVAL_MS))
+with VirtualDevice(options.build, simulation=load, nginx=True) as device:
+    figures, complaints = run(device, options)
+print(f"{CHANGES} variables change every {INTERVAL_MS} ms for {options.seconds} s.\n")
+print_table(("clients", "answers", "documents", "changes observed", "coalesced", "documents missed", "values lost",
+             "descriptors more", "processor % busy", "% idle"), [figures])
+for complaint in complaints[:MOST_COMPLAINTS]:
+    print(f"- {complaint}")
+sys.exit(bool(complaints))

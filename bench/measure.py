@@ -1,15 +1,51 @@
-"""What the benchmarks share: the launcher on the path, a look at a process, the conditions, tables."""
+"""What the benchmarks share: launcher on the path, command line, conditions, a look at a process, requests, tables."""
 
 import argparse
 import datetime
+import http.client
 import os
 import platform
 import shlex
 import sys
+import threading
+import time
+from collections import namedtuple
+from contextlib import closing
 from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(REPOSITORY / "device" / "launcher"))
+
+FINISHED_SECONDS = 0.5  # finished requests go with the next turn
+KEPT_KIB = 2 * 1024  # the heap keeps what is below its trim threshold, however many uploads there were
+
+
+def begin(title, **numbers):
+    """The command line's options: the build folder, and the numbers, each given as (default, what it is). Prints
+    title, machine, date and command: a figure without them says nothing."""
+    parser = argparse.ArgumentParser(description=sys.modules["__main__"].__doc__.splitlines()[0])
+    parser.add_argument("--build", default=REPOSITORY / "build" / "release", help="build folder (build/release)")
+    for name, (default, about) in numbers.items():
+        parser.add_argument(f"--{name}", type=int, default=default, help=f"{about} (%(default)s)")
+    options = parser.parse_args()
+    cpu = next((line.split(":")[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
+                if line.startswith("model name")), platform.machine())
+    load = os.getloadavg()[0]
+    print(f"## {title}\n")
+    print(f"{datetime.date.today()}, {os.cpu_count()} x {cpu}, Linux {platform.release()}, load at start {load:.1f}, "
+          f"`{shlex.join(['bench/' + Path(sys.argv[0]).name, *sys.argv[1:]])}`\n", flush=True)
+    return options
+
+
+def print_table(header, rows):
+    for cells in (header, ["---"] * len(header), *rows):
+        print("| " + " | ".join(str(cell) for cell in cells) + " |")
+    print(flush=True)
+
+
+def progress(text):
+    """On standard error, so that standard output holds the tables and nothing else."""
+    print(text, file=sys.stderr, flush=True)
 
 
 class Process:
@@ -31,32 +67,82 @@ class Process:
         """Time on a processor so far, of the main thread. Exact: the stat file counts in ticks and misses short turns."""
         return int((self._folder / "schedstat").read_text().split()[0]) / 1e9
 
+    def processor_share(self, seconds):
+        """Percent of one processor over the time to come."""
+        before, start = self.processor_seconds(), time.monotonic()
+        time.sleep(seconds)
+        return (self.processor_seconds() - before) / (time.monotonic() - start) * 100
+
     def descriptors(self):
         return len(os.listdir(self._folder / "fd"))
 
 
-def parser(about):
-    """An argument parser with what all benchmarks take."""
-    result = argparse.ArgumentParser(description=about)
-    result.add_argument("--build", default=REPOSITORY / "build" / "release", help="build folder (build/release)")
-    return result
+def connect(port):
+    return http.client.HTTPConnection("127.0.0.1", port, timeout=120)
 
 
-def print_conditions():
-    """Machine, date and command: a figure without them says nothing."""
-    cpu = next((line.split(":")[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
-                if line.startswith("model name")), platform.machine())
-    load = os.getloadavg()[0]
-    print(f"{datetime.date.today()}, {os.cpu_count()} x {cpu}, Linux {platform.release()}, load at start {load:.1f}, "
-          f"`{shlex.join(['bench/' + Path(sys.argv[0]).name, *sys.argv[1:]])}`\n", flush=True)
+def exchange(connection, method, path, body=None, headers=None):
+    """The body of the answer, whose status has to be 200."""
+    connection.request(method, path, body, headers or {})
+    response = connection.getresponse()
+    content = response.read()
+    if response.status != 200:
+        raise http.client.HTTPException(f"{path}: status {response.status}")
+    return content
 
 
-def print_table(header, rows):
-    for cells in (header, ["---"] * len(header), *rows):
-        print("| " + " | ".join(str(cell) for cell in cells) + " |")
-    print(flush=True)
+def ask(port, *request):
+    """An exchange on a connection of its own."""
+    with closing(connect(port)) as connection:
+        return exchange(connection, *request)
 
 
-def progress(text):
-    """On standard error, so that standard output holds the tables and nothing else."""
-    print(text, file=sys.stderr, flush=True)
+class Repeated(threading.Thread):
+    """Does something again and again while its block runs, and notes how many seconds each time took."""
+
+    def __init__(self, act, pause=0):
+        super().__init__(daemon=True)
+        self.times = []
+        self._act = act
+        self._pause = pause
+        self._end = threading.Event()
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self._end.set()
+        self.join()
+
+    def run(self):
+        while not self._end.wait(self._pause):
+            start = time.monotonic()
+            self._act()
+            self.times.append(time.monotonic() - start)
+
+
+class InARow(namedtuple("InARow", "lost seconds processor before_kib after_kib leaked")):
+    """What many uploads in a row have cost the service."""
+
+    @property
+    def is_good(self):
+        return self.lost == 0 and self.leaked <= 0 and self.after_kib <= self.before_kib + KEPT_KIB
+
+
+def in_a_row(service, count, upload):
+    """upload(number) tells whether it got its answer."""
+    before, descriptors = service.memory_kib("VmRSS"), service.descriptors()
+    processor, start = service.processor_seconds(), time.monotonic()
+    lost = 0
+    for number in range(count):
+        try:
+            lost += not upload(number)
+        except (OSError, http.client.HTTPException) as error:
+            progress(f"lost: {error!r}")
+            lost += 1
+        if (number + 1) % 10 == 0:
+            progress(f"{number + 1} of {count} uploads")
+    seconds, processor = time.monotonic() - start, service.processor_seconds() - processor
+    time.sleep(FINISHED_SECONDS)
+    return InARow(lost, seconds, processor, before, service.memory_kib("VmRSS"), service.descriptors() - descriptors)

@@ -6,23 +6,26 @@ the emulator's own memory says nothing of the device. The emulator maps the prog
 a gap, around the file of the program. It has no peak of its own there: that is watched while the upload runs.
 """
 
-import http.client
 import re
-import sys
-import threading
 import time
 from pathlib import Path
 
-from measure import Process, parser, print_conditions, print_table, progress  # puts the launcher on the path
+from measure import FINISHED_SECONDS, Process, Repeated, ask, begin, print_table, progress  # and the launcher
 from emulation import emulator
 from virtualdevice import VirtualDevice
 
+MEGABYTES = 20
 ADDRESS_SPACE = 1 << 32
 MAPPING = re.compile(r"([0-9a-f]+)-([0-9a-f]+) \S+ \S+ \S+ \S+ *(.*)")
 WATCH_SECONDS = 0.002
-SETTLE_SECONDS = 0.5  # finished requests go with the next turn
 FORM = (b'--x\r\nContent-Disposition: form-data; name="deviceid"\r\n\r\nK1-K1-00042\r\n'
         b'--x\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n%s\r\n--x--\r\n')
+FORM_TYPE = {"Content-Type": "multipart/form-data; boundary=x"}
+SIZE = MEGABYTES * 1_000_000
+UPLOADS = {
+    "firmware upload": ("POST", "/qorapp/v1/device/update", FORM % bytes(SIZE), FORM_TYPE),
+    "text value in set.cgi": ("POST", "/api/v1/set.cgi", b'{"MemPersistent": {"ProductName": "%s"}}' % (b"x" * SIZE)),
+}
 
 
 class Memory:
@@ -60,81 +63,25 @@ class Memory:
         return mappings[first:last + 1]
 
 
-class Watch:
-    """The peak of the resident pages while it lives."""
-
-    def __init__(self, memory):
-        self._memory = memory
-        self._ended = threading.Event()
-        self._thread = threading.Thread(target=self._run)
-        self.peak = 0
-
-    def __enter__(self):
-        self._thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self._ended.set()
-        self._thread.join()
-
-    def _run(self):
-        while not self._ended.wait(WATCH_SECONDS):
-            self.peak = max(self.peak, self._memory.read()[0])
-
-
-def ask(device, method, path, body=None, headers=None):
-    connection = http.client.HTTPConnection("127.0.0.1", device.http_port, timeout=120)
-    connection.request(method, path, body, headers or {})
-    response = connection.getresponse()
-    answer = response.read()
-    connection.close()
-    if response.status != 200:
-        sys.exit(f"{path}: {response.status}")
-    return answer
-
-
-def firmware(device, size):
-    ask(device, "POST", "/qorapp/v1/device/update", FORM % bytes(size),
-        {"Content-Type": "multipart/form-data; boundary=x"})
-
-
-def text_value(device, size):
-    ask(device, "POST", "/api/v1/set.cgi", b'{"MemPersistent": {"ProductName": "%s"}}' % (b"x" * size))
-
-
-def upload_row(name, send, device, memory, process, size):
-    process.reset_peak()
-    with Watch(memory) as watch:
-        send(device, size)
-    time.sleep(SETTLE_SECONDS)
-    peak = watch.peak if memory.is_emulated else process.memory_kib("VmHWM")
-    return (f"{name} of {size // 1_000_000} MB", *memory.read(), peak)
-
-
-def measure(build, size):
+def measure(build):
     """Rows of a table: after what, pages, own pages, and the peak where it was watched."""
     with VirtualDevice(build, nginx=True) as device:
-        pid = device.pids["service"]
-        memory, rows = Memory(pid, build), []
-        rows.append(("start", *memory.read(), ""))
-        ask(device, "GET", "/api/v1/all.cgi")
-        rows.append(("all.cgi", *memory.read(), ""))
-        ask(device, "GET", "/api/v1/screen.cgi")
-        rows.append(("screen.cgi", *memory.read(), ""))
-        for name, send in (("firmware upload", firmware), ("text value in set.cgi", text_value)):
-            rows.append(upload_row(name, send, device, memory, Process(pid), size))
-    return rows
+        process = Process(device.pids["service"])
+        memory = Memory(device.pids["service"], build)
+        yield "start", *memory.read(), ""
+        for script in ("all.cgi", "screen.cgi"):
+            ask(device.http_port, "GET", f"/api/v1/{script}")
+            yield script, *memory.read(), ""
+        for name, upload in UPLOADS.items():
+            process.reset_peak()
+            peaks = [0]
+            with Repeated(lambda peaks=peaks: peaks.append(memory.read()[0]), WATCH_SECONDS):
+                ask(device.http_port, *upload)
+            time.sleep(FINISHED_SECONDS)
+            peak = max(peaks) if memory.is_emulated else process.memory_kib("VmHWM")
+            yield f"{name} of {MEGABYTES} MB", *memory.read(), peak
 
 
-def main():
-    arguments = parser("Memory of the service, step by step.")
-    arguments.add_argument("--megabytes", type=int, default=20, help="size of a body, in 1,000,000 bytes (%(default)s)")
-    options = arguments.parse_args()
-    print(f"## Memory, {Path(options.build).name}\n")
-    print_conditions()
-    progress("measuring")
-    print_table(("after", "resident KiB", "of it anonymous KiB", "peak KiB"),
-                measure(options.build, options.megabytes * 1_000_000))
-
-
-main()
+options = begin("Memory")
+progress("measuring")
+print_table(("after", "resident KiB", "of it anonymous KiB", "peak KiB"), measure(options.build))

@@ -20,34 +20,24 @@ constexpr int BACKLOG = 10;
 
 using Answers = std::map<std::string, std::string>;
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw std::runtime_error("cannot read " + path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-Answers readAnswers(int count, char** arguments) {
+Answers readAnswers(char** arguments) {
     Answers answers;
-    for (int i = 0; i < count; ++i) {
-        const std::string argument = arguments[i];
+    for (; *arguments != nullptr; ++arguments) {
+        const std::string argument = *arguments;
         const std::size_t separator = argument.find('=');
-        if (separator == std::string::npos)
+        std::ifstream file(argument.substr(separator + 1), std::ios::binary);
+        if (separator == std::string::npos || !file)
             throw std::runtime_error(USAGE);
-        answers[argument.substr(0, separator)] = readFile(argument.substr(separator + 1));
+        answers[argument.substr(0, separator)] = {std::istreambuf_iterator<char>(file), {}};
     }
     return answers;
 }
 
-/// A request is answered when it is here whole, as the service does it.
-void readBody(FCGX_Stream* in) {
-    char bytes[8192];
-    while (FCGX_GetStr(bytes, sizeof bytes, in) > 0) {
-    }
-}
-
 void answer(FCGX_Request& request, const Answers& answers) {
-    readBody(request.in);
+    // A request is answered when it is here whole, as the service does it.
+    char bytes[8192];
+    while (FCGX_GetStr(bytes, sizeof bytes, request.in) > 0) {
+    }
     const char* script = FCGX_GetParam("SCRIPT_NAME", request.envp);
     const auto found = answers.find(script == nullptr ? "" : script);
     if (found == answers.end())
@@ -56,7 +46,7 @@ void answer(FCGX_Request& request, const Answers& answers) {
         FCGX_PutStr(found->second.data(), static_cast<int>(found->second.size()), request.out);
 }
 
-int serve(const std::string& port, const Answers& answers) {
+void serve(const std::string& port, const Answers& answers) {
     const int listening = FCGX_Init() == 0 ? FCGX_OpenSocket((":" + port).c_str(), BACKLOG) : -1;
     FCGX_Request request;
     if (listening < 0 || FCGX_InitRequest(&request, listening, 0) != 0)
@@ -72,7 +62,7 @@ int main(int argc, char** argv) {
     try {
         if (argc < 3)
             throw std::runtime_error(USAGE);
-        return serve(argv[1], readAnswers(argc - 2, argv + 2));
+        serve(argv[1], readAnswers(argv + 2));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;
