@@ -1,5 +1,5 @@
-"""What the generator makes of models. One folder per case: cases/<case>/model and, to the byte, the files that come of it
-in expected/, or the whole message in expected.error. cases/good/tree.json is a tree of variables of that model.
+"""What the generator makes of models. One folder per case: cases/<case>/model and, to the byte, the files that come of
+it in expected/, or the whole message in expected.error. cases/good/tree.json is a tree of variables of that model.
 """
 
 import json

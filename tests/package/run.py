@@ -18,7 +18,8 @@ REPOSITORY = HERE.parents[1]
 BASE = REPOSITORY / "build" / "package" / "base"
 TOOLS = ("debootstrap", "systemd-nspawn", "nsenter", "dh", "lintian")
 # An own process tree, network and tree of mounts is what the container is made of.
-NAMESPACES = ("unshare", "--mount", "--net", "--pid", "--uts", "--ipc", "--fork", "mount", "-t", "tmpfs", "none", "/mnt")
+NAMESPACES = ("unshare", "--mount", "--net", "--pid", "--uts", "--ipc", "--fork", "mount", "-t", "tmpfs", "none",
+              "/mnt")
 
 
 def missing():
