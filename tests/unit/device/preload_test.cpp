@@ -56,12 +56,10 @@ TEST_F(Preload, EveryWayToOpenMoveAndRemoveLeadsIntoTheRootAndLeavesErrnoAlone) 
     EXPECT_TRUE(made(open64("/var//LDA/a", MAKE, 0600), "/var/LDA/a"));
     EXPECT_TRUE(made(openat(-1, "/dev/fb0", MAKE, 0600), "/dev/fb0"));
     EXPECT_TRUE(made(openat64(-1, "/dev/mem", MAKE, 0600), "/dev/mem"));
-    FILE* const file = fopen("/update/b", "we");
-    ASSERT_NE(file, nullptr);
-    fclose(file);
-    FILE* const file64 = fopen64("/update/b", "re");
-    ASSERT_NE(file64, nullptr);
-    fclose(file64);
+    for (FILE* const file : {fopen("/update/b", "we"), fopen64("/update/b", "re")}) {
+        ASSERT_NE(file, nullptr);
+        fclose(file);
+    }
     DIR* const folder = opendir("/update/");
     ASSERT_NE(folder, nullptr);
     closedir(folder);

@@ -1,7 +1,5 @@
 #include "device/display/screen.h"
 
-#include "device/display/framestamp.h"
-
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -82,19 +80,6 @@ TEST(Screen, WhateverStandsInTheMemoriesIsDrawn) {
         strange.footageSeconds = strange.framesPerSecond = value;
         EXPECT_FALSE(differ(drawn(strange), drawn(replaced), 440, 445)) << value << " ended the drawing";
     }
-}
-
-TEST(FrameStamp, FirstAndLastRowHoldTheNumberInTheLowestBitOfBlue) {
-    Bytes pixels(4 * 40 * 3, 0x80);
-    stampFrame(pixels.data(), 40, 3, 0x80000005);
-    for (const std::size_t row : {0U, 2U}) {
-        for (const std::size_t bit : {0U, 29U, 31U}) {
-            EXPECT_EQ(std::exchange(pixels[(row * 40 + bit) * 4], 0x80), 0x81);
-        }
-    }
-    EXPECT_EQ(pixels, Bytes(4 * 40 * 3, 0x80));
-    stampFrame(pixels.data(), 31, 1, ~0U);
-    EXPECT_EQ(pixels, Bytes(4 * 40 * 3, 0x80)) << "too narrow for the number";
 }
 
 } // namespace

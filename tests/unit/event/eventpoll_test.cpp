@@ -28,58 +28,53 @@ struct Recorder : EventPoll::Callback {
     std::function<void()> action = [] {};
 };
 
-struct Pipe {
-    Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
-    ~Pipe() {
-        close(ends[0]);
-        close(ends[1]);
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    void fill() const { EXPECT_EQ(write(ends[1], "x", 1), 1); }
-    int ends[2];
-};
-
 class EventPollTest : public testing::Test {
 protected:
+    EventPollTest() { EXPECT_EQ(pipe2(pipe_, O_CLOEXEC), 0); }
+    ~EventPollTest() override {
+        close(pipe_[0]);
+        close(pipe_[1]);
+    }
+    void fill() const { EXPECT_EQ(write(pipe_[1], "x", 1), 1); }
+
     LogCapture log_;
     EventPoll poll_;
     Recorder recorder_;
-    Pipe pipe_;
+    int pipe_[2];
 };
 
 TEST_F(EventPollTest, ReadableIsReportedAsLongAsItIsAndHangUpGoesBeforeDataThatIsStillThere) {
-    poll_.add(pipe_.ends[0], &recorder_, EPOLLIN);
+    poll_.add(pipe_[0], &recorder_, EPOLLIN);
     EXPECT_EQ(poll_.wait(0, true), 2);
-    pipe_.fill();
+    fill();
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(poll_.wait(1000, true), 3);
-    close(std::exchange(pipe_.ends[1], -1));
+    close(std::exchange(pipe_[1], -1));
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_THAT(recorder_.types, ElementsAre(1, 1, 2));
-    poll_.remove(pipe_.ends[0]);
+    poll_.remove(pipe_[0]);
     EXPECT_EQ(poll_.wait(0, true), 2);
 }
 
 TEST_F(EventPollTest, BatchOfEightIsDeliveredWholeAlthoughItsFirstCallbackRemovesAll) {
-    Pipe pipes[9];
+    fill();
+    std::vector<int> all;
     recorder_.action = [&] {
-        for (const Pipe& pipe : pipes)
-            poll_.remove(pipe.ends[0]);
-        recorder_.action = [] {};
+        for (const int fd : std::exchange(all, {})) {
+            poll_.remove(fd);
+            close(fd);
+        }
     };
-    for (const Pipe& pipe : pipes) {
-        poll_.add(pipe.ends[0], &recorder_, EPOLLIN);
-        pipe.fill();
-    }
+    for (int i = 0; i < 9; ++i)
+        poll_.add(all.emplace_back(dup(pipe_[0])), &recorder_, EPOLLIN);
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(recorder_.types.size(), 8U);
     EXPECT_EQ(poll_.wait(0, true), 2);
 }
 
 TEST_F(EventPollTest, ExceptionOfACallbackLeavesTheWaitAndTheLoopWorksOn) {
-    poll_.add(pipe_.ends[0], &recorder_, EPOLLIN);
-    pipe_.fill();
+    poll_.add(pipe_[0], &recorder_, EPOLLIN);
+    fill();
     recorder_.action = [] { throw std::runtime_error("from the callback"); };
     EXPECT_EQ(textThrownBy([&] { poll_.wait(1000, true); }), "from the callback");
     recorder_.action = [] {};
@@ -87,21 +82,21 @@ TEST_F(EventPollTest, ExceptionOfACallbackLeavesTheWaitAndTheLoopWorksOn) {
 }
 
 TEST_F(EventPollTest, WhatCannotBeDoneIsToldAndAClosedPollRefusesAllButRemoving) {
-    const auto add = [&] { poll_.add(pipe_.ends[0], nullptr, EPOLLIN); };
+    const auto add = [&] { poll_.add(pipe_[0], nullptr, EPOLLIN); };
     add();
     EXPECT_THAT(textThrownBy(add), EndsWith(" epoll_ctl: File exists"));
-    pipe_.fill();
+    fill();
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(log_.messages().back(), "Warn Unhandled event: 00000001");
-    poll_.remove(pipe_.ends[0]);
-    EXPECT_THAT(textThrownBy([&] { poll_.remove(pipe_.ends[0]); }),
+    poll_.remove(pipe_[0]);
+    EXPECT_THAT(textThrownBy([&] { poll_.remove(pipe_[0]); }),
                 EndsWith(" epoll_ctl: No such file or directory"));
     EXPECT_EQ(poll_.close(), 0);
     EXPECT_LT(poll_.close(), 0);
     EXPECT_THAT(textThrownBy(add), EndsWith(" add called on an already closed handle"));
     EXPECT_THAT(textThrownBy([&] { poll_.wait(0, true); }),
                 EndsWith(" wait called on an already closed handle"));
-    poll_.remove(pipe_.ends[0]);
+    poll_.remove(pipe_[0]);
 }
 
 TEST_F(EventPollTest, TimerTicksAlsoWhileEventsKeepComingAndCanBeStoppedDeletedAndSetAgain) {
@@ -117,8 +112,8 @@ TEST_F(EventPollTest, TimerTicksAlsoWhileEventsKeepComingAndCanBeStoppedDeletedA
     poll_.setTimer(1500);
     EXPECT_EQ(poll_.wait(0, true), 2);
     poll_.setTimer(5);
-    poll_.add(pipe_.ends[0], &recorder_, EPOLLIN);
-    pipe_.fill();
+    poll_.add(pipe_[0], &recorder_, EPOLLIN);
+    fill();
     int result = 3;
     for (int waits = 0; result == 3 && waits < 1'000'000; ++waits)
         result = poll_.wait(10000, true);

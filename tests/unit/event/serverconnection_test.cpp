@@ -50,11 +50,9 @@ protected:
     void brokerSends(std::string_view bytes) const {
         EXPECT_EQ(write(broker_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
-    /// What the broker received, "end" when the connection is closed.
-    std::string brokerReceived() const {
-        char bytes[256];
-        const ssize_t size = recv(broker_, bytes, sizeof bytes, MSG_DONTWAIT);
-        return size == 0 ? "end" : std::string(bytes, size < 0 ? 0 : static_cast<std::size_t>(size));
+    bool brokerSeesTheEnd() const {
+        char byte;
+        return recv(broker_, &byte, 1, MSG_DONTWAIT) == 0;
     }
     std::string postError() {
         return textThrownBy([&] { connection_->postEvent({7, 0, 0}); });
@@ -128,17 +126,21 @@ TEST_F(ServerConnectionTest, BrokerThatOnlyStopsSendingIsLeftAndNothingSpins) {
     shutdown(broker_, SHUT_WR);
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(poll_.wait(0, true), 2);
-    EXPECT_EQ(brokerReceived(), "end");
+    EXPECT_TRUE(brokerSeesTheEnd());
     EXPECT_THAT(recorder_.ids, IsEmpty());
 }
 
-TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFails) {
+TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFailsAsWithoutAConnection) {
     hangUp();
     EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(poll_.wait(0, true), 2);
     EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
     connection_->event(EventPoll::Callback::READABLE);
+    EXPECT_THAT(textThrownBy([] {
+                    postEvent({7, 0, 0});
+                }),
+                EndsWith(" Trying to post event without server connection"));
 }
 
 TEST_F(ServerConnectionTest, ReadErrorClosesTheConnectionAndIsNoException) {
@@ -147,21 +149,6 @@ TEST_F(ServerConnectionTest, ReadErrorClosesTheConnectionAndIsNoException) {
     connection_->event(EventPoll::Callback::READABLE);
     EXPECT_THAT(log_.messages(), testing::Contains("Error Read error"));
     EXPECT_EQ(poll_.wait(0, true), 2);
-}
-
-TEST_F(ServerConnectionTest, MessagesAreTheirBytesOnTheWire) {
-    connection_->subscribe({7, 0, 0});
-    EXPECT_EQ(brokerReceived(), std::string("\1\0\0\0\0\0\0\0\0\0\0\0\7\0\0\0\0\0\0\0\0\0\0\0", 24));
-    connection_->subscribeAll();
-    EXPECT_EQ(brokerReceived(), std::string("\3\0\0\0\0\0\0\0\0\0\0\0", 12));
-    EXPECT_THAT(textThrownBy([] {
-                    postEvent({0x01020304, 5, 6});
-                }),
-                EndsWith(" Trying to post event without server connection"));
-    gServerConnection = &*connection_;
-    postEvent({0x01020304, 5, 0xfffffffe});
-    gServerConnection = nullptr;
-    EXPECT_EQ(brokerReceived(), std::string("\4\3\2\1\5\0\0\0\xfe\xff\xff\xff", 12));
 }
 
 TEST_F(ServerConnectionTest, SignalFreesAProcessThatPostsToABrokerThatDoesNotRead) {
@@ -178,7 +165,7 @@ TEST_F(ServerConnectionTest, SignalFreesAProcessThatPostsToABrokerThatDoesNotRea
 TEST_F(ServerConnectionTest, ClosingTakesWhatTheBrokerHadSentSoThatItSeesAnOrderlyEnd) {
     brokerSends(std::string(5000, 'x'));
     connection_.reset();
-    EXPECT_EQ(brokerReceived(), "end");
+    EXPECT_TRUE(brokerSeesTheEnd());
 }
 
 TEST_F(ServerConnectionTest, ClosingEndsAlthoughTheBrokerNeverStopsSending) {

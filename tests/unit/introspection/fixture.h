@@ -19,9 +19,8 @@
 class Memories {
 public:
     Memories() {
-        for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-            blocks_[mem] = std::make_unique<char[]>(MEMORY_ARRAY[mem].size);
-            *MEMORY_ARRAY[mem].basePointer = blocks_[mem].get();
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+            *memory.basePointer = blocks_.emplace_back(std::make_unique<char[]>(memory.size)).get();
         }
     }
     ~Memories() {
@@ -36,7 +35,7 @@ public:
     std::string bytes(std::uint32_t mem) const { return {blocks_[mem].get(), MEMORY_ARRAY[mem].size}; }
 
 private:
-    std::array<std::unique_ptr<char[]>, MEMORY_ARRAY_SIZE> blocks_;
+    std::vector<std::unique_ptr<char[]>> blocks_;
 };
 
 /// Stands in for the broker at the other end of the process's connection.
