@@ -86,10 +86,17 @@ class Container:
 
     def _has_booted(self):
         assert self._process.poll() is None, self._process.stdout.read().decode(errors="replace")
+        self._leader = self._find_leader()
+        return self._leader and self.run("systemctl", "is-system-running", fails=True).stdout == "running\n"
+
+    def _find_leader(self):
         children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children").read_text().split()
         own = os.readlink("/proc/self/ns/net")
-        self._leader = next((child for child in children if os.readlink(f"/proc/{child}/ns/net") != own), None)
-        return self._leader and self.run("systemctl", "is-system-running", fails=True).stdout == "running\n"
+        for child in children:
+            with contextlib.suppress(OSError):  # one that has ended meanwhile
+                if os.readlink(f"/proc/{child}/ns/net") != own:
+                    return child
+        return None
 
     def run(self, *command, fails=False):
         """Runs a command inside. Its failure fails the test unless that is expected."""
