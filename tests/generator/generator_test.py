@@ -63,9 +63,10 @@ def test_the_ledger_is_extended_by_what_is_new_unless_the_model_contradicts_it(t
     ledger.unlink()
     assert extend() == (0, "11 rows added\n", "")
     assert ledger.read_text() == whole
-    ledger.write_text("".join([header, *others]).rstrip())
-    assert extend() == (0, "2 rows added\n", "")
-    assert ledger.read_text() == "".join([header, *others, first, device])
+    for end in ("", "\n"):
+        ledger.write_text("".join([header, *others]).rstrip() + end)
+        assert extend() == (0, "2 rows added\n", "")
+        assert ledger.read_text() == "".join([header, *others, first, device])
     assert extend() == (0, "0 rows added\n", "")
     ledger.write_text(header + first.replace(",0,", ",8,"))
     assert extend() == (1, "", "model/memories/MemApp.yaml:6: "
