@@ -15,7 +15,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
 from all_test import PATTERNS
 from brokerclient import BrokerClient
 from catalogue import Catalogue
-from systemdevice import BUILD, SystemDevice  # puts the launcher on the path
+from systemdevice import BUILD, SystemDevice, wait_until  # puts the launcher on the path
 from framebuffer import BYTES_PER_PIXEL, geometry, set_geometry
 
 CATALOGUE = Catalogue()
@@ -45,10 +45,10 @@ def same(devices, answer, about=b""):
     return native
 
 
-def output(device, script, body=b""):
+def output(device, script, body=b"", **params):
     """An answer. Into how many records a long one is cut depends on how fast it is taken."""
     with device.connect() as connection:
-        return connection.ask(script, body).output
+        return connection.ask(script, body, **params).output
 
 
 def memories(device):
@@ -108,6 +108,20 @@ def test_what_is_set_is_taken_or_refused_and_stored_alike(devices):
         same(devices, lambda device, body=body: output(device, SET, body), body)
         same(devices, memories, body)
     same(devices, lambda device: output(device, ALL))
+
+
+def test_the_companion_app_is_told_the_same(devices):
+    for device in devices:
+        device.end("simulation")
+        device.start_simulation("--still")
+
+    def app(device, path):
+        return output(device, "/qorapp/v1", PATH_INFO=path, REQUEST_METHOD="GET")
+
+    # The room on the machine's disk may change between the two questions.
+    wait_until(lambda: app(devices[0], "/device/info") == app(devices[1], "/device/info"), "the same information")
+    assert b"K1-00042" in app(devices[0], "/device/info")
+    same(devices, lambda device: app(device, "/device/status"))
 
 
 @pytest.mark.parametrize("colours", [2, 256], ids=["drawing", "noise"])
