@@ -44,22 +44,22 @@ TEST_F(PersistentInfoTest, DeviceThatCannotBeOpenedOrMappedIsAnErrorAndLeavesNot
 
 TEST_F(PersistentInfoTest, ParametersLieOneBehindTheOtherAndLeaveEachOther) {
     image_.write(0, std::string(8, '\xFF'));
-    image_.write(16, "!");
-    Info info(image_.path(), 0, 16);
+    image_.write(17, "!");
+    Info info(image_.path(), 0, 17);
     add<Info::Int>(info, "version", Info::PRIVATE);
     add<Info::Bits>(info, "top", 1u);
     add<Info::Bits>(info, "wide", 26u, Info::FILLER);
     add<Info::Bits>(info, "one", 1u);
     add<Info::Bits>(info, "low", 4u);
     add<Info::Bits>(info, "odd", 9u);
-    add<Info::String>(info, "text", 2u); // begins in the byte in which the bits end
+    add<Info::String>(info, "text", 3u); // begins in the byte in which the bits end
     add<Info::Int>(info, "number");      // begins with the next byte
-    EXPECT_EQ(info.size(), 16u);
+    EXPECT_EQ(info.size(), 17u);
     EXPECT_TRUE(info.set("version", "5") && info.set("wide", "33554433") && info.set("low", "9"));
     EXPECT_FALSE(info.set("low", "16"));
     EXPECT_TRUE(info.set("text", "\x1b") && info.set("number", "0x44434241"));
     EXPECT_EQ(image_.read(0, 8), word(5) + word(0x80000000 | 0x2000001 << 5 | 1 << 4 | 9));
-    EXPECT_EQ(image_.read(8, 9), std::string("\0\x1b\0\0\x41\x42\x43\x44!", 9));
+    EXPECT_EQ(image_.read(8, 10), std::string("\0\x1b\0\0\0\x41\x42\x43\x44!", 10));
     EXPECT_TRUE(info.set("top", "0") && info.set("one", "0"));
     EXPECT_EQ(image_.read(4, 4), word(0x2000001 << 5 | 9));
     std::ostringstream out;
@@ -72,7 +72,7 @@ TEST_F(PersistentInfoTest, ParametersLieOneBehindTheOtherAndLeaveEachOther) {
                                       "        4.0      1  top                           0\n"
                                       "        4.1     26  wide                  filler  33554433\n"));
     info.clearAll();
-    EXPECT_EQ(image_.read(0, 17), std::string(16, '\0') + '!');
+    EXPECT_EQ(image_.read(0, 18), std::string(17, '\0') + '!');
 }
 
 TEST_F(PersistentInfoTest, ParameterThatReachesOutOfTheRegionOrOfItsWordIsRefused) {

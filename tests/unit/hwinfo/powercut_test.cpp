@@ -105,6 +105,7 @@ TEST_F(PowerCut, LeavesTheOldBlockOrADamagedOneOrTheNewOneAndGrowingNeverLosesAV
         {unsealed, seal, "K1-00042", 2, 2, "old new "},
         {full, clear, "", 300, KEPT, "old damaged new "},
         {longer, clear, "", 300, KEPT, "old damaged new "},
+        {older, clear, "", 180, KEPT, "old damaged new "},
         {older, grow, "K1-00042", 180, KEPT, "new "},
     };
     for (const auto& cut : cuts) {

@@ -32,6 +32,7 @@ TEST_F(FcgiTest, TheConnectionBeyondThirtyTwoIsLeftAloneAndCostsNothingOnceItsCl
     const std::ptrdiff_t before = openDescriptors();
     const int extra = send(request("/x")); // its unread bytes do not wake the loop
     EXPECT_EQ(received(extra), "");
+    EXPECT_EQ(openDescriptors(), before + 2) << "both ends of it";
     drop(extra);
     EXPECT_EQ(openDescriptors(), before);
     drop(clients_.front());
