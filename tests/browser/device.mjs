@@ -3,19 +3,20 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
+import { appendFile, readFile } from "node:fs/promises";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
+import { until } from "./console.mjs";
 
 const PYTHON = "/usr/bin/python3";
 const PROGRAM = fileURLToPath(new URL("device.py", import.meta.url));
 
 export class Device {
     // Options are those of the launcher's VirtualDevice, for example {simulation: ["--speed", "8"]}. Whoever starts a
-    // device stops it.
+    // device stops it. It has a `url`, and its files are below the folder `root`.
     static async start(options = {}) {
         const device = new Device(options);
-        device.url = (await device.#answer()).url;
-        return device;
+        return Object.assign(device, await device.#answer());
     }
 
     constructor(options) {
@@ -43,13 +44,28 @@ export class Device {
         return this.ask("store", { variable, value });
     }
 
+    // Returns a function that returns when so many requests more for updates have come to the service, whose log has to
+    // have the level DebugMost. Who does not wait for an update misses it.
+    async countPolls() {
+        const count = async () => (await readFile(`${this.root}/dev/kmsg`, "utf8")).split(", /api/v1/update.cgi)").length;
+        const before = await count();
+        return (polls) => until(async () => (await count()) - before >= polls, true, `${polls} polls`);
+    }
+
+    // Stores what so many wait for, and returns when they wait again.
+    async tell(variable, value, count = 1) {
+        const areWaiting = await this.countPolls();
+        await this.store(variable, value);
+        await areWaiting(count);
+    }
+
     load(variable) {
         return this.ask("load", { variable });
     }
 
-    async file(path) {
-        const content = await this.ask("file", { path });
-        return content === null ? null : Buffer.from(content, "base64");
+    // Writes lines into the kernel log.
+    log(lines) {
+        return appendFile(`${this.root}/dev/kmsg`, `${lines}\n`);
     }
 
     // Ends the device, and fails where one of its processes ended badly.

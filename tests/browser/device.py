@@ -3,15 +3,13 @@
     {"do": "store", "variable": "MemPersistent.DisplayBrightness", "value": 7}
     {"result": 1763736000.25}
 
-The first line tells where the device is. An "error" instead of a result has the text. At the end of the input the device
+The first line tells the device's address and folder. An "error" instead of a result has the text. At the end of the input the device
 ends; status 0 says that all of its processes ended well and no sanitizer complained.
 """
 
-import base64
 import csv
 import json
 import os
-import random
 import signal
 import struct
 import sys
@@ -24,7 +22,6 @@ from brokerclient import BrokerClient
 from catalogue import MODEL, Catalogue
 from systemdevice import SystemDevice
 
-BYTES_PER_PIXEL = 4
 CATALOGUE = Catalogue()
 with open(MODEL / "ledger.csv", newline="") as ledger:
     EVENTS = {f'{line["memory"]}.{line["name"]}': int(line["event"]) for line in csv.DictReader(ledger)}
@@ -51,26 +48,6 @@ class Commands:
         value = CATALOGUE.decode(memory, data)[name]
         return value["value"] if isinstance(value, dict) and "type" in value else value
 
-    def log(self, line):
-        """Writes a line into the kernel log."""
-        with open(self._device.path("/dev/kmsg"), "a") as file:
-            file.write(line + "\n")
-
-    def paint(self, seed):
-        """Fills the display with noise and returns its pixels: red, green, blue, alpha."""
-        file = self._device.path("/dev/fb0")
-        pixels = bytearray(random.Random(seed).randbytes(file.stat().st_size))
-        pixels[3::BYTES_PER_PIXEL] = bytes([255]) * (len(pixels) // BYTES_PER_PIXEL)
-        with open(file, "r+b") as display:  # it never gets shorter: a picture of it may be on its way
-            display.write(pixels)
-        pixels[0::4], pixels[2::4] = pixels[2::4], pixels[0::4]
-        return base64.b64encode(pixels).decode()
-
-    def file(self, path):
-        """A file of the device; null where there is none."""
-        file = self._device.path(path)
-        return base64.b64encode(file.read_bytes()).decode() if file.exists() else None
-
     def end_service(self):
         self._device.end("service")
 
@@ -94,13 +71,9 @@ class Commands:
 def encode(row, value):
     if row["type"] in CATALOGUE.enumerations:
         return struct.pack("<I", CATALOGUE.enumerations[row["type"]].index(value))
-    width = CATALOGUE.width(row)
-    return {
-        "int": lambda: struct.pack("<i", value),
-        "float": lambda: struct.pack("<f", value),
-        "bool": lambda: bytes([value]),
-        "string": lambda: value.encode().ljust(width, b"\0"),
-    }[row["type"]]()
+    if row["type"] == "string":
+        return value.encode().ljust(row["length"], b"\0")
+    return struct.pack({"int": "<i", "float": "<f"}[row["type"]], value)
 
 
 def answer(commands, line):
@@ -115,7 +88,7 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, lambda *_: sys.exit(1))
     with SystemDevice(nginx=True, **json.loads(sys.argv[1])) as device:
-        print(json.dumps({"url": device.url}), flush=True)
+        print(json.dumps({"url": device.url, "root": str(device.root)}), flush=True)
         commands = Commands(device)
         for line in sys.stdin:
             print(json.dumps(answer(commands, line)), flush=True)

@@ -1,80 +1,70 @@
 // The display on the page.
 
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
-import { after, before, test } from "node:test";
-import { Console, launchBrowser, until } from "./console.mjs";
-import { Device } from "./device.mjs";
+import { randomBytes } from "node:crypto";
+import { open as openFile, readFile } from "node:fs/promises";
+import { test } from "node:test";
+import { until } from "./console.mjs";
+import { setScene } from "./scene.mjs";
 
-let device, browser;
+const WIDTH = 320;
+const HEIGHT = 240;
 
-before(async () => {
-    [device, browser] = await Promise.all([Device.start({ screen: [320, 240] }), launchBrowser()]);
-});
-after(async () => {
-    await browser.close();
-    await device.stop();
-});
+const { device, open } = await setScene({ screen: [WIDTH, HEIGHT] });
 
-// What is drawn on the page: width, height and the pixels in Base64, without their transparency.
-function drawn(image) {
-    const width = image.naturalWidth ?? image.width;
-    const height = image.naturalHeight ?? image.height;
-    const copy = Object.assign(document.createElement("canvas"), { width, height });
-    if (width === 0) return null;
-    const pen = copy.getContext("2d");
-    pen.drawImage(image, 0, 0);
-    const { data } = pen.getImageData(0, 0, width, height);
-    let text = "";
-    for (const byte of data) text += String.fromCharCode(byte);
-    return { width, height, pixels: btoa(text) };
+// The pixels of the canvas in Base64.
+function drawn(canvas) {
+    const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+    return btoa(Array.from(data, (byte) => String.fromCharCode(byte)).join(""));
 }
 
-// The first of the framebuffer's three buffers, which is on display.
-async function paint(seed) {
-    const pixels = Buffer.from(await device.ask("paint", { seed }), "base64").subarray(0, 320 * 240 * 4);
-    return { width: 320, height: 240, pixels: pixels.toString("base64") };
+// Fills what is on display, the first of the framebuffer's three buffers, with noise, and returns its pixels as drawn.
+async function paint() {
+    const pixels = randomBytes(WIDTH * HEIGHT * 4).map((byte, at) => (at % 4 === 3 ? 255 : byte));
+    const display = await openFile(`${device.root}/dev/fb0`, "r+"); // never shorter: a picture may be on its way
+    await display.write(pixels, 0, pixels.length, 0);
+    await display.close();
+    return pixels.map((byte, at) => pixels[at + [2, 0, -2, 0][at % 4]]).toString("base64"); // red is first there
+}
+
+// Counts the requests for pictures: all of them, those that wait, and how many waited at most.
+function countPictures(page) {
+    const pictures = { asked: 0, waiting: 0, most: 0 };
+    const count = (step) => (request) => {
+        if (!request.url().includes("/screen.cgi")) return;
+        pictures.asked += Math.max(step, 0);
+        pictures.waiting += step;
+        pictures.most = Math.max(pictures.most, pictures.waiting);
+    };
+    page.on("request", count(1));
+    page.on("requestfinished", count(-1));
+    page.on("requestfailed", count(-1));
+    return pictures;
 }
 
 test("the picture has every pixel of the display, follows it, and is saved as captured", async () => {
-    const first = await paint(1);
-    const console = await Console.open(browser, device.url, { view: "screen" });
-    const image = console.page.locator("#screen-image");
-    await until(() => image.evaluate(drawn), first, "the first picture");
-    const second = await paint(2);
-    await until(() => image.evaluate(drawn), second, "the second picture");
-    const download = console.page.waitForEvent("download");
-    await console.page.locator("#screen-save").click();
+    const first = await paint();
+    const { page } = await open({ view: "screen" });
+    const pixels = () => page.locator("#screen-image").evaluate(drawn);
+    await until(pixels, first, "the first picture");
+    await until(pixels, await paint(), "the second picture");
+    const download = page.waitForEvent("download");
+    await page.locator("#screen-save").click();
     const saved = await readFile(await (await download).path());
     const captured = await fetch(`${device.url}/api/v1/screen.cgi`);
     assert.deepEqual(saved, Buffer.from(await captured.arrayBuffer()));
-    await console.close();
 });
 
 test("never more than one picture is asked for at a time, and none in other views", async () => {
-    const console = await Console.open(browser, device.url);
-    let waiting = 0, most = 0, asked = 0;
-    const isPicture = (request) => request.url().includes("/screen.cgi");
-    const count = (step) => (request) => {
-        if (!isPicture(request)) return;
-        waiting += step;
-        asked += Math.max(step, 0);
-        most = Math.max(most, waiting);
-    };
-    console.page.on("request", count(1));
-    console.page.on("requestfinished", count(-1));
-    console.page.on("requestfailed", count(-1));
+    const console = await open();
+    const pictures = countPictures(console.page);
     await console.go("screen");
-    await until(() => asked > 10, true, "some pictures");
-    assert.equal(most, 1);
+    await until(() => pictures.asked > 10, true, "some pictures");
     await console.go("variables");
-    await until(() => waiting, 0, "the last picture");
-    const before = asked;
-    await console.row("MemPersistent.DisplayBrightness");
-    for (const value of [2, 3, 4]) {
-        await device.store("MemPersistent.DisplayBrightness", value);
-        await console.shows("MemPersistent.DisplayBrightness", String(value));
+    await until(() => pictures.waiting, 0, "the last picture");
+    const { asked } = pictures;
+    for (const value of ["2", "3", "4"]) {
+        await console.edit("MemPersistent.DisplayBrightness", (form) => form.locator("input").fill(value), "stored");
     }
-    assert.equal(asked, before);
-    await console.close();
+    assert.deepEqual(pictures, { asked, waiting: 0, most: 1 });
 });

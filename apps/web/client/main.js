@@ -1,4 +1,4 @@
-// Puts the console together: what is known, the feeds, and the views that are opened by the address's fragment.
+// Puts the console together: what is known, the feeds and the views that are opened by the address's fragment.
 
 import { Connection } from "./connection.js";
 import { byId, setText } from "./dom.js";
@@ -12,7 +12,7 @@ import { WatchView } from "./views/watch.js";
 
 const VIEWS = { variables: VariablesView, watch: WatchView, log: LogView, screen: ScreenView, device: DeviceView };
 const HIDDEN_FOR_MS = 20000;
-const READ_BACK_MS = 5000;
+const READ_BACK_MS = 15000;
 
 // What the views share.
 class App {
