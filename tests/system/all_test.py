@@ -8,6 +8,7 @@ from pathlib import Path
 import jsonschema
 import pytest
 
+from catalogue import as_float32
 from systemdevice import BUILD
 
 TREE = "/api/v1/all.cgi"
@@ -83,7 +84,7 @@ def test_every_value_is_what_the_segments_hold(device, catalogue, validator, mak
     contents = {memory: catalogue.fill(memory, make) for memory in catalogue.memories}
     for memory, content in contents.items():
         device.write(memory, 0, content)
-    document = json.loads(device.ask(TREE))
+    document = json.loads(device.ask(TREE), parse_float=as_float32)
     validator.validate(document)
     assert list(document) == ["id", "variables"]
     assert list(document["variables"]) == list(catalogue.memories)
@@ -91,7 +92,7 @@ def test_every_value_is_what_the_segments_hold(device, catalogue, validator, mak
         values = document["variables"][memory]
         assert list(values) == [row["name"] for row in catalogue.memories[memory]["variables"]]
         expected = catalogue.decode(memory, content)
-        for name, value in catalogue.same_numbers(memory, values).items():
+        for name, value in values.items():
             assert value == expected[name], f"{memory}.{name}"
 
 
@@ -106,8 +107,8 @@ def test_the_text_is_literal_in_records_that_need_no_padding_inside(device, cata
     with device.connect() as connection:
         answer = connection.ask(TREE, request_id=4711)
     tree = answer.output
-    assert tree.startswith(b'Content-type: application/json\r\n\r\n{\r\n"id": 4711,\r\n"variables": {"MemPersistent" : {'
-                           b'"ProductName" : {"max":"0","min":"0","type":"string",'
+    assert tree.startswith(b'Content-type: application/json\r\n\r\n{\r\n"id": 4711,\r\n"variables": {'
+                           b'"MemPersistent" : {"ProductName" : {"max":"0","min":"0","type":"string",'
                            b'"value":"caf\xc3\xa9 \\"1\\"\\\\\\t\\u0001"},'
                            b'"ProductVersion" : "ERROR": "[json.exception.type_error.316] invalid UTF-8 byte '
                            b'at index 3: 0xFF","RadioPower" : { "value": "false", "type": "bool", '

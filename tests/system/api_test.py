@@ -176,9 +176,8 @@ def test_what_is_allowed_is_stored_and_what_is_not_is_not(device, catalogue):
         return allowed.is_valid(assignment)
 
     def read_all():
-        memories = json.loads(device.ask(TREE))["variables"]
-        return {(memory, name): value for memory in memories
-                for name, value in catalogue.same_numbers(memory, memories[memory]).items()}
+        memories = json.loads(device.ask(TREE), parse_float=as_float32)["variables"]
+        return {(memory, name): value for memory, values in memories.items() for name, value in values.items()}
 
     allowed = validator({"$ref": "#/components/schemas/Assignment"})
     # The log level comes first and ends the lines about what follows.

@@ -30,7 +30,8 @@ def text(raw):
 
 
 def as_float32(number):
-    return None if number is None else struct.unpack("<f", struct.pack("<f", number))[0]
+    """The number, or what a text says, in the precision that the memories have."""
+    return struct.unpack("<f", struct.pack("<f", float(number)))[0]
 
 
 class Catalogue:
@@ -100,7 +101,7 @@ class Catalogue:
     # From bytes to the document
 
     def decode(self, memory, data):
-        """The memory's object in the tree. A float of a structure is a number; compare it by same_numbers()."""
+        """The memory's object in the tree. What is a number in JSON, a float of a structure, is read by as_float32."""
         return {row["name"]: self._value(row, data) for row in self.memories[memory]["variables"]}
 
     def _value(self, row, data):
@@ -121,7 +122,7 @@ class Catalogue:
             "string": ("0", "0", lambda: text(raw)),
             "buffer": ("0", "0", raw.hex),
         }[kind]
-        return {"max": bound(row, "max", high), "min": bound(row, "min", low),
+        return {"max": str(row.get("max", high)), "min": str(row.get("min", low)),
                 "type": "string" if kind == "buffer" else kind, "value": value()}
 
     def _structure(self, row, data, start):
@@ -141,16 +142,3 @@ class Catalogue:
     def _entry(self, kind, raw):
         entries, value = self.enumerations[kind], struct.unpack("<I", raw)[0]
         return entries[value] if value < len(entries) else f"INVALID_VALUE:{value}"
-
-    def same_numbers(self, memory, values):
-        """The document's floats of structures, which have as many digits as a float needs, as the floats they mean."""
-        for row in self.memories[memory]["variables"]:
-            floats = [m["name"] for m in self.structures.get(row["type"], ()) if m["type"] == "float"]
-            elements = values[row["name"]] if "length" in row else [values[row["name"]]]
-            for element in elements if floats else ():
-                element.update({name: as_float32(element[name]) for name in floats})
-        return values
-
-
-def bound(row, which, otherwise):
-    return str(row[which]) if which in row else otherwise

@@ -21,7 +21,6 @@ import subprocess
 import sys
 import tempfile
 import time
-import urllib.request
 from pathlib import Path
 
 from systemdevice import SystemDevice, wait_until
@@ -31,7 +30,6 @@ END = "=== end of the command, jobs: "
 BLOCK = re.compile(r"(?<=^```console\n).*?(?=^```$)", re.MULTILINE | re.DOTALL)
 ARGUMENTS = re.compile(r"<!-- examples:(.*?)-->")
 CURL_THAT_TELLS = 'curl() { command curl --trace-ascii .sent.$BASHPID "$@"; }\n'
-NOTHING_SET = b'{"result": 0, "error": "" }'
 # Texts that no page and no simulation changes.
 FORGOTTEN = ("EditValueStringBackup_Local", "TempLensFileName_Local", "ELEMENT_4", "ELEMENT_5")
 # What differs by nature, and what stands in its place.
@@ -97,9 +95,8 @@ class Shell:
     def _sync(self):
         """Returns when web server and service have taken all that was sent to them before: each has one thread, which
         takes what comes first. Nothing is logged and nothing changes."""
-        with urllib.request.urlopen(self._device.url + "/api/v1/set.cgi", timeout=COMMAND_SECONDS) as answer:
-            assert answer.read() == NOTHING_SET
-        assert self._device.ask("/api/v1/set.cgi") == NOTHING_SET
+        assert self._device.http("/api/v1/set.cgi")[0] == 200
+        self._device.ping()
 
     def _forget_changes(self):
         """Returns when no change from before can reach a request that begins to wait now."""
