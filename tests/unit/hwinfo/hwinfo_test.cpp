@@ -146,6 +146,7 @@ TEST_F(HwInfoTest, ValuesThatDoNotFitAreRefusedAndChangeNothing) {
         EXPECT_EQ(outcome([&] { return info_.write(refused); }), 'n') << refused;
         EXPECT_NE(info_.refusal(refused), "") << refused;
     }
+    EXPECT_EQ(outcome([&] { return info_.write(std::string("serial\0=x", 9)); }), 'n');
     EXPECT_EQ(outcome([&] { return info_.write(std::string("serial=x\0y", 10)); }), 'n');
     EXPECT_EQ(outcome([&] { return info_.write("length", 65537); }), 'n');
 }

@@ -32,6 +32,7 @@ TEST(Json, SplitsObjectsAndArraysOneLevelDeep) {
 
 TEST(Json, TellsWhereTheErrorIs) {
     EXPECT_EQ(parsed("  }"), "@2");
+    EXPECT_EQ(parsed(R"({"a b":1})"), "@4");
     EXPECT_EQ(parsed(R"({"a":"x\"y"})"), "@9");
     EXPECT_EQ(parsed(R"({"a":1]})"), "a=1]");
     EXPECT_EQ(parsed(R"({"a":"1"]})"), "@8");

@@ -114,6 +114,13 @@ TEST_F(LoggingTest, HangUpIsToldOnceLeavesTheLoopAtRestAndNoZombie) {
     EXPECT_THAT(log_.messages().back(), HasSubstr("Remove  client")); // it was registered to the end
 }
 
+TEST_F(LoggingTest, MissingToolIsAHangUp) {
+    setenv("PATH", folder_.c_str(), 1);
+    logging_->init();
+    EXPECT_TRUE(run([&] { return timesToldGone() > 0; }));
+    EXPECT_EQ(logging_->text(), "");
+}
+
 TEST_F(LoggingTest, DestructionEndsTheToolAndWhatItStartedAtAnyMoment) {
     start("sleep 1000 & echo started; wait");
     ASSERT_TRUE(runUntilText("started\n"));

@@ -214,10 +214,11 @@ TEST_F(QorAppTest, AFileComesBackAsItWasStoredAndIsListed) {
     EXPECT_THAT(list(folder_), testing::ContainsRegex("^.\r\n\"[ac].*\",\r\n\"[ac].*\"\r\n]$"));
 }
 
-// Missing and full folders, names of folders and names that are too long: the system tests have them.
+// Missing folders, a full disk and the longest name: the system tests have them.
 TEST_F(QorAppTest, NamesThatAreNoFileAndFoldersThatTakeNoneAreAnsweredAndLeftAlone) {
     ASSERT_EQ(mkfifo((folder_ + "pipe").c_str(), 0600), 0);
-    for (const std::string& name : {"/.."s, "/none/x"s, "/" + std::string(5000, 'n'), "/a\0b"s}) {
+    std::filesystem::create_directory(folder_ + "inner");
+    for (const std::string& name : {"/inner"s, "/.."s, "/none/x"s, "/" + std::string(5000, 'n'), "/a\0b"s}) {
         EXPECT_EQ(file("GET", name), NO_SUCH_FILE) << name;
         EXPECT_EQ(file("PUT", name, "x"), OPEN_ERROR) << name;
         EXPECT_EQ(file("DELETE", name), NO_SUCH_FILE) << name;

@@ -12,6 +12,8 @@
 
 namespace {
 
+using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 std::string text(VariableTree& tree) {
@@ -52,6 +54,17 @@ TEST(VariableTree, FollowsItsMemoryThroughUnmappingAndBack) {
     EXPECT_EQ(tree.variable(17, 0).substr(0, 47), R"({ "value": "DebugAll", "type": "LogLevel", "tex)");
     EXPECT_THROW(tree.variable(18, 0), std::runtime_error);
     EXPECT_THROW(tree.variable(0, 73), std::runtime_error);
+}
+
+TEST(VariableTree, ReportsAnInvalidValueWithEachReading) {
+    Memories memories;
+    memories.base(17)[0] = 8;
+    VariableTree tree;
+    LogCapture log;
+    text(tree);
+    EXPECT_THAT(text(tree), HasSubstr(R"("AppServiceLogLevel" : { "value": "INVALID_VALUE:8", )"));
+    EXPECT_THAT(log.messages(), ElementsAre("Error Value 8 of enum LogLevel is above number of entries (8)",
+                                            "Error Value 8 of enum LogLevel is above number of entries (8)"));
 }
 
 TEST(UpdateDocument, TellsVariablesThatHaveNoValueAmongTheErrors) {
