@@ -117,7 +117,7 @@ TEST_F(UpdaterTest, AnAccessoryComesAndGoesUnlessOneIsBeingUpdated) {
         EXPECT_EQ(list_.isConnected(place), isConnected) << endMs;
     }
     Variable("RBusUpdateState").setText("CopyingFile");
-    playTo(200000);
+    playTo(105000);
     EXPECT_TRUE(list_.isConnected(place));
 }
 

@@ -147,7 +147,7 @@ TEST_F(FbLinuxTest, ABufferOutsideTheMappingHasNoAddressAndNoHeightIsNoDivision)
     EXPECT_EQ(address(41, 30, 32, 60), nullptr) << "the last frame does not fit";
     EXPECT_EQ(address(40, 30, 40, 60), nullptr) << "nor does it with deeper pixels";
     EXPECT_EQ(address(0x10000, 0x10000, 32, 0), nullptr) << "size wraps at 32 bits";
-    EXPECT_EQ(address(~0U, ~0U, ~0U, 0), nullptr) << "size wraps at 64 bits";
+    EXPECT_EQ(address(1U << 31, 1U << 31, 32, 0), nullptr) << "size wraps at 64 bits";
     EXPECT_EQ(address(1, 1, 32, 0x40000000), nullptr) << "place wraps";
     EXPECT_EQ(address(40, 0, 32, 60), reading.backbufferAddress());
     EXPECT_NO_THROW(FbLinux("/dev/fb0").init());
