@@ -8,10 +8,9 @@ import { setScene } from "./scene.mjs";
 import { fill, VIEWS } from "./views.mjs";
 
 const PICTURES = `${process.env.SYSTEM_TEST_BUILD}/screenshots`;
-const DESKTOP = { width: 1280, height: 800 };
 const LOOKS = {
-    light: { viewport: DESKTOP },
-    dark: { viewport: DESKTOP, colorScheme: "dark" },
+    light: { viewport: { width: 1280, height: 800 } },
+    dark: { viewport: { width: 1280, height: 800 }, colorScheme: "dark" },
     phone: { viewport: { width: 390, height: 844 }, hasTouch: true, isMobile: true },
 };
 const CHANGES = 15;
@@ -52,11 +51,11 @@ for (const [look, options] of Object.entries(LOOKS)) {
 }
 
 test("the keyboard reaches the views and sets a variable", async () => {
-    const console = await open({ viewport: DESKTOP });
+    const console = await open();
     const { keyboard } = console.page;
     const tabTo = async (selector) => {
         const focused = console.page.locator(`${selector}:focus`);
-        for (let presses = 0; presses < TABS_AT_MOST && !(await focused.count()); ++presses) await keyboard.press("Tab");
+        for (let tabs = 0; tabs < TABS_AT_MOST && !(await focused.count()); ++tabs) await keyboard.press("Tab");
         assert.equal(await focused.count(), 1, `${selector} has the focus`);
     };
     await tabTo(`nav a[href="#log"]`);

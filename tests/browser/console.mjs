@@ -13,17 +13,8 @@ const accessibilityChecker = readFileSync(packages.resolve("axe-core/axe.min.js"
 const WAIT_MS = 120_000;
 const POLL_MS = 20;
 const WORDS_AT_MOST = 500;
-const FLAGS = [
-    "--no-sandbox",
-    "--disable-gpu",
-    "--disable-quic",
-    "--no-first-run",
-    "--disable-background-networking",
-    "--disable-component-update",
-    "--disable-sync",
-    // Nothing leaves the machine, whatever a page asks for.
-    "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1",
-];
+// Nothing leaves the machine, whatever a page asks for.
+const FLAGS = ["--no-sandbox", "--disable-gpu", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"];
 
 export function launchBrowser() {
     return chromium.launch({ executablePath: process.env.CHROMIUM, args: FLAGS, timeout: WAIT_MS });

@@ -26,18 +26,14 @@ export class Device {
         });
         this.ended = once(this.process, "exit");
         this.lines = createInterface(this.process.stdout)[Symbol.asyncIterator]();
-        this.last = Promise.resolve();
     }
 
     // Sends a command and returns its result; commands are answered in their order.
-    ask(name, command = {}) {
-        const before = this.last;
+    async ask(name, command = {}) {
         this.process.stdin.write(JSON.stringify({ do: name, ...command }) + "\n");
-        this.last = before.then(() => this.#answer());
-        return this.last.then(({ result, error }) => {
-            assert.equal(error, undefined);
-            return result;
-        });
+        const { result, error } = await this.#answer();
+        assert.equal(error, undefined);
+        return result;
     }
 
     store(variable, value) {
@@ -47,7 +43,8 @@ export class Device {
     // Returns a function that returns when so many requests more for updates have come to the service, whose log has to
     // have the level DebugMost. Who does not wait for an update misses it.
     async countPolls() {
-        const count = async () => (await readFile(`${this.root}/dev/kmsg`, "utf8")).split(", /api/v1/update.cgi)").length;
+        const log = `${this.root}/dev/kmsg`;
+        const count = async () => (await readFile(log, "utf8")).split(", /api/v1/update.cgi)").length;
         const before = await count();
         return (polls) => until(async () => (await count()) - before >= polls, true, `${polls} polls`);
     }

@@ -3,8 +3,8 @@
     {"do": "store", "variable": "MemPersistent.DisplayBrightness", "value": 7}
     {"result": 1763736000.25}
 
-The first line tells the device's address and folder. An "error" instead of a result has the text. At the end of the input the device
-ends; status 0 says that all of its processes ended well and no sanitizer complained.
+The first line tells the device's address and folder. An "error" instead of a result has the text. At the end of the
+input the device ends; status 0 says that all of its processes ended well and no sanitizer complained.
 """
 
 import csv
@@ -34,12 +34,18 @@ class Commands:
         self._device = device
 
     def store(self, variable, value):
-        """Stores as another process of the device does, tells the broker, and returns when that was (seconds)."""
-        return self._put(variable, encode(CATALOGUE.variable(*variable.split(".")), value))
+        """Stores as another process of the device does, tells the broker, and returns when that was (seconds).
 
-    def spoil(self, variable):
-        """Stores bytes that are no text: the service cannot print them."""
-        return self._put(variable, b"\xff\0")
+        Null stores bytes that are no text: the service cannot print them.
+        """
+        memory, name = variable.split(".")
+        row = CATALOGUE.variable(memory, name)
+        with BrokerClient(self._device) as broker:
+            now = time.time()
+            self._device.write(memory, row["at"], b"\xff\0" if value is None else encode(row, value))
+            broker.post(EVENTS[variable])
+            broker.posted()
+        return now
 
     def load(self, variable):
         """What a variable holds, as the tree would tell it; of a variable that is not a structure only the value."""
@@ -57,15 +63,6 @@ class Commands:
     def service(self):
         """The service's process id."""
         return self._device.pids["service"]
-
-    def _put(self, variable, data):
-        memory, name = variable.split(".")
-        with BrokerClient(self._device) as broker:
-            now = time.time()
-            self._device.write(memory, CATALOGUE.variable(memory, name)["at"], data)
-            broker.post(EVENTS[variable])
-            broker.posted()
-        return now
 
 
 def encode(row, value):
