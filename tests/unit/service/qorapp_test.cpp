@@ -114,7 +114,7 @@ protected:
 TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConnected) {
     std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
     accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
-    accessories().RBusDeviceList[15] = {1, 1234, "", "", "", "", 0, 0};
+    accessories().RBusDeviceList[15] = {1, 1234, "", "9", "", "", 0, 0};
     std::memset(accessories().RBusDeviceList[15].RBusDeviceName, 'x', 50);
     const std::regex sizes("(space_(total|available)\": )[0-9]+");
     const auto accessory = [](const std::string& name, const std::string& serial, const char* version) {
@@ -130,7 +130,7 @@ TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConne
               "  \"space_total\": N,\r\n"
               "  \"space_available\": N,\r\n"
               "  \"devices\": [\r\n" +
-                  accessory("FOCUS", "-5", "1.2") + ", \r\n" + accessory(std::string(50, 'x'), "1234", "") +
+                  accessory("FOCUS", "-5", "1.2") + ", \r\n" + accessory(std::string(50, 'x'), "1234", "9") +
                   "\r\n  ]\r\n}\r\n");
 }
 
