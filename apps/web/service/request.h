@@ -123,7 +123,6 @@ private:
     void handleRecord(unsigned char type, std::string_view content);
     void hangUp();
     void fail(const char* reason);
-    void setHeader(RecordType type, unsigned int contentLength, unsigned int padding);
     int sendRecord(const char* content, unsigned int length, unsigned int padding, bool more);
     void sendStream(TextStream& stream, RecordType type);
 
