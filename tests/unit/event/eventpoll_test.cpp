@@ -9,7 +9,9 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
 
@@ -54,6 +56,38 @@ TEST_F(EventPollTest, ReadableIsReportedAsLongAsItIsAndHangUpGoesBeforeDataThatI
     EXPECT_THAT(recorder_.types, ElementsAre(1, 1, 2));
     poll_.remove(pipe_[0]);
     EXPECT_EQ(poll_.wait(0, true), 2);
+}
+
+/// The two ends of a TCP connection: other kinds know no urgent data.
+std::pair<int, int> tcpConnection() {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof(address);
+    EXPECT_EQ(listen(listener, 1), 0); // on a port of the kernel's choice
+    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int client = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    const int server = accept(listener, nullptr, nullptr);
+    close(listener);
+    return {client, server};
+}
+
+TEST_F(EventPollTest, UrgentDataGoesBeforeOrdinary) {
+    const auto [client, server] = tcpConnection();
+    EXPECT_EQ(send(client, "x", 1, 0), 1);
+    EXPECT_EQ(send(client, "!", 1, MSG_OOB), 1);
+    poll_.add(server, &recorder_, EPOLLIN | EPOLLPRI);
+    for (int waits = 0; waits < 1000 && (recorder_.types.empty() || recorder_.types.back() != 0); ++waits)
+        EXPECT_EQ(poll_.wait(10000, true), 3);
+    EXPECT_EQ(recorder_.types.back(), 0);
+    char urgent = 0;
+    EXPECT_EQ(recv(server, &urgent, 1, MSG_OOB), 1);
+    EXPECT_EQ(urgent, '!');
+    EXPECT_EQ(poll_.wait(10000, true), 3);
+    EXPECT_EQ(recorder_.types.back(), 1); // the ordinary byte is still there
+    close(client);
+    close(server);
 }
 
 TEST_F(EventPollTest, BatchOfEightIsDeliveredWholeAlthoughItsFirstCallbackRemovesAll) {
