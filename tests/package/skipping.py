@@ -8,7 +8,7 @@ SKIPPED = 77
 
 
 def skip(what, reason):
-    print(f"{what} NOT TESTED: {reason}", flush=True)
+    print(f"SKIPPED, {what} NOT TESTED: {reason}", flush=True)
     sys.exit(SKIPPED)
 
 
