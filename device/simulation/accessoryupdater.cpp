@@ -59,13 +59,14 @@ void AccessoryUpdater::check() {
     }
 }
 
-/// File and accessory may have been replaced since they were looked at.
+/// File and accessory may have been replaced since they were looked at. The flag is lowered last: whoever
+/// still sees a valid file that nobody has started would raise it again.
 void AccessoryUpdater::begin() {
-    start_.setBool(false);
     check();
     if (phase_ == Phase::Waiting) {
         enter(Phase::Copying, "CopyingFile");
     }
+    start_.setBool(false);
 }
 
 void AccessoryUpdater::copy(double elapsedMs) {

@@ -53,13 +53,14 @@ void HostUpdater::check() {
     }
 }
 
-/// The file may have been replaced since it was found valid.
+/// The file may have been replaced since it was found valid. The flag is lowered last: whoever still sees a
+/// valid file that nobody has started would raise it again.
 void HostUpdater::begin() {
-    start_.setBool(false);
     check();
     if (phase_ == Phase::Waiting) {
         enter(Phase::Copying, "CopyingFile");
     }
+    start_.setBool(false);
 }
 
 void HostUpdater::finishCopying() {
