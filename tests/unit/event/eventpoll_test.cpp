@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sstream>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -104,6 +105,20 @@ TEST_F(EventPollTest, BatchOfEightIsDeliveredWholeAlthoughItsFirstCallbackRemove
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(recorder_.types.size(), 8U);
     EXPECT_EQ(poll_.wait(0, true), 2);
+}
+
+TEST_F(EventPollTest, EachStepOfAClientIsLogged) {
+    std::ostringstream callback;
+    callback << &recorder_;
+    const std::string fd = std::to_string(pipe_[0]);
+    poll_.add(pipe_[0], &recorder_, EPOLLIN);
+    fill();
+    poll_.wait(1000, true);
+    poll_.remove(pipe_[0]);
+    EXPECT_THAT(log_.messages(),
+                ElementsAre("DebugMost Add new client " + fd + "/" + callback.str(),
+                            "DebugAll Call    client " + callback.str() + " for events 00000001",
+                            "DebugMost Remove  client " + fd));
 }
 
 TEST_F(EventPollTest, ExceptionOfACallbackLeavesTheWaitAndTheLoopWorksOn) {
