@@ -56,6 +56,7 @@ TEST_F(Setters, BuffersTakeHexadecimalPairsForTheirBytes) {
     const Variable flags("RadioRegionFlags");
     EXPECT_EQ(set(flags, "12g"), "Can't convert 12g to buffer");
     EXPECT_EQ(get(flags), "12c077") << "the bytes in front of a bad pair are kept";
+    EXPECT_THAT(log.messages(), testing::Contains("Error Not a valid hex digit: g"));
     expectRefused("RadioRegionFlags", " to buffer", {"zz", "1-", "/", ":", "@", "G", "`"});
 }
 

@@ -1,7 +1,10 @@
 #include "apps/web/service/fcgi.h"
 
+#include "apps/common/diagnostics/diagnostics.h"
 #include "records.h"
+#include "tests/unit/diagnostics/logcapture.h"
 
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 
 namespace {
@@ -40,6 +43,8 @@ TEST_F(FcgiTest, TheConnectionBeyondThirtyTwoIsLeftAloneAndCostsNothingOnceItsCl
 }
 
 TEST_F(FcgiTest, OutOfDescriptorsTurnsConnectionsAwayAndGoesOn) {
+    const LogCapture log;
+    LOG_MESSAGE(Warn, "opens the log"); // which the service's first line has done long ago
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit full{static_cast<rlim_t>(openDescriptors()) + 5, limit.rlim_max};
@@ -54,6 +59,7 @@ TEST_F(FcgiTest, OutOfDescriptorsTurnsConnectionsAwayAndGoesOn) {
         close(fd);
     char byte;
     EXPECT_EQ(recv(client, &byte, 1, MSG_DONTWAIT), 0) << "closed by the listener";
+    EXPECT_THAT(log.messages(), testing::Contains("Warn Out of descriptors, connection turned away"));
     EXPECT_EQ(received(send(request("/x"))), END_RECORD);
 }
 

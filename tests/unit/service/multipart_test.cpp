@@ -174,6 +174,7 @@ TEST_F(MultipartTest, HeaderLinesAreSplitAtSemicolonsAndTrimmedOfQuotesAndTheFir
     splitHeaderLine("name=other;a=b=c;\t\"q\"\v;", fields);
     EXPECT_THAT(fields, ElementsAre(Pair("", ""), Pair("a", "b=c"), Pair("filename", "a.swu"),
                                     Pair("form-data", ""), Pair("name", "file"), Pair("q", "")));
+    EXPECT_EQ(log_.messages().back(), "DebugAll Splitting line: \"name=other;a=b=c;\t\"q\"\v;\"");
 }
 
 } // namespace
