@@ -58,7 +58,7 @@ extern "C" void free(void* block) {
 
 namespace {
 
-/// Takes the pieces as a connection would: they are counted and gone.
+// Takes the pieces as a connection would: they are counted and gone.
 class Drain : public std::streambuf {
 public:
     std::size_t size = 0;
@@ -94,7 +94,7 @@ std::size_t encodeInMemory(std::vector<png_bytep>& rows, std::uint32_t width) {
     return out.size();
 }
 
-/// Time that this process has had on a processor: what else the machine does is not counted.
+// Time that this process has had on a processor: what else the machine does is not counted.
 double processorMs() {
     timespec time{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -127,15 +127,13 @@ struct Cost {
 int main() {
     ScreenCapture capture;
     const unsigned char* const shown = capture.currentAddress();
-    if (shown == nullptr) {
+    if (shown == nullptr)
         throw std::runtime_error("Nothing is on display");
-    }
     const auto rowSize = static_cast<std::size_t>(capture.rowSize());
     std::vector<unsigned char> pixels(shown, shown + rowSize * capture.height());
     std::vector<png_bytep> rows(capture.height());
-    for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (std::size_t row = 0; row < rows.size(); ++row)
         rows[row] = &pixels[row * rowSize];
-    }
     Cost captured;
     Cost alone;
     for (int round = 0; round < ROUNDS; ++round) {

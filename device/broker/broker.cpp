@@ -15,14 +15,13 @@ namespace {
 constexpr int BACKLOG = 128;
 constexpr int ACCEPT_PAUSE_MS = 100;
 constexpr std::size_t FIRST_CLIENT =
-    2; ///< in the poll list: behind the stop descriptor and the listening socket
+    2; // in the poll list: behind the stop descriptor and the listening socket
 
 sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
+    if (path.size() >= sizeof address.sun_path)
         throwError(__FILE__, __LINE__, "Socket path is too long: %s", path.c_str());
-    }
     std::memcpy(address.sun_path, path.c_str(), path.size());
     return address;
 }
@@ -36,9 +35,8 @@ bool isOutOfDescriptors(int error) {
 Broker::Broker(const std::string& path) : path_(path) {
     const sockaddr_un address = addressOf(path);
     fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd_ < 0) {
+    if (fd_ < 0)
         throwErrorNumber(__FILE__, __LINE__, "socket");
-    }
     unlink(path.c_str());
     const bool isBound = bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     if (!isBound || listen(fd_, BACKLOG) != 0) {
@@ -63,29 +61,25 @@ bool Broker::turn(int timeoutMs, int stopDescriptor) {
     }
     const bool waitsLonger = timeoutMs < 0 || timeoutMs > ACCEPT_PAUSE_MS;
     if (poll(polls.data(), polls.size(), isAcceptPaused_ && waitsLonger ? ACCEPT_PAUSE_MS : timeoutMs) < 0) {
-        if (errno != EINTR) {
+        if (errno != EINTR)
             throwErrorNumber(__FILE__, __LINE__, "poll");
-        }
         return true; // interrupted: the next turn waits again
     }
     auto events = polls.begin() + FIRST_CLIENT;
-    for (Connection& connection : connections_) {
+    for (Connection& connection : connections_)
         serve(connection, (events++)->revents);
-    }
     flushAll();
     connections_.remove_if([](const Connection& connection) { return connection.isGone; });
-    if (isAcceptPaused_ || polls[1].revents != 0) {
+    if (isAcceptPaused_ || polls[1].revents != 0)
         acceptAll();
-    }
     return polls[0].revents == 0;
 }
 
 void Broker::serve(Connection& connection, short events) {
     // At a hang-up there may still be records that the client sent before it went.
     if (!connection.isGone && (events & (POLLIN | POLLHUP | POLLERR)) != 0 &&
-        !connection.client.receive([this](const Notify& event) { route(event); })) {
+        !connection.client.receive([this](const Notify& event) { route(event); }))
         connection.isGone = true;
-    }
 }
 
 void Broker::route(const Notify& event) {
@@ -99,11 +93,9 @@ void Broker::route(const Notify& event) {
 }
 
 void Broker::flushAll() {
-    for (Connection& connection : connections_) {
-        if (!connection.isGone && !connection.client.flush()) {
+    for (Connection& connection : connections_)
+        if (!connection.isGone && !connection.client.flush())
             connection.isGone = true;
-        }
-    }
 }
 
 void Broker::acceptAll() {

@@ -38,27 +38,26 @@ bool Client::receive(const std::function<void(const Notify&)>& route) {
 }
 
 void Client::handle(const Notify& record, const std::function<void(const Notify&)>& route) {
-    if (!handleControl(record)) {
+    if (!handleControl(record))
         route(record);
-    }
 }
 
 bool Client::handleControl(const Notify& record) {
     if (pendingControl_ != 0) {
-        pendingControl_ == EVENT_SUBSCRIBE ? subscriptions_.subscribe(record.id)
-                                           : subscriptions_.unsubscribe(record.id);
+        pendingControl_ == EventSubscribe ? subscriptions_.subscribe(record.id)
+                                          : subscriptions_.unsubscribe(record.id);
         pendingControl_ = 0;
         return true;
     }
     switch (record.id) {
-    case EVENT_SUBSCRIBE:
-    case EVENT_UNSUBSCRIBE:
+    case EventSubscribe:
+    case EventUnsubscribe:
         pendingControl_ = record.id;
         return true;
-    case EVENT_SUBSCRIBE_ALL:
+    case EventSubscribeAll:
         subscriptions_.subscribeAll();
         return true;
-    case EVENT_UNSUBSCRIBE_ALL:
+    case EventUnsubscribeAll:
         subscriptions_.unsubscribeAll();
         return true;
     default:
@@ -67,12 +66,10 @@ bool Client::handleControl(const Notify& record) {
 }
 
 bool Client::offer(const Notify& event) {
-    if (!subscriptions_.wants(event.id)) {
+    if (!subscriptions_.wants(event.id))
         return true;
-    }
-    if (isQueueFull() && (!flush() || isQueueFull())) {
+    if (isQueueFull() && (!flush() || isQueueFull()))
         return false;
-    }
     const auto* const bytes = reinterpret_cast<const unsigned char*>(&event);
     queue_.insert(queue_.end(), bytes, bytes + sizeof event);
     return true;
@@ -81,12 +78,10 @@ bool Client::offer(const Notify& event) {
 bool Client::flush() {
     while (hasQueue()) {
         const ssize_t count = send(fd_, queue_.data() + sent_, queue_.size() - sent_, MSG_NOSIGNAL);
-        if (count < 0 && errno == EINTR) {
+        if (count < 0 && errno == EINTR)
             continue;
-        }
-        if (count < 0) {
+        if (count < 0)
             return errno == EAGAIN;
-        }
         sent_ += static_cast<std::size_t>(count);
         if (!hasQueue() || sent_ >= QUEUE_LIMIT * sizeof(Notify)) {
             queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(sent_));

@@ -43,7 +43,7 @@ private:
     int fd_;
     Subscriptions subscriptions_;
     std::uint32_t pendingControl_ =
-        0; ///< EVENT_SUBSCRIBE or EVENT_UNSUBSCRIBE until its second record is there
+        0; ///< EventSubscribe or EventUnsubscribe until its second record is there
     std::vector<unsigned char> input_; ///< the beginning of a record
     std::vector<unsigned char> queue_; ///< records to send
     std::size_t sent_ = 0;             ///< bytes of queue_ that are sent

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// Blocks SIGINT and SIGTERM and returns a descriptor that becomes readable when one of them comes. It stays
-/// open until the process ends.
+// Blocks SIGINT and SIGTERM and returns a descriptor that becomes readable when one of them comes. It stays
+// open until the process ends.
 int openStopDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -16,9 +16,8 @@ int openStopDescriptor() {
     sigaddset(&signals, SIGTERM);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     const int fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (fd < 0) {
+    if (fd < 0)
         throwErrorNumber(__FILE__, __LINE__, "signalfd");
-    }
     return fd;
 }
 

@@ -9,9 +9,8 @@ ReadySemaphore::ReadySemaphore(const std::string& name) : name_(name) {
     constexpr unsigned int ONE_AT_A_TIME = 1;
     sem_unlink(name.c_str());
     semaphore_ = sem_open(name.c_str(), O_CREAT | O_EXCL, EVERYBODY, ONE_AT_A_TIME);
-    if (semaphore_ == SEM_FAILED) {
+    if (semaphore_ == SEM_FAILED)
         throwErrorNumber(__FILE__, __LINE__, "sem_open");
-    }
 }
 
 ReadySemaphore::~ReadySemaphore() {

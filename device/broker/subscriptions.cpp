@@ -23,9 +23,8 @@ bool Subscriptions::wants(std::uint32_t id) const {
 }
 
 void Subscriptions::set(std::uint32_t id, bool isWanted) {
-    if (isWanted == all_) {
+    if (isWanted == all_)
         exceptions_.erase(id);
-    } else {
+    else
         exceptions_.insert(id);
-    }
 }

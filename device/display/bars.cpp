@@ -19,7 +19,7 @@ std::string number(double value, int decimals, const char* unit) {
     return text;
 }
 
-/// "01:05.2"
+// "01:05.2"
 std::string footageText(double seconds) {
     const double most = 359'999.9;
     const long tenths = std::lround(std::clamp(std::isfinite(seconds) ? seconds : 0, 0.0, most) * 10);
@@ -28,7 +28,7 @@ std::string footageText(double seconds) {
     return text;
 }
 
-/// Returns where the next thing can stand.
+// Returns where the next thing can stand.
 double drawState(Canvas& canvas, double left, double middle, const Reading& reading) {
     const bool isRunning = reading.cameraState == "Run";
     const std::string text = isRunning                          ? "REC"
@@ -38,11 +38,10 @@ double drawState(Canvas& canvas, double left, double middle, const Reading& read
     const double dot = 16;
     const double width = canvas.textWidth(text, style) + 24 + dot;
     const Box pill{left, middle - 16, width, 32};
-    if (isRunning) {
+    if (isRunning)
         canvas.box(pill, 16, palette::RECORDING);
-    } else {
+    else
         canvas.frame(pill, 16, 1.5, palette::LINE);
-    }
     canvas.circle(left + 18, middle, 5, style.colour);
     canvas.text(left + 14 + dot, middle + 6, text, style);
     return pill.right() + 14;
@@ -57,7 +56,7 @@ void drawCamera(Canvas& canvas, double left, double middle, const Reading& readi
     canvas.text(next, middle + 7, footageText(reading.footageSeconds), {20, palette::BRIGHT});
 }
 
-/// Draws to the left of `right` and returns where it begins.
+// Draws to the left of `right` and returns where it begins.
 double drawBattery(Canvas& canvas, double right, double middle, int percent) {
     const double part = std::clamp(percent, 0, 100) / 100.0;
     const Box body{right - 46, middle - 11, 40, 22};

@@ -9,26 +9,22 @@ namespace {
 constexpr double QUARTER = std::numbers::pi / 2;
 constexpr const char* FONT = "DejaVu Sans";
 
-/// The length of the character at `place` in UTF-8; 0 when it is not well-formed, is a control character, or
-/// lies outside of what the font has: from U+D000 on.
+// The length of the character at `place` in UTF-8; 0 when it is not well-formed, is a control character, or
+// lies outside of what the font has: from U+D000 on.
 std::size_t characterSize(const std::string& text, std::size_t place) {
     const auto byte = static_cast<unsigned char>(text[place]);
-    if (byte < 0x80) {
+    if (byte < 0x80)
         return byte >= ' ' && byte != 0x7f ? 1 : 0;
-    }
     const std::size_t size = byte >= 0xc2 && byte < 0xe0 ? 2 : byte > 0xe0 && byte < 0xed ? 3 : 0;
-    if (size == 0 || place + size > text.size()) {
+    if (size == 0 || place + size > text.size())
         return 0;
-    }
-    for (std::size_t i = 1; i < size; ++i) {
-        if ((static_cast<unsigned char>(text[place + i]) & 0xc0) != 0x80) {
+    for (std::size_t i = 1; i < size; ++i)
+        if ((static_cast<unsigned char>(text[place + i]) & 0xc0) != 0x80)
             return 0;
-        }
-    }
     return size;
 }
 
-/// cairo draws nothing at all any more once it has met a text that is not well-formed.
+// cairo draws nothing at all any more once it has met a text that is not well-formed.
 std::string drawable(const std::string& text) {
     std::string result;
     for (std::size_t place = 0; place < text.size();) {

@@ -16,9 +16,8 @@ void stampRow(unsigned char* blue, std::uint32_t number) {
 } // namespace
 
 void stampFrame(unsigned char* pixels, int width, int height, std::uint32_t number) {
-    if (width < FRAME_STAMP_PIXELS || height < 1) {
+    if (width < FRAME_STAMP_PIXELS || height < 1)
         return;
-    }
     const std::size_t rowSize = static_cast<std::size_t>(width) * BYTES_PER_PIXEL;
     stampRow(pixels, number);
     stampRow(pixels + rowSize * static_cast<std::size_t>(height - 1), number);

@@ -19,7 +19,7 @@ constexpr int BUFFERS = 3;
 constexpr int USUAL_INTERVAL_MS = 50;
 constexpr const char* USAGE = "usage: device-display [--interval MS]";
 
-/// The memories that the device's other processes keep.
+// The memories that the device's other processes keep.
 class Memories {
 public:
     Memories() {
@@ -34,7 +34,7 @@ private:
     std::list<SharedMemory> segments_;
 };
 
-/// Puts the readings on the display, each in a frame of its own. Nothing is drawn while nothing changes.
+// Puts the readings on the display, each in a frame of its own. Nothing is drawn while nothing changes.
 class Display {
 public:
     Display() : framebuffer_("/dev/fb0", BUFFERS) { framebuffer_.init(); }
@@ -48,15 +48,14 @@ public:
     }
 
 private:
-    /// The frame is drawn right before it is shown: whoever still reads the one that leaves the display has
-    /// almost two intervals until it is drawn over.
+    // The frame is drawn right before it is shown: whoever still reads the one that leaves the display has
+    // almost two intervals until it is drawn over.
     void show(const Reading& reading) {
         unsigned char* const pixels = framebuffer_.backbufferAddress();
         const auto width = static_cast<int>(framebuffer_.width());
         const auto height = static_cast<int>(framebuffer_.height());
-        if (pixels == nullptr) {
+        if (pixels == nullptr)
             throwError(__FILE__, __LINE__, "The video memory does not hold %i buffers", BUFFERS);
-        }
         Canvas canvas(pixels, width, height);
         screen_.draw(canvas, reading);
         stampFrame(pixels, width, height, ++number_);
@@ -72,14 +71,12 @@ private:
 };
 
 int intervalIn(int count, char* const* arguments) {
-    if (count == 1) {
+    if (count == 1)
         return USUAL_INTERVAL_MS;
-    }
     const int interval =
         count == 3 && std::strcmp(arguments[1], "--interval") == 0 ? std::atoi(arguments[2]) : 0;
-    if (interval <= 0) {
+    if (interval <= 0)
         throw std::runtime_error(USAGE);
-    }
     return interval;
 }
 
@@ -93,11 +90,9 @@ void run(int intervalMs) {
     std::puts("ready");
     std::fflush(stdout);
     poll.setTimer(intervalMs);
-    for (int result = 0; result != EventPoll::TERMINATE; result = poll.wait(-1, false)) {
-        if (result == EventPoll::TICK) {
+    for (int result = 0; result != EventPoll::Terminate; result = poll.wait(-1, false))
+        if (result == EventPoll::Tick)
             display.update();
-        }
-    }
 }
 
 } // namespace

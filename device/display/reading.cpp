@@ -1,9 +1,8 @@
 #include "device/display/reading.h"
 
 Reader::Reader() {
-    for (std::size_t i = 0; i < Reading::MARKERS; ++i) {
+    for (std::size_t i = 0; i < Reading::MARKERS; ++i)
         markers_.emplace_back("LensMarkerFocusValue" + std::to_string(i));
-    }
 }
 
 Reading Reader::read() const {
@@ -13,9 +12,8 @@ Reading Reader::read() const {
     reading.zoom = zoom_.read();
     reading.nearMetres = near_.toFloat();
     reading.farMetres = far_.toFloat();
-    for (std::size_t i = 0; i < Reading::MARKERS; ++i) {
+    for (std::size_t i = 0; i < Reading::MARKERS; ++i)
         reading.markers[i] = markers_[i].toFloat();
-    }
     reading.isInFeet = unit_.text() == "Feet";
     reading.lens = lens_.text();
     reading.batteryPercent = battery_.toInt();

@@ -29,12 +29,10 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...) 
 }
 
 std::string distanceText(double metres, bool isInFeet) {
-    if (!(metres < INFINITY_METRES)) {
+    if (!(metres < INFINITY_METRES))
         return "∞";
-    }
-    if (!isInFeet) {
+    if (!isInFeet)
         return format(metres < 10 ? "%.2f m" : "%.1f m", metres);
-    }
     const long inches = std::lround(metres / METRES_PER_FOOT * INCHES_PER_FOOT);
     return format("%ld' %ld\"", inches / INCHES_PER_FOOT, inches % INCHES_PER_FOOT);
 }

@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr double LEAST_GAP = 9;     ///< between two lines
-constexpr double LABEL_SIZE = 0.24; ///< of the tape's height
+constexpr double LEAST_GAP = 9;     // between two lines
+constexpr double LABEL_SIZE = 0.24; // of the tape's height
 constexpr double FADE = 90;
 
 Colour transparent(Colour colour) {
@@ -19,18 +19,16 @@ Colour transparent(Colour colour) {
 
 Tape::Tape(const Scale& scale, double length, const std::vector<Mark>& labelled, int parts)
     : scale_(scale), length_(length), marks_(labelled) {
-    for (std::size_t i = 1; i < labelled.size(); ++i) {
+    for (std::size_t i = 1; i < labelled.size(); ++i)
         divide(labelled[i - 1].value, labelled[i].value, parts);
-    }
 }
 
 void Tape::divide(double first, double last, int parts) {
     const double way = length_ * (scale_.position(last) - scale_.position(first));
     for (; parts > 1 && way / parts < LEAST_GAP; --parts) {
     }
-    for (int i = 1; i < parts; ++i) {
+    for (int i = 1; i < parts; ++i)
         marks_.push_back({first + (last - first) * i / parts, ""});
-    }
 }
 
 double Tape::place(const Box& box, double value, double middle) const {
@@ -54,9 +52,8 @@ void Tape::drawMarks(Canvas& canvas, const Box& box, double middle) const {
     const double size = box.height * LABEL_SIZE;
     for (const Mark& mark : marks_) {
         const double x = place(box, mark.value, middle);
-        if (x < box.left - 2 * FADE || x > box.right() + 2 * FADE) {
+        if (x < box.left - 2 * FADE || x > box.right() + 2 * FADE)
             continue;
-        }
         const bool isShort = mark.label.empty();
         canvas.vertical(x, box.bottom() - box.height * (isShort ? 0.26 : 0.42), box.bottom(),
                         isShort ? 1.5 : 2.5, isShort ? palette::DIM : palette::BRIGHT);
@@ -68,9 +65,8 @@ void Tape::drawMarks(Canvas& canvas, const Box& box, double middle) const {
 void Tape::drawRange(Canvas& canvas, const Box& box, const Content& content) const {
     const double left = std::max(place(box, content.rangeFirst, content.value), box.left);
     const double right = std::min(place(box, content.rangeLast, content.value), box.right());
-    if (content.rangeFirst < content.rangeLast && left < right) {
+    if (content.rangeFirst < content.rangeLast && left < right)
         canvas.gradient({left, box.top, right - left, box.height}, palette::RANGE, palette::RANGE);
-    }
 }
 
 void Tape::drawNotes(Canvas& canvas, const Box& box, const Content& content) const {

@@ -40,13 +40,12 @@ bool takesMode(int flags) {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-/// Opens `path` through `original(path, flags, mode)`.
+// Opens `path` through `original(path, flags, mode)`.
 template <typename Original>
 int openMapped(const char* path, int flags, mode_t mode, Original original) {
     const PathArgument argument(path);
-    if (!argument.isUsable()) {
+    if (!argument.isUsable())
         return -1;
-    }
     if (argument.isKernelLog()) {
         // A plain file stands for the kernel log: appending keeps the lines of several processes whole.
         mode = takesMode(flags) ? mode : KERNEL_LOG_MODE;
@@ -55,7 +54,7 @@ int openMapped(const char* path, int flags, mode_t mode, Original original) {
     return original(argument.text(), flags, mode);
 }
 
-/// The mode behind the last named argument, if `flags` say that there is one.
+// The mode behind the last named argument, if `flags` say that there is one.
 mode_t modeIn(va_list arguments, int flags) {
     return takesMode(flags) ? va_arg(arguments, mode_t) : NO_MODE;
 }

@@ -21,7 +21,7 @@ namespace {
 
 constexpr char FRAMEBUFFER[] = "/dev/fb0";
 constexpr char STATE_SUFFIX[] = ".state";
-constexpr unsigned long FRAMEBUFFER_REQUESTS = 0x46; ///< the second byte of all of them
+constexpr unsigned long FRAMEBUFFER_REQUESTS = 0x46; // the second byte of all of them
 constexpr long SECOND_NS = 1'000'000'000;
 constexpr long FRAME_NS = SECOND_NS / 60;
 constexpr std::uint32_t PIXEL_CLOCK_PS = 30'000;
@@ -31,14 +31,13 @@ constinit Next<int(int, unsigned long, void*)> nextIoctl("ioctl");
 constinit Next<int(int, unsigned long, void*)> nextIoctlTime64("__ioctl_time64");
 #endif
 
-/// The framebuffer's file in this process's device: its path, empty without a device.
+// The framebuffer's file in this process's device: its path, empty without a device.
 struct FramebufferPath {
     char text[PATH_MAX + sizeof STATE_SUFFIX] = "";
 
     FramebufferPath() {
-        if (mappedPath(std::getenv("VIRTUAL_DEVICE_ROOT"), FRAMEBUFFER, text, PATH_MAX) != PathKind::File) {
+        if (mappedPath(std::getenv("VIRTUAL_DEVICE_ROOT"), FRAMEBUFFER, text, PATH_MAX) != PathKind::File)
             *text = '\0';
-        }
     }
 };
 
@@ -49,35 +48,32 @@ bool isFramebuffer(int fd, const char* path) {
            opened.st_ino == named.st_ino;
 }
 
-/// The state of the framebuffer behind a descriptor, as long as the object lives.
+// The state of the framebuffer behind a descriptor, as long as the object lives.
 class MappedState {
 public:
     explicit MappedState(int fd) {
         const int error = errno;
         FramebufferPath path;
-        if (*path.text != '\0' && isFramebuffer(fd, path.text)) {
+        if (*path.text != '\0' && isFramebuffer(fd, path.text))
             map(std::strcat(path.text, STATE_SUFFIX));
-        }
         errno = error;
     }
     ~MappedState() {
-        if (state_ != nullptr) {
+        if (state_ != nullptr)
             munmap(state_, sizeof *state_);
-        }
     }
     MappedState(const MappedState&) = delete;
     MappedState& operator=(const MappedState&) = delete;
 
-    /// Null for any other descriptor.
+    // Null for any other descriptor.
     ScreenState* get() { return state_; }
 
 private:
     void map(const char* path) {
         const int fd = open(path, O_RDWR | O_CLOEXEC);
         struct stat64 status;
-        if (fd < 0) {
+        if (fd < 0)
             return;
-        }
         if (fstat64(fd, &status) == 0 && status.st_size >= static_cast<off64_t>(sizeof *state_)) {
             void* const start = mmap64(nullptr, sizeof *state_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
             state_ = start == MAP_FAILED ? nullptr : static_cast<ScreenState*>(start);
@@ -93,7 +89,7 @@ int refuse(int error) {
     return -1;
 }
 
-/// Blue in the lowest byte, then green, red and alpha.
+// Blue in the lowest byte, then green, red and alpha.
 void describePixels(fb_var_screeninfo& screen) {
     screen.blue = {0, 8, 0};
     screen.green = {8, 8, 0};
@@ -125,30 +121,28 @@ int getMemory(const ScreenState& state, fb_fix_screeninfo& memory) {
     return 0;
 }
 
-/// The panel is what it is; the number of rows in the video memory can be chosen as far as it goes.
+// The panel is what it is; the number of rows in the video memory can be chosen as far as it goes.
 int putScreen(ScreenState& state, const fb_var_screeninfo& screen) {
     const bool isSamePanel = screen.xres == state.xres && screen.yres == state.yres &&
                              screen.xres_virtual == state.xresVirtual &&
                              screen.bits_per_pixel == state.bitsPerPixel;
     const std::uint64_t row = std::uint64_t{screen.xres_virtual} * (screen.bits_per_pixel / 8);
     const bool fits = screen.yres_virtual >= screen.yres && row * screen.yres_virtual <= state.smemLen;
-    if (!isSamePanel || !fits) {
+    if (!isSamePanel || !fits)
         return refuse(EINVAL);
-    }
     state.yresVirtual = screen.yres_virtual;
     return 0;
 }
 
 int pan(ScreenState& state, const fb_var_screeninfo& screen) {
-    if (std::uint64_t{screen.yoffset} + state.yres > state.yresVirtual) {
+    if (std::uint64_t{screen.yoffset} + state.yres > state.yresVirtual)
         return refuse(EINVAL);
-    }
     state.yoffset = screen.yoffset;
     return 0;
 }
 
-/// The display begins a frame at each full sixtieth of a second of the monotonic clock. A signal ends the
-/// wait, as in a driver.
+// The display begins a frame at each full sixtieth of a second of the monotonic clock. A signal ends the
+// wait, as in a driver.
 int waitForFrame() {
     timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
@@ -162,9 +156,8 @@ int waitForFrame() {
 }
 
 int answer(ScreenState& state, unsigned long request, void* argument) {
-    if (argument == nullptr) {
+    if (argument == nullptr)
         return refuse(EFAULT);
-    }
     auto* const screen = static_cast<fb_var_screeninfo*>(argument);
     switch (request) {
     case FBIOGET_VSCREENINFO:
@@ -182,14 +175,13 @@ int answer(ScreenState& state, unsigned long request, void* argument) {
     }
 }
 
-/// Every form of ioctl that the C library has comes here.
+// Every form of ioctl that the C library has comes here.
 template <typename Original>
 int ioctlMapped(int fd, unsigned long request, void* argument, Original& original) {
     if ((request >> 8 & 0xff) == FRAMEBUFFER_REQUESTS) {
         MappedState state(fd);
-        if (state.get() != nullptr) {
+        if (state.get() != nullptr)
             return answer(*state.get(), request, argument);
-        }
     }
     return original(fd, request, argument);
 }

@@ -10,7 +10,7 @@ struct DevicePath {
     PathKind kind;
 };
 
-/// All that is mapped. A folder stands without a slash at its end and covers everything below it.
+// All that is mapped. A folder stands without a slash at its end and covers everything below it.
 constexpr DevicePath DEVICE_PATHS[] = {
     {"/dev/fb0", PathKind::File},
     {"/dev/mem", PathKind::File},
@@ -24,7 +24,7 @@ constexpr DevicePath DEVICE_PATHS[] = {
     {"/tmp/post-data", PathKind::File},
 };
 
-/// An absolute path being put together piece by piece. REQUIRES: never fed more text than PATH_MAX.
+// An absolute path being put together piece by piece. REQUIRES: never fed more text than PATH_MAX.
 struct PlainPath {
     char text[PATH_MAX + 1] = "";
     std::size_t length = 0;
@@ -47,12 +47,11 @@ bool isText(const char* component, std::size_t size, const char* text) {
     return std::strlen(text) == size && std::memcmp(component, text, size) == 0;
 }
 
-/// Takes one component into `plain`. Returns whether it names something, so that a path which ends in it is
-/// not asked to be a folder.
+// Takes one component into `plain`. Returns whether it names something, so that a path which ends in it is
+// not asked to be a folder.
 bool take(PlainPath& plain, const char* component, std::size_t size) {
-    if (size == 0 || isText(component, size, ".")) {
+    if (size == 0 || isText(component, size, "."))
         return false;
-    }
     if (isText(component, size, "..")) {
         plain.removeLast();
         return false;
@@ -61,7 +60,7 @@ bool take(PlainPath& plain, const char* component, std::size_t size) {
     return true;
 }
 
-/// Fills `plain` from an absolute path. Returns whether the path asks for a folder, as "/update/" does.
+// Fills `plain` from an absolute path. Returns whether the path asks for a folder, as "/update/" does.
 bool simplify(const char* path, PlainPath& plain) {
     bool endsInName = true;
     while (*path == '/') {
@@ -76,24 +75,21 @@ bool simplify(const char* path, PlainPath& plain) {
 PathKind kindOf(const PlainPath& plain) {
     for (const DevicePath& row : DEVICE_PATHS) {
         const std::size_t size = std::strlen(row.path);
-        if (std::strncmp(plain.text, row.path, size) != 0) {
+        if (std::strncmp(plain.text, row.path, size) != 0)
             continue;
-        }
         const char next = plain.text[size];
-        if (next == '\0' || (next == '/' && row.kind == PathKind::Folder)) {
+        if (next == '\0' || (next == '/' && row.kind == PathKind::Folder))
             return row.kind;
-        }
     }
     return PathKind::Elsewhere;
 }
 
-/// Appends to the text in `out`; false when it does not fit.
+// Appends to the text in `out`; false when it does not fit.
 bool add(char* out, std::size_t size, const char* text) {
     const std::size_t used = std::strlen(out);
     const std::size_t length = std::strlen(text);
-    if (length >= size - used) {
+    if (length >= size - used)
         return false;
-    }
     std::memcpy(out + used, text, length + 1);
     return true;
 }
@@ -102,15 +98,13 @@ bool add(char* out, std::size_t size, const char* text) {
 
 PathKind mappedPath(const char* root, const char* path, char* out, std::size_t size) {
     // A path that no system call would take is left for the system call to refuse.
-    if (root == nullptr || path == nullptr || *path != '/' || strnlen(path, PATH_MAX) == PATH_MAX) {
+    if (root == nullptr || path == nullptr || *path != '/' || strnlen(path, PATH_MAX) == PATH_MAX)
         return PathKind::Elsewhere;
-    }
     PlainPath plain;
     const bool asksForFolder = simplify(path, plain);
     const PathKind kind = kindOf(plain);
-    if (kind == PathKind::Elsewhere) {
+    if (kind == PathKind::Elsewhere)
         return kind;
-    }
     *out = '\0';
     const bool fits =
         add(out, size, root) && add(out, size, plain.text) && (!asksForFolder || add(out, size, "/"));

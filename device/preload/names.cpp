@@ -16,20 +16,18 @@ constinit Next<int(const char*)> nextShmUnlink("shm_unlink");
 constinit Next<sem_t*(const char*, int, ...)> nextSemOpen("sem_open");
 constinit Next<int(const char*)> nextSemUnlink("sem_unlink");
 
-/// A name argument as the original shall see it.
+// A name argument as the original shall see it.
 class NameArgument {
 public:
     explicit NameArgument(const char* name) : text_(name) {
         const char* const prefix = std::getenv("VIRTUAL_DEVICE_NAME");
-        if (prefix != nullptr) {
+        if (prefix != nullptr)
             text_ = mappedName(prefix, name, mapped_, sizeof mapped_) ? mapped_ : nullptr;
-        }
-        if (!isUsable()) {
+        if (!isUsable())
             errno = ENAMETOOLONG;
-        }
     }
 
-    /// False when the mapped name is too long; errno is ENAMETOOLONG then.
+    // False when the mapped name is too long; errno is ENAMETOOLONG then.
     bool isUsable() const { return text_ != nullptr; }
     const char* text() const { return text_; }
 
@@ -52,12 +50,10 @@ INTERPOSED int shm_unlink(const char* name) {
 
 INTERPOSED sem_t* sem_open(const char* name, int flags, ...) noexcept {
     const NameArgument argument(name);
-    if (!argument.isUsable()) {
+    if (!argument.isUsable())
         return SEM_FAILED;
-    }
-    if ((flags & O_CREAT) == 0) {
+    if ((flags & O_CREAT) == 0)
         return nextSemOpen(argument.text(), flags);
-    }
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = va_arg(arguments, mode_t);

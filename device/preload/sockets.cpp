@@ -23,33 +23,31 @@ bool hasFamily(const sockaddr* address, socklen_t length, sa_family_t family) {
     return address != nullptr && length >= sizeof(sa_family_t) && address->sa_family == family;
 }
 
-/// The port that stands for the device's, or 0 when none is asked for.
+// The port that stands for the device's, or 0 when none is asked for.
 unsigned short replacementPort() {
     const char* const text = std::getenv("VIRTUAL_DEVICE_PORT");
     const int port = text == nullptr ? 0 : std::atoi(text);
     return port > 0 && port < 65536 ? static_cast<unsigned short>(port) : 0;
 }
 
-/// An address argument as the original shall see it. Does not own the caller's address, which must outlive
-/// it.
+// An address argument as the original shall see it. Does not own the caller's address, which must outlive
+// it.
 class AddressArgument {
 public:
     AddressArgument(const sockaddr* address, socklen_t length) : address_(address), length_(length) {
-        if (hasFamily(address, length, AF_UNIX)) {
+        if (hasFamily(address, length, AF_UNIX))
             mapPath();
-        }
     }
 
-    /// False when the mapped path does not fit an address; errno is ENAMETOOLONG then.
+    // False when the mapped path does not fit an address; errno is ENAMETOOLONG then.
     bool isUsable() const { return isUsable_; }
     const sockaddr* address() const { return address_; }
     socklen_t length() const { return length_; }
 
-    /// Replaces the device's port where the environment asks for it.
+    // Replaces the device's port where the environment asks for it.
     void movePort() {
-        if (!hasFamily(address_, length_, AF_INET) || length_ < sizeof inet_ || replacementPort() == 0) {
+        if (!hasFamily(address_, length_, AF_INET) || length_ < sizeof inet_ || replacementPort() == 0)
             return;
-        }
         std::memcpy(&inet_, address_, sizeof inet_);
         if (inet_.sin_port == htons(DEVICE_PORT)) {
             inet_.sin_port = htons(replacementPort());
@@ -66,9 +64,8 @@ private:
         std::memcpy(path, reinterpret_cast<const char*>(address_) + offsetof(sockaddr_un, sun_path),
                     std::min(sizeof unix_.sun_path, given));
         const PathArgument argument(path);
-        if (argument.text() == path && argument.isUsable()) {
+        if (argument.text() == path && argument.isUsable())
             return;
-        }
         const bool fits = argument.isUsable() && std::strlen(argument.text()) < sizeof unix_.sun_path;
         if (!fits) {
             isUsable_ = false;

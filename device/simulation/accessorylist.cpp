@@ -22,9 +22,8 @@ int AccessoryList::find(const std::string& name, int serial) const {
     for (int place = 0; place < PLACES; ++place) {
         const RbusDevice device = at(list_, place);
         const std::size_t length = strnlen(device.RBusDeviceName, sizeof device.RBusDeviceName);
-        if (device.RBusSerNumber == serial && name == std::string(device.RBusDeviceName, length)) {
+        if (device.RBusSerNumber == serial && name == std::string(device.RBusDeviceName, length))
             return place;
-        }
     }
     return NOWHERE;
 }

@@ -13,12 +13,11 @@ std::vector<std::uint32_t> AccessoryUpdater::interests() const {
     return {fileName_.eventId()};
 }
 
-/// The accessory's name and serial number may be told a moment later: they are looked at when the file is.
+// The accessory's name and serial number may be told a moment later: they are looked at when the file is.
 void AccessoryUpdater::changed(std::uint32_t eventId) {
     if (eventId == fileName_.eventId() && !fileName_.text().empty()) {
-        if (phase_ == Phase::Rebooting) {
+        if (phase_ == Phase::Rebooting)
             list_.setConnected(place_, true);
-        }
         start_.setBool(false);
         count_.setInt(0);
         showPart(0, 0);
@@ -29,15 +28,14 @@ void AccessoryUpdater::changed(std::uint32_t eventId) {
 void AccessoryUpdater::step(double timeMs) {
     nowMs_ = timeMs;
     const double elapsedMs = timeMs - enteredMs_;
-    if (phase_ == Phase::Checking && elapsedMs > CHECK_MS) {
+    if (phase_ == Phase::Checking && elapsedMs > CHECK_MS)
         check();
-    } else if (phase_ == Phase::Waiting && start_.toBool()) {
+    else if (phase_ == Phase::Waiting && start_.toBool())
         begin();
-    } else if (phase_ == Phase::Copying) {
+    else if (phase_ == Phase::Copying)
         copy(elapsedMs);
-    } else if (phase_ == Phase::Rebooting && elapsedMs > REBOOT_MS) {
+    else if (phase_ == Phase::Rebooting && elapsedMs > REBOOT_MS)
         finish();
-    }
 }
 
 void AccessoryUpdater::enter(Phase phase, const std::string& state) {
@@ -59,13 +57,12 @@ void AccessoryUpdater::check() {
     }
 }
 
-/// File and accessory may have been replaced since they were looked at. The flag is lowered last: whoever
-/// still sees a valid file that nobody has started would raise it again.
+// File and accessory may have been replaced since they were looked at. The flag is lowered last: whoever
+// still sees a valid file that nobody has started would raise it again.
 void AccessoryUpdater::begin() {
     check();
-    if (phase_ == Phase::Waiting) {
+    if (phase_ == Phase::Waiting)
         enter(Phase::Copying, "CopyingFile");
-    }
     start_.setBool(false);
 }
 
@@ -91,9 +88,8 @@ void AccessoryUpdater::finish() {
 
 void AccessoryUpdater::showPart(int index, int percent) {
     const std::string name = "Part " + std::to_string(index + 1);
-    if (partName_.text() != name) {
+    if (partName_.text() != name)
         partName_.setText(name);
-    }
     index_.setInt(index);
     progress_.setInt(percent);
 }

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr double FIRST_PERCENT = 87;
-constexpr double LAST_PERCENT = 8; ///< at which the battery is changed
+constexpr double LAST_PERCENT = 8; // at which the battery is changed
 constexpr double MS_PER_PERCENT = 20000;
 constexpr double EMPTY_VOLTS = 6.6;
 constexpr double FULL_VOLTS = 8.4;
@@ -18,7 +18,7 @@ constexpr Drift TEMPERATURE{31, 4, 240000};
 constexpr Drift BUS_VOLTS{24.1, 0.25, 17000};
 constexpr Drift CAMERA_VOLTS{25.6, 0.4, 31000};
 
-/// In steps that a converter of the device makes, so that a value rests in between.
+// In steps that a converter of the device makes, so that a value rests in between.
 double inSteps(double value, double step) {
     return std::round(value / step) * step;
 }

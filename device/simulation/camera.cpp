@@ -18,9 +18,8 @@ const std::string STANDBY = "Standby";
 Camera::Camera() : shownState_(state_.text()), clipNumber_(clipCount_.toInt()) {}
 
 void Camera::step(double timeMs) {
-    if (state_.text() != shownState_) {
+    if (state_.text() != shownState_)
         showState(timeMs);
-    }
     const bool isRunning = shownState_ == RUN;
     if (button_.toBool()) {
         button_.setBool(false);
@@ -39,9 +38,8 @@ void Camera::setRunning(bool isRunning, double timeMs) {
 }
 
 void Camera::showState(double timeMs) {
-    if (shownState_ == RUN) {
+    if (shownState_ == RUN)
         addClip();
-    }
     shownState_ = state_.text();
     enteredMs_ = timeMs;
     runLight_.setText(shownState_ == RUN ? "Red" : "Green");

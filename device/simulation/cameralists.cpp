@@ -20,8 +20,8 @@ std::string number(double value) {
     return text;
 }
 
-/// Fills the list "Cam<what>List", whose elements hold a value, the text to show for it, and that it is
-/// supported.
+// Fills the list "Cam<what>List", whose elements hold a value, the text to show for it, and that it is
+// supported.
 void fillChoices(const std::string& what, const std::vector<double>& values, const char* unit) {
     Variable list("Cam" + what + "List");
     int count = 0;
@@ -67,9 +67,8 @@ void fillInformation() {
 
 void fillClips() {
     Variable list("CamClipList0");
-    for (int place = 0; place < FIRST_CLIPS; ++place) {
+    for (int place = 0; place < FIRST_CLIPS; ++place)
         showClip(list, place, place + 1, 240 + 97 * place, CLIP_SPEED);
-    }
     Variable("CamClipList0MediumName").setText("A001");
     Variable("CamClipList0Size").setInt(FIRST_CLIPS);
     Variable("CamClipList0EnabledFlags").setText(clipFlags(FIRST_CLIPS));
@@ -111,9 +110,8 @@ std::string clipFlags(int count) {
     std::string text;
     for (int byte = 0; byte < CLIP_FLAG_BYTES; ++byte) {
         unsigned int bits = 0;
-        for (int bit = 0; bit < 8; ++bit) {
+        for (int bit = 0; bit < 8; ++bit)
             bits |= byte * 8 + bit < count ? 1U << bit : 0U;
-        }
         char digits[3];
         std::snprintf(digits, sizeof digits, "%02x", bits & 0xffU);
         text += digits;

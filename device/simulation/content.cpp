@@ -149,38 +149,32 @@ constexpr Value REST[] = {
 
 template <std::size_t COUNT>
 void fill(const Value (&values)[COUNT]) {
-    for (const Value& value : values) {
+    for (const Value& value : values)
         Variable(value.name).setText(value.text);
-    }
 }
 
-/// Numbers whose bounds shut zero out begin at the bound that is next to it.
+// Numbers whose bounds shut zero out begin at the bound that is next to it.
 void respectBounds(Variable variable) {
     const VariableDescriptor& row = variable.row();
-    if (row.baseType != BASE_INT && row.baseType != BASE_FLOAT) {
+    if (row.baseType != BaseInt && row.baseType != BaseFloat)
         return;
-    }
-    if (row.min != nullptr && std::atof(row.min) > 0) {
+    if (row.min != nullptr && std::atof(row.min) > 0)
         variable.setText(row.min);
-    } else if (row.max != nullptr && std::atof(row.max) < 0) {
+    else if (row.max != nullptr && std::atof(row.max) < 0)
         variable.setText(row.max);
-    }
 }
 
 void respectBounds() {
-    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
+    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
+        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var)
             respectBounds(Variable(mem, var));
-        }
-    }
 }
 
-/// Normal lines reach the log, those for the search of faults do not.
+// Normal lines reach the log, those for the search of faults do not.
 void fillLogLevels() {
     const MemoryDescriptor& apps = MEMORY_ARRAY[MEMORY_ARRAY_SIZE - 1];
-    for (std::uint32_t var = 0; var < apps.count; ++var) {
+    for (std::uint32_t var = 0; var < apps.count; ++var)
         Variable(MEMORY_ARRAY_SIZE - 1, var).setText("LogLight");
-    }
 }
 
 } // namespace

@@ -64,9 +64,8 @@ template <std::size_t COUNT>
 void fillNames(const char* list, const char* member, const char* size, const char* const (&names)[COUNT]) {
     Variable variable(list);
     int place = 0;
-    for (const char* name : names) {
+    for (const char* name : names)
         variable.setElement(place++, {{member, name}});
-    }
     Variable(size).setInt(place);
 }
 
@@ -102,9 +101,8 @@ void fillUserSetups() {
     constexpr const char* SETUPS[] = {"Steadicam", "Car rig", "Second unit"};
     fillNames("UserSetupList", "UserSetupFileName", "UserSetupListSize", SETUPS);
     Variable list("UserSetupList");
-    for (int place = 0; place < 3; ++place) {
+    for (int place = 0; place < 3; ++place)
         list.setElement(place, {{"UserSetupFileValid", "true"}});
-    }
 }
 
 } // namespace

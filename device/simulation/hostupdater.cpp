@@ -53,22 +53,20 @@ void HostUpdater::check() {
     }
 }
 
-/// The file may have been replaced since it was found valid. The flag is lowered last: whoever still sees a
-/// valid file that nobody has started would raise it again.
+// The file may have been replaced since it was found valid. The flag is lowered last: whoever still sees a
+// valid file that nobody has started would raise it again.
 void HostUpdater::begin() {
     check();
-    if (phase_ == Phase::Waiting) {
+    if (phase_ == Phase::Waiting)
         enter(Phase::Copying, "CopyingFile");
-    }
     start_.setBool(false);
 }
 
 void HostUpdater::finishCopying() {
-    if (file_.fails) {
+    if (file_.fails)
         finish("CopyingFailed");
-    } else {
+    else
         enter(Phase::Rebooting, "Rebooting");
-    }
 }
 
 void HostUpdater::finish(const std::string& state) {

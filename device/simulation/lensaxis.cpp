@@ -6,16 +6,15 @@
 namespace {
 
 constexpr double FULL_WAY_MS = 700;
-constexpr double ARRIVAL_MS = 60; ///< time constant of the last bit of the way
+constexpr double ARRIVAL_MS = 60; // time constant of the last bit of the way
 constexpr double ARRIVED = 0.0002;
 
 } // namespace
 
 LensAxis::LensAxis(const Names& names, const Scale& scale)
     : scale_(scale), target_(names.target), positionVariable_(names.position), motor_(names.motor) {
-    if (names.lensValue != nullptr) {
+    if (names.lensValue != nullptr)
         lensValue_.emplace(names.lensValue);
-    }
     position_ = scale_.position(target_.toFloat());
     show(position_);
 }
@@ -24,18 +23,16 @@ void LensAxis::step(double timeMs) {
     const double elapsedMs = timeMs - lastMs_;
     lastMs_ = timeMs;
     const double wanted = scale_.position(target_.toFloat());
-    if (wanted == position_) {
+    if (wanted == position_)
         return;
-    }
     position_ = moved(wanted, elapsedMs);
     show(wanted);
 }
 
 double LensAxis::moved(double wanted, double elapsedMs) const {
     const double way = wanted - position_;
-    if (std::abs(way) < ARRIVED) {
+    if (std::abs(way) < ARRIVED)
         return wanted;
-    }
     const double limit = elapsedMs / FULL_WAY_MS;
     return position_ + std::clamp(way * -std::expm1(-elapsedMs / ARRIVAL_MS), -limit, limit);
 }
@@ -44,7 +41,6 @@ void LensAxis::show(double wanted) {
     positionVariable_.setFloat(position_);
     motor_.setElement(
         0, {{"MotorPosition", std::to_string(position_)}, {"MotorTarget", std::to_string(wanted)}});
-    if (lensValue_) {
+    if (lensValue_)
         lensValue_->setFloat(scale_.value(position_));
-    }
 }

@@ -28,9 +28,8 @@ void fillLensFiles() {
         const Variable::Members members = {
             {"LensFileName", lens}, {"LensFileValid", "true"}, {"LensFileActive", isActive}};
         files.setElement(count, members);
-        if (count < RECENT) {
+        if (count < RECENT)
             recent.setElement(count, members);
-        }
         ++count;
     }
     Variable("LensFileListSize").setInt(count);
@@ -38,8 +37,8 @@ void fillLensFiles() {
     Variable("ActivateLensFileName").setText(LENSES[0]);
 }
 
-/// Fills a scale of the lens with points at even distances; `factor` turns the ring's values into the scale's
-/// unit.
+// Fills a scale of the lens with points at even distances; `factor` turns the ring's values into the scale's
+// unit.
 void fillScale(const char* table, const char* axis, const char* unit, const Scale& scale, double factor) {
     Variable variable(table);
     std::string engraved;

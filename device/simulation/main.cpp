@@ -30,7 +30,7 @@ void add(Scene& scene, double intervalMs, Arguments&&... arguments) {
     scene.add(std::make_unique<Part>(std::forward<Arguments>(arguments)...), intervalMs);
 }
 
-/// Hands first, then the motors that follow them, then what follows from where the lens stands.
+// Hands first, then the motors that follow them, then what follows from where the lens stands.
 void addUsualActivity(Scene& scene) {
     using Marks = std::vector<Puller::Mark>;
     add<Puller>(scene, FRAME_MS, "Knob", "FocusTargetValue", FOCUS_SCALE,
@@ -65,24 +65,22 @@ void addUsualActivity(Scene& scene) {
 }
 
 void fillScene(Scene& scene, const Options& options) {
-    if (options.changes > 0) {
+    if (options.changes > 0)
         add<Soak>(scene, 0, options.changes);
-    } else if (!options.isStill) {
+    else if (!options.isStill)
         addUsualActivity(scene);
-    }
 }
 
-/// Steps the scene until the process is told to end.
+// Steps the scene until the process is told to end.
 void play(Scene& scene, EventPoll& poll, const Options& options) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();
     poll.setTimer(options.changes > 0 ? options.intervalMs : FRAME_MS);
     for (;;) {
         const int result = poll.wait(-1, false);
-        if (result == EventPoll::TERMINATE) {
+        if (result == EventPoll::Terminate)
             return;
-        }
-        if (result == EventPoll::TICK) {
+        if (result == EventPoll::Tick) {
             const std::chrono::duration<double, std::milli> elapsed = Clock::now() - begin;
             scene.step(elapsed.count() * options.speed);
         }
@@ -90,7 +88,7 @@ void play(Scene& scene, EventPoll& poll, const Options& options) {
 }
 
 void waitForEnd(EventPoll& poll) {
-    while (poll.wait(-1, false) != EventPoll::TERMINATE) {
+    while (poll.wait(-1, false) != EventPoll::Terminate) {
     }
 }
 
@@ -112,9 +110,8 @@ void run(const Options& options) {
         return;
     }
     connection.handler = &scene;
-    for (const std::uint32_t id : scene.interests()) {
+    for (const std::uint32_t id : scene.interests())
         connection.subscribe({id, 0, 0});
-    }
     play(scene, poll, options);
 }
 

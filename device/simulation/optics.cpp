@@ -23,9 +23,8 @@ void Optics::step(double /*timeMs*/) {
     char stop[8];
     std::snprintf(stop, sizeof stop, "T%.1f", static_cast<double>(iris_.toFloat()));
     // A text is announced each time it is set.
-    if (cameraStop_.text() != stop) {
+    if (cameraStop_.text() != stop)
         cameraStop_.setText(stop);
-    }
 }
 
 void Optics::showFocusDistance(double metres) {

@@ -7,7 +7,7 @@ namespace {
 
 constexpr double AWAY_MS = 15000;
 
-/// 0 to 1 for 0 to 1, with rest at both ends.
+// 0 to 1 for 0 to 1, with rest at both ends.
 double eased(double progress) {
     const double part = std::clamp(progress, 0.0, 1.0);
     return part * part * (3 - 2 * part);
@@ -25,12 +25,10 @@ Puller::Puller(const char* control, const char* target, const Scale& scale, std:
 }
 
 void Puller::step(double timeMs) {
-    if (target_.toFloat() != written_) {
+    if (target_.toFloat() != written_)
         letGo(timeMs);
-    }
-    if (timeMs < beginMs_) {
+    if (timeMs < beginMs_)
         return;
-    }
     const Mark& mark = marks_[current_];
     pull(from_ + (mark.position - from_) * eased((timeMs - beginMs_) / mark.moveMs));
     if (timeMs >= beginMs_ + mark.moveMs + mark.holdMs) {

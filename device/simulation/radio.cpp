@@ -11,7 +11,7 @@ constexpr Drift STRENGTH_DBM{-67, 20, 45000};
 constexpr int SILENCE_DBM = -128;
 constexpr double WORST_DBM = -92;
 constexpr double BEST_DBM = -55;
-constexpr int GOOD_PERCENT = 40; ///< below it frames get lost
+constexpr int GOOD_PERCENT = 40; // below it frames get lost
 
 } // namespace
 

@@ -25,7 +25,6 @@ std::vector<std::uint32_t> Scene::interests() const {
 }
 
 void Scene::handleEvent(const Notify& event) {
-    for (const Part& part : parts_) {
+    for (const Part& part : parts_)
         part.actor->changed(event.id);
-    }
 }

@@ -30,38 +30,34 @@ Settings::Settings() {
 
 std::vector<std::uint32_t> Settings::interests() const {
     std::vector<std::uint32_t> ids;
-    for (const Reaction& reaction : reactions_) {
+    for (const Reaction& reaction : reactions_)
         ids.push_back(reaction.asked.eventId());
-    }
     return ids;
 }
 
 void Settings::changed(std::uint32_t eventId) {
-    for (Reaction& reaction : reactions_) {
-        if (reaction.asked.eventId() == eventId) {
+    for (Reaction& reaction : reactions_)
+        if (reaction.asked.eventId() == eventId)
             reaction.react(reaction.asked);
-        }
-    }
 }
 
 void Settings::follow(const char* asked, const char* actual) {
-    reactions_.push_back({Variable(asked), [target = Variable(actual)](Variable& source) mutable {
-                              target.setText(source.text());
-                          }});
+    reactions_.push_back({Variable(asked), [target = Variable(actual)](
+                                               Variable& source) mutable { target.setText(source.text()); }});
 }
 
 void Settings::choose(const char* asked, const char* actual, std::vector<double> list) {
-    reactions_.push_back(
-        {Variable(asked), [target = Variable(actual), list = std::move(list)](Variable& source) mutable {
-             const auto place = static_cast<std::size_t>(source.toInt());
-             if (place < list.size()) {
-                 target.setFloat(list[place]);
-             }
-         }});
+    reactions_.push_back({Variable(asked),
+                          [target = Variable(actual), list = std::move(list)](Variable& source) mutable {
+                              const auto place = static_cast<std::size_t>(source.toInt());
+                              if (place < list.size())
+                                  target.setFloat(list[place]);
+                          }});
 }
 
 void Settings::turnOver(const std::string& actual, const std::string& toggle) {
-    reactions_.push_back({Variable(toggle), [target = Variable(actual)](Variable& source) mutable {
+    reactions_.push_back({Variable(toggle),
+                          [target = Variable(actual)](Variable& source) mutable {
                               if (source.toBool()) {
                                   target.setBool(!target.toBool());
                                   source.setBool(false);

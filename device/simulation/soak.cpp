@@ -9,11 +9,11 @@
 
 namespace {
 
-constexpr long STEPS = 1000; ///< after which an int or float comes back to the same value
+constexpr long STEPS = 1000; // after which an int or float comes back to the same value
 constexpr double LARGEST_BOUND = 1e6;
 
 bool isCandidate(const VariableDescriptor& row) {
-    return row.baseType == BASE_INT || row.baseType == BASE_FLOAT || row.baseType == BASE_BOOL;
+    return row.baseType == BaseInt || row.baseType == BaseFloat || row.baseType == BaseBool;
 }
 
 std::vector<Variable> candidates() {
@@ -21,15 +21,14 @@ std::vector<Variable> candidates() {
     for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
         for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
             const bool isStatic = std::strcmp(MEMORY_ARRAY[mem].name, "MemStatic") == 0;
-            if (!isStatic && isCandidate(MEMORY_ARRAY[mem].variables[var])) {
+            if (!isStatic && isCandidate(MEMORY_ARRAY[mem].variables[var]))
                 found.emplace_back(mem, var);
-            }
         }
     }
     return found;
 }
 
-/// The lower bound, or 0 where it is none to speak of.
+// The lower bound, or 0 where it is none to speak of.
 double lowerBound(const VariableDescriptor& row) {
     const double bound = row.min == nullptr ? 0 : std::atof(row.min);
     return bound > -LARGEST_BOUND ? bound : 0;
@@ -42,9 +41,9 @@ double distance(const VariableDescriptor& row) {
 
 void setTo(Variable& variable, long count) {
     const VariableDescriptor& row = variable.row();
-    if (row.baseType == BASE_BOOL) {
+    if (row.baseType == BaseBool) {
         variable.setBool(count % 2 != 0);
-    } else if (row.baseType == BASE_INT) {
+    } else if (row.baseType == BaseInt) {
         const long values = std::min(static_cast<long>(distance(row)) + 1, STEPS);
         variable.setInt(static_cast<int>(lowerBound(row)) + static_cast<int>(count % values));
     } else {
@@ -58,18 +57,15 @@ void setTo(Variable& variable, long count) {
 
 Soak::Soak(std::size_t count) {
     const std::vector<Variable> all = candidates();
-    if (count > all.size()) {
+    if (count > all.size())
         throwError(__FILE__, __LINE__, "Only %zu variables can be changed", all.size());
-    }
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         variables_.push_back(all[i * all.size() / count]);
-    }
 }
 
 void Soak::step(double /*timeMs*/) {
     ++step_;
     long place = 0;
-    for (Variable& variable : variables_) {
+    for (Variable& variable : variables_)
         setTo(variable, step_ + place++);
-    }
 }

@@ -11,7 +11,7 @@ constexpr std::size_t LINE_SIZE = 200;
 constexpr std::size_t VERSION_LENGTH = 19;
 constexpr int MAX_PARTS = 16;
 
-/// The first line, or what there is of it: a firmware file is large and may hold no line end at all.
+// The first line, or what there is of it: a firmware file is large and may hold no line end at all.
 std::string readFirstLine(std::istream& file) {
     std::string line(LINE_SIZE, '\0');
     file.read(line.data(), LINE_SIZE);
@@ -21,13 +21,11 @@ std::string readFirstLine(std::istream& file) {
 
 std::vector<std::string> split(const std::string& line) {
     std::vector<std::string> words(1);
-    for (const char c : line) {
-        if (c == ';') {
+    for (const char c : line)
+        if (c == ';')
             words.emplace_back();
-        } else {
+        else
             words.back() += c;
-        }
-    }
     return words;
 }
 
@@ -52,14 +50,12 @@ bool isValid(const UpdateFile& file) {
 
 UpdateFile readUpdateFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
+    if (!stream)
         return refused("FileNotFound");
-    }
     const std::vector<std::string> words = split(readFirstLine(stream));
     const bool fails = words.size() == 5 && words[4] == "fails";
-    if ((words.size() != 4 && !fails) || words[0] != "firmware") {
+    if ((words.size() != 4 && !fails) || words[0] != "firmware")
         return refused("FileCorrupt");
-    }
     const UpdateFile file{"FileValid", words[1], words[2], toNumber(words[3]), fails};
     return isValid(file) ? file : refused("FileCorrupt");
 }

@@ -11,11 +11,9 @@ namespace {
 
 std::pair<std::uint32_t, std::uint32_t> find(const std::string& name) {
     for (std::uint32_t mem = 0; mem < Introspection::getMemCount(); ++mem) {
-        for (std::uint32_t var = 0; var < Introspection::getVarCount(mem); ++var) {
-            if (name == Introspection::getVarName(mem, var)) {
+        for (std::uint32_t var = 0; var < Introspection::getVarCount(mem); ++var)
+            if (name == Introspection::getVarName(mem, var))
                 return {mem, var};
-            }
-        }
     }
     throwError(__FILE__, __LINE__, "Unknown variable %s", name.c_str());
 }
@@ -51,9 +49,8 @@ void Variable::setBool(bool value) {
 
 void Variable::setElement(int index, Members members) {
     JsonObject object;
-    for (const auto& [name, value] : members) {
+    for (const auto& [name, value] : members)
         object.emplace_back(name, JsonObjectValue{value, false});
-    }
     refuse(Introspection::setVarValueJson(mem_, var_, object, index));
 }
 
@@ -82,15 +79,13 @@ const char* Variable::address() const {
 }
 
 void Variable::check(const std::string& value) const {
-    const bool isNumber = row_->baseType == BASE_INT || row_->baseType == BASE_FLOAT;
+    const bool isNumber = row_->baseType == BaseInt || row_->baseType == BaseFloat;
     std::string error = "out of bounds";
-    if (isNumber && !Introspection::checkMinMax(mem_, var_, value.c_str(), error)) {
+    if (isNumber && !Introspection::checkMinMax(mem_, var_, value.c_str(), error))
         refuse(value + ": " + error);
-    }
 }
 
 void Variable::refuse(const std::string& reason) const {
-    if (!reason.empty()) {
+    if (!reason.empty())
         throwError(__FILE__, __LINE__, "%s: %s", name(), reason.c_str());
-    }
 }

@@ -6,7 +6,7 @@ from typing import Optional
 from model import Member, Variable
 
 INT, FLOAT, BOOL, STRING, BUFFER, ENUM, STRUCT = (
-    "BASE_INT", "BASE_FLOAT", "BASE_BOOL", "BASE_STRING", "BASE_BUFFER", "BASE_ENUM", "BASE_STRUCT")
+    "BaseInt", "BaseFloat", "BaseBool", "BaseString", "BaseBuffer", "BaseEnum", "BaseStruct")
 
 BASE_TYPES = {"int": INT, "float": FLOAT, "bool": BOOL, "string": STRING, "buffer": BUFFER}
 WORD = 4

@@ -46,10 +46,9 @@ void installSignalHandlers() {
 
 void logPendingSignals() {
     const std::uint32_t pending = gPendingSignals.exchange(0);
-    for (int signal = 0; signal < MASKED_SIGNALS; ++signal) {
+    for (int signal = 0; signal < MASKED_SIGNALS; ++signal)
         if ((pending >> signal & 1U) != 0)
             LOG_MESSAGE(LogLight, "SIG %i: %s", signal, strsignal(signal));
-    }
 }
 
 // One call per event. Hang-up goes first: whoever closes needs no other news.
@@ -61,11 +60,11 @@ void dispatch(const epoll_event& event) {
     }
     LOG_MESSAGE(DebugAll, "Call    client %p for events %08x", event.data.ptr, event.events);
     if ((event.events & EPOLLHUP) != 0)
-        callback->event(EventPoll::Callback::HANGUP);
+        callback->event(EventPoll::Callback::Hangup);
     else if ((event.events & EPOLLPRI) != 0)
-        callback->event(EventPoll::Callback::PRIORITY);
+        callback->event(EventPoll::Callback::Priority);
     else if ((event.events & EPOLLIN) != 0)
-        callback->event(EventPoll::Callback::READABLE);
+        callback->event(EventPoll::Callback::Readable);
 }
 
 timer_t createTimer(EventPoll* poll) {
@@ -134,7 +133,7 @@ void EventPoll::setTimer(int intervalMs) {
 int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
     logPendingSignals();
     if (!ignoreTerminate && shouldTerminate())
-        return TERMINATE;
+        return Terminate;
     if (fd_ < 0)
         throwError(__FILE__, __LINE__, "wait called on an already closed handle");
     epoll_event events[MAX_EVENTS];
@@ -142,17 +141,17 @@ int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
     if (count < 0)
         return waitFailed();
     if (count == 0)
-        return TIMEOUT;
+        return Timeout;
     for (int i = 0; i < count; ++i)
         dispatch(events[i]);
-    return gTick.exchange(false) ? TICK : DISPATCHED;
+    return gTick.exchange(false) ? Tick : Dispatched;
 }
 
 // An interrupted wait is not repeated: the caller decides by the result whether to go on.
 int EventPoll::waitFailed() {
     if (errno != EINTR)
         throwErrorNumber(__FILE__, __LINE__, "epoll_wait");
-    return gTick.exchange(false) ? TICK : INTERRUPTED;
+    return gTick.exchange(false) ? Tick : Interrupted;
 }
 
 int EventPoll::close() {

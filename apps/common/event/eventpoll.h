@@ -17,9 +17,9 @@ public:
     class Callback {
     public:
         enum EventType {
-            PRIORITY = 0, ///< urgent data (EPOLLPRI)
-            READABLE = 1, ///< data or end of file (EPOLLIN)
-            HANGUP = 2,   ///< the peer has closed (EPOLLHUP); data may still be there
+            Priority = 0, ///< urgent data (EPOLLPRI)
+            Readable = 1, ///< data or end of file (EPOLLIN)
+            Hangup = 2,   ///< the peer has closed (EPOLLHUP); data may still be there
         };
 
         /// May add and remove descriptors, its own included. The rest of the batch is delivered nevertheless:
@@ -30,11 +30,11 @@ public:
 
     /// What wait returns.
     enum Result {
-        INTERRUPTED = 0, ///< by a signal other than the timer's
-        TICK = 1,        ///< the timer has expired; events may have been dispatched as well
-        TIMEOUT = 2,     ///< no event came in time
-        DISPATCHED = 3,  ///< at least one event came, and no tick
-        TERMINATE = 4,   ///< SIGINT or SIGTERM has come
+        Interrupted = 0, ///< by a signal other than the timer's
+        Tick = 1,        ///< the timer has expired; events may have been dispatched as well
+        Timeout = 2,     ///< no event came in time
+        Dispatched = 3,  ///< at least one event came, and no tick
+        Terminate = 4,   ///< SIGINT or SIGTERM has come
     };
 
     /// Events that one wait dispatches at most.
@@ -57,14 +57,14 @@ public:
     /// Takes `fd` out. Throws "epoll_ctl" when it is not registered. On a closed set it does nothing.
     void remove(int fd);
 
-    /// Lets wait return TICK every `intervalMs`; 0 stops the ticks, -1 also deletes the timer.
+    /// Lets wait return Tick every `intervalMs`; 0 stops the ticks, -1 also deletes the timer.
     /// Throws "timer create" and "timer set".
     void setTimer(int intervalMs);
 
     /// Waits up to `timeoutMs` (-1: without end) for at most MAX_EVENTS events and hands them to their
     /// callbacks. Returns a Result. Termination is sticky: from the first SIGINT or SIGTERM on every call
-    /// returns TERMINATE at once, unless `ignoreTerminate`; a wait that the signal interrupts still returns
-    /// INTERRUPTED. Signals that came are logged once, at the next call. Throws "wait called on an already
+    /// returns Terminate at once, unless `ignoreTerminate`; a wait that the signal interrupts still returns
+    /// Interrupted. Signals that came are logged once, at the next call. Throws "wait called on an already
     /// closed handle" and "epoll_wait".
     int wait(int timeoutMs, bool ignoreTerminate);
 

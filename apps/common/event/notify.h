@@ -21,10 +21,10 @@ static_assert(sizeof(Notify) == 12);
 
 /// Ids of the events that speak to the broker.
 enum ControlEvent : std::uint32_t {
-    EVENT_SUBSCRIBE = 1,   ///< the record that follows names the event
-    EVENT_UNSUBSCRIBE = 2, ///< the record that follows names the event
-    EVENT_SUBSCRIBE_ALL = 3,
-    EVENT_UNSUBSCRIBE_ALL = 4,
+    EventSubscribe = 1,   ///< the record that follows names the event
+    EventUnsubscribe = 2, ///< the record that follows names the event
+    EventSubscribeAll = 3,
+    EventUnsubscribeAll = 4,
 };
 
 /// Number of events that have a name; ids run from 0 to EVENT_COUNT - 1.

@@ -27,7 +27,7 @@ constexpr int DRAIN_PAUSE_MS = 100;
 constexpr int DRAIN_READS = 4096;
 constexpr std::chrono::seconds DRAIN_TIME{1};
 
-/// The turn to connect: the broker's semaphore, taken as long as the object lives or until it is given back.
+// The turn to connect: the broker's semaphore, taken as long as the object lives or until it is given back.
 class BrokerTurn {
 public:
     BrokerTurn() : semaphore_(openSemaphore()) {
@@ -161,11 +161,11 @@ void ServerConnection::drain() {
 
 void ServerConnection::event(EventType type) {
     switch (type) {
-    case READABLE:
+    case Readable:
         return receive();
-    case HANGUP:
+    case Hangup:
         return close();
-    case PRIORITY:
+    case Priority:
         return;
     }
 }
@@ -216,12 +216,12 @@ void ServerConnection::postEvent(const Notify& event) {
 }
 
 void ServerConnection::subscribe(const Notify& event) {
-    const Notify message[] = {{EVENT_SUBSCRIBE, 0, 0}, event};
+    const Notify message[] = {{EventSubscribe, 0, 0}, event};
     send(message, sizeof message);
 }
 
 void ServerConnection::subscribeAll() {
-    postEvent({EVENT_SUBSCRIBE_ALL, 0, 0});
+    postEvent({EventSubscribeAll, 0, 0});
 }
 
 int readEvents(int fd, Notify* buffer, int max) {

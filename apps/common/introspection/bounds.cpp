@@ -16,35 +16,31 @@ std::string textOr(const char* text, const char* fallback) {
 
 bool isIntInBounds(const VariableDescriptor& variable, const char* value) {
     using Limits = std::numeric_limits<std::int32_t>;
-    if (variable.min == nullptr && variable.max == nullptr) {
+    if (variable.min == nullptr && variable.max == nullptr)
         return true;
-    }
     const int lower = variable.min != nullptr ? std::stoi(variable.min) : Limits::min();
     const int upper = variable.max != nullptr ? std::stoi(variable.max) : Limits::max();
     const int number = std::stoi(value);
     return lower <= number && number <= upper;
 }
 
-/// As std::stof, but that a number which rounds up to the smallest normal one is no underflow: C libraries
-/// take it for one on some processors and not on others.
+// As std::stof, but that a number which rounds up to the smallest normal one is no underflow: C libraries
+// take it for one on some processors and not on others.
 float floatOf(const char* text) {
     char* end = nullptr;
     errno = 0;
     const float number = std::strtof(text, &end);
-    if (end == text) {
+    if (end == text)
         throw std::invalid_argument("no number");
-    }
-    if (errno == ERANGE && std::fabs(number) != std::numeric_limits<float>::min()) {
+    if (errno == ERANGE && std::fabs(number) != std::numeric_limits<float>::min())
         throw std::out_of_range("no float");
-    }
     return number;
 }
 
 bool isFloatInBounds(const VariableDescriptor& variable, const char* value) {
     using Limits = std::numeric_limits<float>;
-    if (variable.min == nullptr && variable.max == nullptr) {
+    if (variable.min == nullptr && variable.max == nullptr)
         return true;
-    }
     const float lower = variable.min != nullptr ? floatOf(variable.min) : Limits::min();
     const float upper = variable.max != nullptr ? floatOf(variable.max) : Limits::max();
     const float number = floatOf(value);
@@ -53,14 +49,14 @@ bool isFloatInBounds(const VariableDescriptor& variable, const char* value) {
 
 bool isInBounds(const VariableDescriptor& variable, const char* value) {
     switch (variable.baseType) {
-    case BASE_BOOL:
-    case BASE_STRING:
-    case BASE_ENUM:
-    case BASE_STRUCT:
+    case BaseBool:
+    case BaseString:
+    case BaseEnum:
+    case BaseStruct:
         return true;
-    case BASE_INT:
+    case BaseInt:
         return isIntInBounds(variable, value);
-    case BASE_FLOAT:
+    case BaseFloat:
         return isFloatInBounds(variable, value);
     default:
         return false;
@@ -78,9 +74,9 @@ std::string lastEntry(const char* enumeration) {
 std::string Introspection::getVarMin(std::uint32_t mem, std::uint32_t var) {
     const VariableDescriptor& variable = getVarDescriptor(mem, var);
     switch (variable.baseType) {
-    case BASE_INT:
+    case BaseInt:
         return textOr(variable.min, "-2147483648");
-    case BASE_FLOAT:
+    case BaseFloat:
         return textOr(variable.min, "-1e38");
     default:
         return "0";
@@ -90,16 +86,16 @@ std::string Introspection::getVarMin(std::uint32_t mem, std::uint32_t var) {
 std::string Introspection::getVarMax(std::uint32_t mem, std::uint32_t var) {
     const VariableDescriptor& variable = getVarDescriptor(mem, var);
     switch (variable.baseType) {
-    case BASE_INT:
+    case BaseInt:
         return textOr(variable.max, "2147483647");
-    case BASE_FLOAT:
+    case BaseFloat:
         return textOr(variable.max, "1e38");
-    case BASE_BOOL:
+    case BaseBool:
         return "1";
-    case BASE_STRING:
-    case BASE_BUFFER:
+    case BaseString:
+    case BaseBuffer:
         return textOr(variable.max, "0");
-    case BASE_ENUM:
+    case BaseEnum:
         return lastEntry(variable.type);
     default:
         return "0";

@@ -13,13 +13,13 @@ constexpr int CATALOGUE_VERSION = 1;
 
 /// Kinds of values, as the descriptors store them.
 enum BaseType : std::int32_t {
-    BASE_INT = 0,    ///< signed 32-bit
-    BASE_FLOAT = 1,  ///< 32-bit IEEE
-    BASE_BOOL = 2,   ///< one byte, 0 or not
-    BASE_STRING = 3, ///< zero-terminated characters in a field of arrayLen bytes
-    BASE_BUFFER = 4, ///< arrayLen raw bytes
-    BASE_ENUM = 5,   ///< signed 32-bit entry index
-    BASE_STRUCT = 6, ///< a structure's fixed layout
+    BaseInt = 0,    ///< signed 32-bit
+    BaseFloat = 1,  ///< 32-bit IEEE
+    BaseBool = 2,   ///< one byte, 0 or not
+    BaseString = 3, ///< zero-terminated characters in a field of arrayLen bytes
+    BaseBuffer = 4, ///< arrayLen raw bytes
+    BaseEnum = 5,   ///< signed 32-bit entry index
+    BaseStruct = 6, ///< a structure's fixed layout
 };
 
 /// A value in a parsed JSON object: the text as written (a string without its quotes, a nested object or
@@ -83,7 +83,7 @@ struct EnumDescriptor {
 struct MemberDescriptor {
     const char* name;
     std::uint32_t offset;              ///< bytes from the structure's start
-    std::int32_t baseType;             ///< BASE_INT, BASE_FLOAT, BASE_BOOL, BASE_STRING or BASE_ENUM
+    std::int32_t baseType;             ///< BaseInt, BaseFloat, BaseBool, BaseString or BaseEnum
     std::uint32_t capacity;            ///< bytes of a string's field, else 0
     const EnumDescriptor* enumeration; ///< null unless the member is an enumeration
 };

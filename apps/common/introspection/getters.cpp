@@ -9,10 +9,10 @@
 
 namespace {
 
-/// Longest "%f" of a float: sign, 39 digits, point, six decimals.
+// Longest "%f" of a float: sign, 39 digits, point, six decimals.
 constexpr std::size_t FLOAT_TEXT_SIZE = 48;
 
-/// A variable's address need not be a multiple of its size.
+// A variable's address need not be a multiple of its size.
 template <typename T>
 T load(const void* address, int index) {
     T value;

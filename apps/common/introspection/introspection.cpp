@@ -9,30 +9,28 @@
 namespace {
 
 const MemoryDescriptor& memoryAt(std::uint32_t mem) {
-    if (mem >= MEMORY_ARRAY_SIZE) {
+    if (mem >= MEMORY_ARRAY_SIZE)
         throwError(__FILE__, __LINE__, "Index exceeds limit");
-    }
     return MEMORY_ARRAY[mem];
 }
 
 VariableDescriptor& variableAt(std::uint32_t mem, std::uint32_t var) {
     const MemoryDescriptor& memory = memoryAt(mem);
-    if (var >= memory.count) {
+    if (var >= memory.count)
         throwError(__FILE__, __LINE__, "Index exceeds limit");
-    }
     return memory.variables[var];
 }
 
-/// Bytes of one element, 0 for a variable without elements.
+// Bytes of one element, 0 for a variable without elements.
 std::uint32_t elementSize(const VariableDescriptor& variable) {
     switch (variable.baseType) {
-    case BASE_INT:
-    case BASE_FLOAT:
-    case BASE_ENUM:
+    case BaseInt:
+    case BaseFloat:
+    case BaseEnum:
         return 4;
-    case BASE_BOOL:
+    case BaseBool:
         return 1;
-    case BASE_STRUCT:
+    case BaseStruct:
         return variable.size / std::max(structureCount(variable), 1U);
     default:
         return 0;
@@ -41,9 +39,8 @@ std::uint32_t elementSize(const VariableDescriptor& variable) {
 
 void checkElement(const VariableDescriptor& variable, std::int32_t index) {
     const std::uint32_t width = elementSize(variable);
-    if (width != 0 && (index < 0 || static_cast<std::uint32_t>(index) >= variable.size / width)) {
+    if (width != 0 && (index < 0 || static_cast<std::uint32_t>(index) >= variable.size / width))
         throwError(__FILE__, __LINE__, "Index exceeds limit");
-    }
 }
 
 struct Place {
@@ -56,9 +53,8 @@ void genEventToVar(EventIndex& places) {
     for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
         for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
             const std::uint32_t id = MEMORY_ARRAY[mem].variables[var].event.id;
-            if (id < EVENT_COUNT) {
+            if (id < EVENT_COUNT)
                 places[id] = {mem, var};
-            }
         }
     }
 }
@@ -87,11 +83,9 @@ const char* Introspection::getMemName(std::uint32_t mem) {
 }
 
 std::uint32_t Introspection::getMemIndex(const std::string& name) {
-    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-        if (name == MEMORY_ARRAY[mem].name) {
+    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
+        if (name == MEMORY_ARRAY[mem].name)
             return mem;
-        }
-    }
     throwError(__FILE__, __LINE__, "Unknown memory \"%s\"", name.c_str());
 }
 
@@ -129,29 +123,26 @@ const VariableDescriptor& Introspection::getVarDescriptor(std::uint32_t mem, std
 
 void Introspection::getVarLocation(const Notify& event, std::uint32_t& mem, std::uint32_t& var) {
     Place place;
-    if (event.id < EVENT_COUNT) {
+    if (event.id < EVENT_COUNT)
         place = eventIndex()[event.id];
-    } else {
+    else
         LOG_MESSAGE(Warn, "Event id %u is beyond the %u known events", event.id, EVENT_COUNT);
-    }
     mem = place.mem;
     var = place.var;
 }
 
 bool Introspection::isArray(std::uint32_t mem, std::uint32_t var) {
     const VariableDescriptor& variable = variableAt(mem, var);
-    if (variable.isArray == 0) {
+    if (variable.isArray == 0)
         return false;
-    }
     return std::stoi(variable.arrayLen != nullptr ? variable.arrayLen : "") >= 0;
 }
 
 std::string Introspection::getVarValue(std::uint32_t mem, std::uint32_t var, std::int32_t index) {
     const VariableDescriptor& variable = variableAt(mem, var);
     char* const base = *variable.memory;
-    if (base == nullptr) {
+    if (base == nullptr)
         return "n/a";
-    }
     checkElement(variable, index);
     return variable.getter(base + variable.location, index);
 }
@@ -159,9 +150,8 @@ std::string Introspection::getVarValue(std::uint32_t mem, std::uint32_t var, std
 std::string Introspection::setVarValue(std::uint32_t mem, std::uint32_t var, const char* value) {
     const VariableDescriptor& variable = variableAt(mem, var);
     char* const base = *variable.memory;
-    if (base == nullptr) {
+    if (base == nullptr)
         return "n/a";
-    }
     return variable.setter(base, mem, var, variable.event, value);
 }
 
@@ -169,12 +159,10 @@ std::string Introspection::setVarValueJson(std::uint32_t mem, std::uint32_t var,
                                            std::int32_t tag) {
     VariableDescriptor& variable = variableAt(mem, var);
     char* const base = *variable.memory;
-    if (base == nullptr) {
+    if (base == nullptr)
         return "n/a";
-    }
-    if (variable.setJson == nullptr) {
+    if (variable.setJson == nullptr)
         return std::string(variable.name) + " is not a structure";
-    }
     variable.event.arg2 = static_cast<std::uint32_t>(tag);
     return variable.setJson(base, mem, var, variable.event, object);
 }

@@ -15,70 +15,62 @@
 
 namespace {
 
-/// Stores and posts when the bytes differ. `target` is bytes, not a T: nobody promises its alignment.
+// Stores and posts when the bytes differ. `target` is bytes, not a T: nobody promises its alignment.
 template <typename T>
 void setVariable(char* target, const Notify& event, const T& value) {
     const auto bytes = std::bit_cast<std::array<char, sizeof(T)>>(value);
-    if (std::memcmp(target, bytes.data(), bytes.size()) == 0) {
+    if (std::memcmp(target, bytes.data(), bytes.size()) == 0)
         return;
-    }
     std::memcpy(target, bytes.data(), bytes.size());
     postEvent(event);
 }
 
-/// Where the element that `event` selects lies, or null when it is not in the variable. A negative index
-/// arrives as a large word and is outside as well.
+// Where the element that `event` selects lies, or null when it is not in the variable. A negative index
+// arrives as a large word and is outside as well.
 char* findElement(char* base, const VariableDescriptor& variable, const Notify& event,
                   std::size_t elementSize) {
     const std::uint32_t index = event.arg1 == 0 ? 0 : event.arg2;
-    if (event.arg1 > 1 || index >= variable.size / elementSize) {
+    if (event.arg1 > 1 || index >= variable.size / elementSize)
         return nullptr;
-    }
     return base + variable.location + index * elementSize;
 }
 
 template <typename T>
 void setElement(char* base, unsigned int mem, unsigned int var, const Notify& event, T value) {
     char* const target = findElement(base, Introspection::getVarDescriptor(mem, var), event, sizeof(value));
-    if (target != nullptr) {
+    if (target != nullptr)
         setVariable<T>(target, event, value);
-    }
 }
 
 bool isContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
 }
 
-/// Bytes of the UTF-8 character that begins with `lead`.
+// Bytes of the UTF-8 character that begins with `lead`.
 std::size_t characterLength(char lead) {
     const unsigned char byte = static_cast<unsigned char>(lead);
     return byte >= 0xf0 ? 4 : byte >= 0xe0 ? 3 : byte >= 0xc0 ? 2 : 1;
 }
 
-/// How many of the text's bytes fit into `limit`. A character that the limit would split is left out: half of
-/// it would make the whole text unreadable as UTF-8. In a text that is no UTF-8 anyway, the limit stands.
+// How many of the text's bytes fit into `limit`. A character that the limit would split is left out: half of
+// it would make the whole text unreadable as UTF-8. In a text that is no UTF-8 anyway, the limit stands.
 std::size_t fittingLength(const char* text, std::size_t limit) {
     const std::size_t length = strnlen(text, limit + 1);
-    if (length <= limit) {
+    if (length <= limit)
         return length;
-    }
     std::size_t start = limit;
-    while (start > 0 && limit - start < 3 && isContinuation(text[start])) {
+    while (start > 0 && limit - start < 3 && isContinuation(text[start]))
         --start;
-    }
     return start < limit && start + characterLength(text[start]) > limit ? start : limit;
 }
 
 unsigned int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
+    if (c >= '0' && c <= '9')
         return static_cast<unsigned int>(c - '0');
-    }
-    if (c >= 'a' && c <= 'f') {
+    if (c >= 'a' && c <= 'f')
         return static_cast<unsigned int>(c - 'a' + 10);
-    }
-    if (c >= 'A' && c <= 'F') {
+    if (c >= 'A' && c <= 'F')
         return static_cast<unsigned int>(c - 'A' + 10);
-    }
     throwError(__FILE__, __LINE__, "Not a valid hex digit: %c", c);
 }
 
@@ -95,9 +87,8 @@ void storeHexBytes(char* target, std::size_t size, const char* digits) {
 std::string setIntIntrospection(char* base, unsigned int mem, unsigned int var, Notify event,
                                 const char* value) {
     const auto number = intFromText(value);
-    if (!number) {
+    if (!number)
         return cannotConvert(value, "int");
-    }
     setElement<std::int32_t>(base, mem, var, event, *number);
     return {};
 }
@@ -105,9 +96,8 @@ std::string setIntIntrospection(char* base, unsigned int mem, unsigned int var, 
 std::string setFloatIntrospection(char* base, unsigned int mem, unsigned int var, Notify event,
                                   const char* value) {
     const auto number = floatFromText(value);
-    if (!number) {
+    if (!number)
         return cannotConvert(value, "float");
-    }
     setElement<float>(base, mem, var, event, *number);
     return {};
 }
@@ -115,9 +105,8 @@ std::string setFloatIntrospection(char* base, unsigned int mem, unsigned int var
 std::string setBoolIntrospection(char* base, unsigned int mem, unsigned int var, Notify event,
                                  const char* value) {
     const auto flag = boolFromText(value);
-    if (!flag) {
+    if (!flag)
         return cannotConvertToBool();
-    }
     setElement<std::uint8_t>(base, mem, var, event, *flag ? 1 : 0);
     return {};
 }
@@ -126,9 +115,8 @@ std::string setStringIntrospection(char* base, unsigned int mem, unsigned int va
                                    const char* value) {
     const VariableDescriptor& variable = Introspection::getVarDescriptor(mem, var);
     const auto capacity = catalogueNumber(variable.arrayLen);
-    if (!capacity || *capacity < 1) {
+    if (!capacity || *capacity < 1)
         return cannotConvert(value, "string");
-    }
     const std::size_t field = std::min<std::size_t>(static_cast<std::size_t>(*capacity), variable.size);
     const std::size_t length = fittingLength(value, field - 1);
     char* const target = base + variable.location;
@@ -153,9 +141,8 @@ std::string setBufferIntrospection(char* base, unsigned int size, unsigned int m
 std::string setEnumIntrospection(const EnumDescriptor& enumeration, char* base, unsigned int mem,
                                  unsigned int var, Notify event, const char* value) {
     const auto entry = entryFromText(enumeration, value);
-    if (!entry) {
+    if (!entry)
         return cannotConvertToEntry(value, enumeration);
-    }
     setElement<std::int32_t>(base, mem, var, event, *entry);
     return {};
 }

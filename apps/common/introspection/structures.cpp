@@ -19,9 +19,9 @@ namespace {
 
 std::size_t fieldSize(const MemberDescriptor& member) {
     switch (member.baseType) {
-    case BASE_BOOL:
+    case BaseBool:
         return 1;
-    case BASE_STRING:
+    case BaseString:
         return member.capacity;
     default:
         return 4;
@@ -41,7 +41,7 @@ std::string store(char* field, T value) {
     return {};
 }
 
-/// In the shortest form that reads back as the same number.
+// In the shortest form that reads back as the same number.
 template <typename T>
 void appendNumber(std::string& out, T value) {
     char text[32];
@@ -49,11 +49,10 @@ void appendNumber(std::string& out, T value) {
 }
 
 void appendFloat(std::string& out, float value) {
-    if (std::isfinite(value)) {
+    if (std::isfinite(value))
         appendNumber(out, value);
-    } else {
+    else
         out += "null";
-    }
 }
 
 void appendEntry(std::string& out, const EnumDescriptor& enumeration, std::uint32_t value) {
@@ -63,14 +62,14 @@ void appendEntry(std::string& out, const EnumDescriptor& enumeration, std::uint3
 
 void appendMember(std::string& out, const MemberDescriptor& member, const char* field) {
     switch (member.baseType) {
-    case BASE_INT:
+    case BaseInt:
         return appendNumber(out, load<std::int32_t>(field));
-    case BASE_FLOAT:
+    case BaseFloat:
         return appendFloat(out, load<float>(field));
-    case BASE_BOOL:
+    case BaseBool:
         out += load<std::uint8_t>(field) != 0 ? "true" : "false";
         return;
-    case BASE_ENUM:
+    case BaseEnum:
         return appendEntry(out, *member.enumeration, load<std::uint32_t>(field));
     default:
         return appendJsonString(out, {field, strnlen(field, member.capacity)});
@@ -78,9 +77,8 @@ void appendMember(std::string& out, const MemberDescriptor& member, const char* 
 }
 
 std::string convertText(const MemberDescriptor& member, const std::string& text, char* field) {
-    if (text.find('\0') != std::string::npos) {
+    if (text.find('\0') != std::string::npos)
         return "A text cannot hold a zero character";
-    }
     if (text.size() >= member.capacity) {
         return "A text of " + std::to_string(text.size()) + " bytes does not fit into " +
                std::to_string(member.capacity) + " with its terminator";
@@ -90,22 +88,22 @@ std::string convertText(const MemberDescriptor& member, const std::string& text,
     return {};
 }
 
-/// Writes the value's stored form to `field`. Returns the reason when it has none.
+// Writes the value's stored form to `field`. Returns the reason when it has none.
 std::string convert(const MemberDescriptor& member, const std::string& text, char* field) {
     switch (member.baseType) {
-    case BASE_INT: {
+    case BaseInt: {
         const auto number = intFromText(text.c_str());
         return number ? store(field, *number) : cannotConvert(text, "int");
     }
-    case BASE_FLOAT: {
+    case BaseFloat: {
         const auto number = floatFromText(text.c_str());
         return number ? store(field, *number) : cannotConvert(text, "float");
     }
-    case BASE_BOOL: {
+    case BaseBool: {
         const auto flag = boolFromText(text);
         return flag ? store<std::uint8_t>(field, *flag ? 1 : 0) : cannotConvertToBool();
     }
-    case BASE_ENUM: {
+    case BaseEnum: {
         const auto entry = entryFromText(*member.enumeration, text);
         return entry ? store(field, *entry) : cannotConvertToEntry(text, *member.enumeration);
     }
@@ -115,33 +113,30 @@ std::string convert(const MemberDescriptor& member, const std::string& text, cha
 }
 
 const MemberDescriptor* findMember(const StructureDescriptor& structure, const std::string& name) {
-    for (std::uint32_t i = 0; i < structure.memberCount; ++i) {
-        if (name == structure.members[i].name) {
+    for (std::uint32_t i = 0; i < structure.memberCount; ++i)
+        if (name == structure.members[i].name)
             return &structure.members[i];
-        }
-    }
     return nullptr;
 }
 
-/// The new values of one element, in the element's own layout, before any of them is stored.
+// The new values of one element, in the element's own layout, before any of them is stored.
 class ElementChange {
 public:
     explicit ElementChange(const StructureDescriptor& structure)
         : structure_(structure), values_(structure.size) {}
 
-    /// Returns the error text of the first bad pair.
+    // Returns the error text of the first bad pair.
     std::string take(const JsonObject& object) {
         for (const auto& [name, value] : object) {
             std::string error = name == "Index" ? std::string() : takeMember(name, value);
-            if (!error.empty()) {
+            if (!error.empty())
                 return error;
-            }
         }
         return {};
     }
 
-    /// Writes the members that differ, and no byte besides: other processes write their members at the same
-    /// time. Returns whether there was one.
+    // Writes the members that differ, and no byte besides: other processes write their members at the same
+    // time. Returns whether there was one.
     bool apply(char* element) const {
         bool changed = false;
         for (const MemberDescriptor* member : members_) {
@@ -158,15 +153,13 @@ public:
 private:
     std::string takeMember(const std::string& name, const JsonObjectValue& value) {
         const MemberDescriptor* const member = findMember(structure_, name);
-        if (member == nullptr) {
+        if (member == nullptr)
             return std::string(structure_.name) + " has no member " + name;
-        }
         const std::string reason = value.isNested
                                        ? "The value has to be a single one"
                                        : convert(*member, value.text, values_.data() + member->offset);
-        if (!reason.empty()) {
+        if (!reason.empty())
             return std::string(structure_.name) + "." + member->name + ": " + reason;
-        }
         members_.push_back(member);
         return {};
     }
@@ -176,21 +169,19 @@ private:
     std::vector<const MemberDescriptor*> members_;
 };
 
-/// Whether the JSON value is a single one that a member can hold.
+// Whether the JSON value is a single one that a member can hold.
 bool isSingle(const nlohmann::json& value) {
     return value.is_string() || value.is_number() || value.is_boolean();
 }
 
-/// The members as pairs; false when the text is no JSON object of single values.
+// The members as pairs; false when the text is no JSON object of single values.
 bool readObject(const char* text, JsonObject& object) {
     const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
-    if (!document.is_object()) {
+    if (!document.is_object())
         return false;
-    }
     for (const auto& [name, value] : document.items()) {
-        if (!isSingle(value)) {
+        if (!isSingle(value))
             return false;
-        }
         object.emplace_back(
             name, JsonObjectValue{value.is_string() ? value.get<std::string>() : value.dump(), false});
     }
@@ -227,17 +218,15 @@ std::string setStructureJson(const StructureDescriptor& structure, char* base, u
     }
     ElementChange change(structure);
     std::string error = change.take(object);
-    if (error.empty() && change.apply(base + variable.location + std::size_t{event.arg2} * structure.size)) {
+    if (error.empty() && change.apply(base + variable.location + std::size_t{event.arg2} * structure.size))
         postEvent(event);
-    }
     return error;
 }
 
 std::string setStructureIntrospection(const StructureDescriptor& structure, char* base, unsigned int mem,
                                       unsigned int var, Notify event, const char* value) {
     JsonObject object;
-    if (!readObject(value, object)) {
+    if (!readObject(value, object))
         return cannotConvert(value, structure.name);
-    }
     return setStructureJson(structure, base, mem, var, event, object);
 }

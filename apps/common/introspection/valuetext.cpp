@@ -15,9 +15,8 @@ std::optional<std::int32_t> intFromText(const char* text) {
     errno = 0;
     const long value = std::strtol(text, &end, 0);
     // A long of 32 bits saturates and tells by errno, one of 64 bits holds values that are too large.
-    if (end == text || errno == ERANGE || !std::in_range<std::int32_t>(value)) {
+    if (end == text || errno == ERANGE || !std::in_range<std::int32_t>(value))
         return std::nullopt;
-    }
     return static_cast<std::int32_t>(value);
 }
 
@@ -26,35 +25,29 @@ std::optional<float> floatFromText(const char* text) {
     errno = 0;
     const float value = std::strtof(text, &end);
     const bool isTooLarge = errno == ERANGE && std::isinf(value);
-    if (end == text || isTooLarge) {
+    if (end == text || isTooLarge)
         return std::nullopt;
-    }
     return value;
 }
 
 std::optional<bool> boolFromText(std::string_view text) {
-    if (text == "true") {
+    if (text == "true")
         return true;
-    }
-    if (text == "false") {
+    if (text == "false")
         return false;
-    }
     return std::nullopt;
 }
 
 std::optional<std::int32_t> entryFromText(const EnumDescriptor& enumeration, std::string_view text) {
-    for (std::uint32_t entry = 0; entry < enumeration.entryCount; ++entry) {
-        if (text == enumeration.entries[entry]) {
+    for (std::uint32_t entry = 0; entry < enumeration.entryCount; ++entry)
+        if (text == enumeration.entries[entry])
             return static_cast<std::int32_t>(entry);
-        }
-    }
     return std::nullopt;
 }
 
 std::string entryText(const EnumDescriptor& enumeration, std::uint32_t value) {
-    if (value < enumeration.entryCount) {
+    if (value < enumeration.entryCount)
         return enumeration.entries[value];
-    }
     LOG_MESSAGE(Error, "Value %i of enum %s is above number of entries (%i)", static_cast<int>(value),
                 enumeration.name, static_cast<int>(enumeration.entryCount));
     return "INVALID_VALUE:" + std::to_string(value);
@@ -80,9 +73,8 @@ std::string cannotConvertToEntry(std::string_view value, const EnumDescriptor& e
 }
 
 std::optional<std::int32_t> catalogueNumber(const char* text) {
-    if (text == nullptr) {
+    if (text == nullptr)
         return std::nullopt;
-    }
     std::int32_t value = 0;
     const auto result = std::from_chars(text, text + std::strlen(text), value);
     return result.ec == std::errc() ? std::optional(value) : std::nullopt;

@@ -11,17 +11,15 @@ namespace {
 using NameIndex = std::unordered_map<std::string_view, std::uint32_t>;
 
 const EnumDescriptor& enumAt(std::uint32_t enumeration) {
-    if (enumeration >= ENUM_ARRAY_SIZE) {
+    if (enumeration >= ENUM_ARRAY_SIZE)
         throwError(__FILE__, __LINE__, "Index exceeds limit");
-    }
     return ENUM_ARRAY[enumeration];
 }
 
 NameIndex indexNames() {
     NameIndex names;
-    for (std::uint32_t enumeration = 0; enumeration < ENUM_ARRAY_SIZE; ++enumeration) {
+    for (std::uint32_t enumeration = 0; enumeration < ENUM_ARRAY_SIZE; ++enumeration)
         names.emplace(ENUM_ARRAY[enumeration].name, enumeration);
-    }
     return names;
 }
 
@@ -41,9 +39,8 @@ std::uint32_t IntrospectionEnum::getEnumEntryCount(std::uint32_t enumeration) {
 
 const char* IntrospectionEnum::getEnumEntryName(std::uint32_t enumeration, std::uint32_t entry) {
     const EnumDescriptor& row = enumAt(enumeration);
-    if (entry >= row.entryCount) {
+    if (entry >= row.entryCount)
         throwError(__FILE__, __LINE__, "Index exceeds limit");
-    }
     return row.entries[entry];
 }
 
@@ -51,9 +48,8 @@ std::uint32_t IntrospectionEnum::getEnumIndex(const std::string& name) {
     // Each enumeration variable of the tree asks by name: walking the table would be most of the work.
     static const NameIndex names = indexNames();
     const auto found = names.find(name);
-    if (found == names.end()) {
+    if (found == names.end())
         throwError(__FILE__, __LINE__, "Unknown enum \"%s\"", name.c_str());
-    }
     return found->second;
 }
 

@@ -20,7 +20,7 @@ unsigned char* unmapped() {
     return static_cast<unsigned char*>(MAP_FAILED);
 }
 
-/// The product, or the largest number if it does not fit: larger than any mapping.
+// The product, or the largest number if it does not fit: larger than any mapping.
 std::uint64_t product(std::uint64_t left, std::uint64_t right) {
     std::uint64_t result = 0;
     const bool overflows = __builtin_mul_overflow(left, right, &result);
@@ -159,8 +159,8 @@ unsigned char* FbLinux::bufferAddress(std::int64_t index) const {
     return mapping_ + begin;
 }
 
-/// How much of the mapping there is. Of a plain file in the device's place no more can be touched than it
-/// holds: beyond its end waits SIGBUS.
+// How much of the mapping there is. Of a plain file in the device's place no more can be touched than it
+// holds: beyond its end waits SIGBUS.
 std::uint64_t FbLinux::usableSize() const {
     struct stat status {};
     if (mapping_ == unmapped() || fstat(fd_, &status) < 0)

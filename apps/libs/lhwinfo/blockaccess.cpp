@@ -11,13 +11,11 @@ bool isAligned(ConstBlock address) {
 } // namespace
 
 std::uint32_t loadWord(ConstBlock address) {
-    if (isAligned(address)) {
+    if (isAligned(address))
         return *reinterpret_cast<const volatile std::uint32_t*>(address);
-    }
     std::uint8_t bytes[sizeof(std::uint32_t)];
-    for (std::uint8_t& byte : bytes) {
+    for (std::uint8_t& byte : bytes)
         byte = *address++;
-    }
     std::uint32_t word;
     std::memcpy(&word, bytes, sizeof word);
     return word;
@@ -30,7 +28,6 @@ void storeWord(Block address, std::uint32_t word) {
     }
     std::uint8_t bytes[sizeof word];
     std::memcpy(bytes, &word, sizeof word);
-    for (const std::uint8_t byte : bytes) {
+    for (const std::uint8_t byte : bytes)
         *address++ = byte;
-    }
 }

@@ -9,17 +9,15 @@ constexpr std::uint32_t TOP_BIT = 0x80000000;
 
 constexpr std::uint32_t divided(std::uint32_t byte) {
     std::uint32_t rest = byte << 24;
-    for (int bit = 0; bit < 8; ++bit) {
+    for (int bit = 0; bit < 8; ++bit)
         rest = (rest << 1) ^ ((rest & TOP_BIT) != 0 ? POLYNOMIAL : 0);
-    }
     return rest;
 }
 
 constexpr std::array<std::uint32_t, 256> makeTable() {
     std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t byte = 0; byte < table.size(); ++byte) {
+    for (std::uint32_t byte = 0; byte < table.size(); ++byte)
         table[byte] = divided(byte);
-    }
     return table;
 }
 
@@ -29,8 +27,7 @@ constexpr std::array<std::uint32_t, 256> TABLE = makeTable();
 
 std::uint32_t crc32Mpeg2(ConstBlock bytes, unsigned int count) {
     std::uint32_t sum = 0xFFFFFFFF;
-    for (unsigned int i = 0; i < count; ++i) {
+    for (unsigned int i = 0; i < count; ++i)
         sum = (sum << 8) ^ TABLE[(sum >> 24) ^ bytes[i]];
-    }
     return sum;
 }

@@ -49,12 +49,10 @@ void HwInfo::declareCard() {
     add<PersistentInfo::Int>(card_, VERSION, PersistentInfo::PRIVATE);
     add<PersistentInfo::Int>(card_, LENGTH, PersistentInfo::PRIVATE, CARD_SIZE);
     add<PersistentInfo::Int>(card_, CHECKSUM, PersistentInfo::PRIVATE);
-    for (const char* name : TEXTS) {
+    for (const char* name : TEXTS)
         add<PersistentInfo::String>(card_, name, TEXT_LENGTH);
-    }
-    for (const char* name : NUMBERS) {
+    for (const char* name : NUMBERS)
         add<PersistentInfo::Int>(card_, name);
-    }
     add<PersistentInfo::String>(card_, Constants::HWINFO_KNOB_LINEARIZATION, LINEARIZATION_LENGTH);
 }
 
@@ -82,9 +80,8 @@ void HwInfo::initialize() {
 HwInfo::Content HwInfo::examine() {
     declareParameters();
     const unsigned int length = number(LENGTH);
-    if (length >= card_.size()) {
+    if (length >= card_.size())
         return isIntact(length) ? Content::Valid : Content::Invalid;
-    }
     // Where growing was cut short the new checksum stands beside the old length.
     const bool isBlock = length > PersistentInfo::HEADER_SIZE && (isIntact(length) || isIntact(card_.size()));
     return isBlock ? Content::Older : Content::Invalid;
@@ -109,9 +106,8 @@ bool HwInfo::read(const char* name, std::string& value) const {
 }
 
 bool HwInfo::sealed(bool isStored) {
-    if (isStored) {
+    if (isStored)
         updateChecksum();
-    }
     return isStored;
 }
 
@@ -122,9 +118,8 @@ bool HwInfo::write(const char* name, unsigned int value) {
 
 bool HwInfo::write(const std::string& assignment) {
     const std::size_t end = assignment.find('=');
-    if (end == std::string::npos || assignment.find('\0') != std::string::npos) {
+    if (end == std::string::npos || assignment.find('\0') != std::string::npos)
         return false;
-    }
     card_.requireInside(number(LENGTH));
     const std::string name = assignment.substr(0, end);
     const std::string text = assignment.substr(end + 1);
@@ -133,32 +128,26 @@ bool HwInfo::write(const std::string& assignment) {
 
 bool HwInfo::write(const char* name, const char* text, unsigned int length) {
     const PersistentInfo::Base* const parameter = card_.parameter(name);
-    if (parameter == nullptr) {
+    if (parameter == nullptr)
         return false;
-    }
-    if (parameter->isPrivate()) {
+    if (parameter->isPrivate())
         throwError(__FILE__, __LINE__, "%s is private.", name);
-    }
-    if (parameter->kind() != PersistentInfo::Kind::String || text == nullptr) {
+    if (parameter->kind() != PersistentInfo::Kind::String || text == nullptr)
         return false;
-    }
     card_.requireInside(number(LENGTH));
     return sealed(card_.set(name, std::string(text, strnlen(text, length))));
 }
 
 std::string HwInfo::refusal(const std::string& assignment) const {
     const std::size_t end = assignment.find('=');
-    if (end == std::string::npos) {
+    if (end == std::string::npos)
         return assignment + " has no \"=\"";
-    }
     const std::string name = assignment.substr(0, end);
     const PersistentInfo::Base* parameter = card_.parameter(name.c_str());
-    if (parameter == nullptr) {
+    if (parameter == nullptr)
         parameter = register_.parameter(name.c_str());
-    }
-    if (parameter == nullptr || parameter->name() != name) {
+    if (parameter == nullptr || parameter->name() != name)
         return name + " is no parameter";
-    }
     return parameter->isPrivate() ? name + " is private" : parameter->refusal(assignment.substr(end + 1));
 }
 
@@ -170,9 +159,8 @@ void HwInfo::updateChecksum() {
 void HwInfo::initNewMemory(unsigned int length) {
     const unsigned int size = card_.size();
     card_.setNewMemToDefault(length, size);
-    if (number(VERSION) != MMC_BLOCK_VERSION) {
+    if (number(VERSION) != MMC_BLOCK_VERSION)
         card_.set(VERSION, &MMC_BLOCK_VERSION);
-    }
     const unsigned int checksum = card_.checksum(size);
     card_.set(CHECKSUM, &checksum);
     card_.set(LENGTH, &size);

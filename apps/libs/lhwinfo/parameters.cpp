@@ -18,9 +18,8 @@ std::optional<std::uint32_t> parse(const std::string& text) {
     const char* const end = text.data() + text.size();
     std::uint32_t number = 0;
     const auto [stop, error] = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end) {
+    if (error != std::errc() || stop != end)
         return std::nullopt;
-    }
     return number;
 }
 
@@ -44,18 +43,16 @@ std::string PersistentInfo::Number::value(ConstBlock block, unsigned int bit) co
 
 bool PersistentInfo::Number::setValue(Block block, unsigned int bit, const std::string& text) const {
     const std::optional<std::uint32_t> number = parse(text);
-    if (!number || *number > maximum()) {
+    if (!number || *number > maximum())
         return false;
-    }
     store(block, bit, *number);
     return true;
 }
 
 std::string PersistentInfo::Number::refusal(const std::string& text) const {
     const std::optional<std::uint32_t> number = parse(text);
-    if (number && *number <= maximum()) {
+    if (number && *number <= maximum())
         return "";
-    }
     return name() + " takes a number from 0 to " + std::to_string(maximum());
 }
 
@@ -73,27 +70,23 @@ void PersistentInfo::Int::store(Block block, unsigned int bit, std::uint32_t num
 
 std::string PersistentInfo::String::value(ConstBlock block, unsigned int bit) const {
     std::string text;
-    for (ConstBlock next = block + bit / 8; text.size() < length_ && *next != 0; ++next) {
+    for (ConstBlock next = block + bit / 8; text.size() < length_ && *next != 0; ++next)
         text.push_back(static_cast<char>(*next));
-    }
     return text;
 }
 
 bool PersistentInfo::String::setValue(Block block, unsigned int bit, const std::string& text) const {
-    if (!refusal(text).empty()) {
+    if (!refusal(text).empty())
         return false;
-    }
     const Block field = block + bit / 8;
-    for (unsigned int i = 0; i < length_; ++i) {
+    for (unsigned int i = 0; i < length_; ++i)
         field[i] = i < text.size() ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0};
-    }
     return true;
 }
 
 std::string PersistentInfo::String::refusal(const std::string& text) const {
-    if (text.size() > length_) {
+    if (text.size() > length_)
         return name() + " takes at most " + std::to_string(length_) + " bytes";
-    }
     return text.find('\0') == std::string::npos ? "" : name() + " takes no zero bytes";
 }
 
@@ -102,9 +95,8 @@ std::uint64_t PersistentInfo::String::endByte(unsigned int bit) const {
 }
 
 std::uint64_t PersistentInfo::Bits::endByte(unsigned int bit) const {
-    if (width_ == 0 || width_ > WORD_BITS - bit % WORD_BITS) {
+    if (width_ == 0 || width_ > WORD_BITS - bit % WORD_BITS)
         return NOWHERE;
-    }
     return std::uint64_t{bit / WORD_BITS} * WORD_BYTES + WORD_BYTES;
 }
 

@@ -34,12 +34,11 @@ std::string printable(const std::string& text) {
     return result;
 }
 
-/// Whether a file or block device ends before byte `end`. Of a device without an end, as /dev/mem, false.
+// Whether a file or block device ends before byte `end`. Of a device without an end, as /dev/mem, false.
 bool endsBefore(int fd, off_t end) {
     struct stat status {};
-    if (fstat(fd, &status) < 0 || (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode))) {
+    if (fstat(fd, &status) < 0 || (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)))
         return false;
-    }
     const off_t size = lseek(fd, 0, SEEK_END);
     return size >= 0 && size < end;
 }
@@ -59,9 +58,8 @@ PersistentInfo::~PersistentInfo() {
 void PersistentInfo::open() {
     release();
     fd_ = ::open(device_, O_RDWR | O_CLOEXEC);
-    if (fd_ < 0) {
+    if (fd_ < 0)
         fail("open");
-    }
     // Touching a page behind the end of a file would end the process.
     if (endsBefore(fd_, off_t{offset_} + off_t{size_})) {
         errno = ENXIO;
@@ -75,20 +73,17 @@ void PersistentInfo::map() {
     mappedLength_ = std::size_t{size_} + distance_;
     const off_t start = off_t{offset_} - off_t{distance_};
     void* const mapping = mmap(nullptr, mappedLength_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, start);
-    if (mapping == nullptr || mapping == MAP_FAILED) {
+    if (mapping == nullptr || mapping == MAP_FAILED)
         fail("mmap");
-    }
     mapping_ = mapping;
     block_ = static_cast<Block>(mapping_) + distance_;
 }
 
 void PersistentInfo::release() noexcept {
-    if (mapping_ != nullptr) {
+    if (mapping_ != nullptr)
         munmap(mapping_, mappedLength_);
-    }
-    if (fd_ >= 0) {
+    if (fd_ >= 0)
         close(fd_);
-    }
     mapping_ = nullptr;
     block_ = nullptr;
     fd_ = -1;
@@ -105,22 +100,19 @@ void PersistentInfo::fail(const char* call) {
 void PersistentInfo::addInfo(std::unique_ptr<Base> parameter) {
     // Bits are counted in 32 bits.
     const std::uint64_t limit = std::min(size_, UINT_MAX / 8);
-    if (parameter->endByte(bits_) > limit) {
+    if (parameter->endByte(bits_) > limit)
         throwError(__FILE__, __LINE__, "%s does not fit.", parameter->name().c_str());
-    }
     bits_ += parameter->sizeInBits();
     parameters_.push_back(std::move(parameter));
 }
 
 PersistentInfo::Place PersistentInfo::find(const char* name) const {
-    if (name == nullptr) {
+    if (name == nullptr)
         return {};
-    }
     unsigned int bit = 0;
     for (const std::unique_ptr<Base>& parameter : parameters_) {
-        if (parameter->name() == name) {
+        if (parameter->name() == name)
             return {parameter.get(), bit};
-        }
         bit += parameter->sizeInBits();
     }
     return {};
@@ -128,27 +120,24 @@ PersistentInfo::Place PersistentInfo::find(const char* name) const {
 
 PersistentInfo::Place PersistentInfo::findToSet(const char* name, bool refusePrivate) const {
     const Place place = find(name);
-    if (refusePrivate && place.parameter != nullptr && place.parameter->isPrivate()) {
+    if (refusePrivate && place.parameter != nullptr && place.parameter->isPrivate())
         throwError(__FILE__, __LINE__, "%s is private.", name);
-    }
     return place;
 }
 
 bool PersistentInfo::get(const char* name, unsigned int& out) const {
     const Place place = find(name);
     const auto* const number = dynamic_cast<const Number*>(place.parameter);
-    if (number == nullptr) {
+    if (number == nullptr)
         return false;
-    }
     out = number->load(block_, place.bit);
     return true;
 }
 
 bool PersistentInfo::get(const char* name, std::string& out) const {
     const Place place = find(name);
-    if (place.parameter == nullptr) {
+    if (place.parameter == nullptr)
         return false;
-    }
     out = place.parameter->value(block_, place.bit);
     return true;
 }
@@ -156,9 +145,8 @@ bool PersistentInfo::get(const char* name, std::string& out) const {
 bool PersistentInfo::set(const char* name, const unsigned int* value, bool refusePrivate) {
     const Place place = findToSet(name, refusePrivate);
     const auto* const number = dynamic_cast<const Number*>(place.parameter);
-    if (number == nullptr || value == nullptr || *value > number->maximum()) {
+    if (number == nullptr || value == nullptr || *value > number->maximum())
         return false;
-    }
     number->store(block_, place.bit, *value);
     return true;
 }
@@ -169,9 +157,8 @@ bool PersistentInfo::set(const char* name, const std::string& text, bool refuseP
 }
 
 void PersistentInfo::requireInside(unsigned int length) const {
-    if (length > size_) {
+    if (length > size_)
         throwError(__FILE__, __LINE__, "Length %u is beyond the %u bytes of the block.", length, size_);
-    }
 }
 
 std::uint32_t PersistentInfo::checksum(unsigned int length) const {
@@ -181,13 +168,11 @@ std::uint32_t PersistentInfo::checksum(unsigned int length) const {
 }
 
 void PersistentInfo::setNewMemToDefault(unsigned int from, unsigned int to) {
-    if (from >= to) {
+    if (from >= to)
         return;
-    }
     requireInside(to);
-    for (unsigned int i = from; i < to; ++i) {
+    for (unsigned int i = from; i < to; ++i)
         block_[i] = 0;
-    }
 }
 
 void PersistentInfo::clearAll() {
@@ -201,9 +186,8 @@ void PersistentInfo::clearAll() {
 void PersistentInfo::printParameters(std::ostream& out) const {
     unsigned int bit = 0;
     for (const std::unique_ptr<Base>& parameter : parameters_) {
-        if (!parameter->isPrivate() && !parameter->isFiller()) {
+        if (!parameter->isPrivate() && !parameter->isFiller())
             out << parameter->name() << '=' << printable(parameter->value(block_, bit)) << '\n';
-        }
         bit += parameter->sizeInBits();
     }
 }
@@ -222,7 +206,6 @@ void PersistentInfo::printAll(std::ostream& out) const {
 }
 
 void PersistentInfo::flush() {
-    if (msync(mapping_, mappedLength_, MS_SYNC) < 0) {
+    if (msync(mapping_, mappedLength_, MS_SYNC) < 0)
         throwErrorNumber(__FILE__, __LINE__, "msync");
-    }
 }

@@ -51,7 +51,7 @@ void ColourSpans::convert(Buffer& buffer, std::ptrdiff_t count, std::string& tex
     text += buffer.data() + cursor;
 }
 
-/// Takes the text before the next escape. Returns false, with the cursor where it was, when there is none.
+// Takes the text before the next escape. Returns false, with the cursor where it was, when there is none.
 bool ColourSpans::openSequence(Buffer& buffer, std::size_t& cursor, std::string& text) {
     char* const start = buffer.data() + cursor;
     char* const escape = std::strchr(start, ESCAPE);
@@ -66,7 +66,7 @@ bool ColourSpans::openSequence(Buffer& buffer, std::size_t& cursor, std::string&
     return true;
 }
 
-/// Reads the sequence to its end. Returns false, with the cursor on a zero byte, when the read ends first.
+// Reads the sequence to its end. Returns false, with the cursor on a zero byte, when the read ends first.
 bool ColourSpans::closeSequence(const Buffer& buffer, std::size_t& cursor, std::string& text) {
     for (; isDigit(buffer[cursor]); ++cursor)
         code_ = code_ * 10 + static_cast<std::uint32_t>(buffer[cursor] - '0');

@@ -67,7 +67,7 @@ int Fcgi::listening() const {
 }
 
 void Fcgi::event(EventType type) {
-    if (type > READABLE)
+    if (type > Readable)
         return;
     const int fd = accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0)

@@ -3,39 +3,39 @@
 #include <utility>
 
 template <>
-Json::State Json::nextChar<Json::START>(char c) {
+Json::State Json::nextChar<Json::Start>(char c) {
     containerClose_ = isObjectStart(c);
     if (containerClose_ == 0)
-        return ERROR;
+        return Error;
     isArray_ = c == '[';
     return nextElement();
 }
 
 template <>
-Json::State Json::nextChar<Json::KEY_START>(char c) {
+Json::State Json::nextChar<Json::KeyStart>(char c) {
     keyQuote_ = isString(c) ? c : '\0';
     if (keyQuote_ == 0)
         key_ += c;
-    return IN_KEY;
+    return InKey;
 }
 
 template <>
-Json::State Json::nextChar<Json::IN_KEY>(char c) {
+Json::State Json::nextChar<Json::InKey>(char c) {
     if (c == ':')
-        return VALUE_START;
+        return ValueStart;
     if (isWhitespace(c) || (keyQuote_ != 0 && c == keyQuote_))
-        return AFTER_KEY;
+        return AfterKey;
     key_ += c;
-    return IN_KEY;
+    return InKey;
 }
 
 template <>
-Json::State Json::nextChar<Json::AFTER_KEY>(char c) {
-    return c == ':' ? VALUE_START : ERROR;
+Json::State Json::nextChar<Json::AfterKey>(char c) {
+    return c == ':' ? ValueStart : Error;
 }
 
 template <>
-Json::State Json::nextChar<Json::VALUE_START>(char c) {
+Json::State Json::nextChar<Json::ValueStart>(char c) {
     const char close = isObjectStart(c);
     value_.isNested = close != 0;
     valueOpen_ = close != 0 ? c : '\0';
@@ -43,61 +43,61 @@ Json::State Json::nextChar<Json::VALUE_START>(char c) {
     depth_ = 1;
     if (!isString(c))
         value_.text += c;
-    return IN_VALUE;
+    return InValue;
 }
 
 template <>
-Json::State Json::nextChar<Json::IN_VALUE>(char c) {
+Json::State Json::nextChar<Json::InValue>(char c) {
     if (valueClose_ == 0) {
         if (isWhitespace(c))
-            return AFTER_VALUE;
+            return AfterValue;
         if (c == ',')
             return nextElement();
         if (c == containerClose_)
-            return END;
+            return End;
     } else if (c == valueClose_ && --depth_ == 0) {
         if (value_.isNested)
             value_.text += c;
-        return AFTER_VALUE;
+        return AfterValue;
     } else if (valueOpen_ != 0 && c == valueOpen_) {
         ++depth_;
     }
     value_.text += c;
-    return IN_VALUE;
+    return InValue;
 }
 
 template <>
-Json::State Json::nextChar<Json::AFTER_VALUE>(char c) {
+Json::State Json::nextChar<Json::AfterValue>(char c) {
     if (c == ',')
         return nextElement();
-    return c == containerClose_ ? END : ERROR;
+    return c == containerClose_ ? End : Error;
 }
 
 template <>
-Json::State Json::nextChar<Json::END>(char /*c*/) {
-    return ERROR; // white space does not reach it
+Json::State Json::nextChar<Json::End>(char /*c*/) {
+    return Error; // white space does not reach it
 }
 
 Json::State Json::step(char c) {
-    if (state_ == IN_VALUE) // first: nearly every character of a large body
-        return nextChar<IN_VALUE>(c);
-    if (state_ != IN_KEY && isWhitespace(c))
+    if (state_ == InValue) // first: nearly every character of a large body
+        return nextChar<InValue>(c);
+    if (state_ != InKey && isWhitespace(c))
         return state_;
     switch (state_) {
-    case START:
-        return nextChar<START>(c);
-    case KEY_START:
-        return nextChar<KEY_START>(c);
-    case IN_KEY:
-        return nextChar<IN_KEY>(c);
-    case AFTER_KEY:
-        return nextChar<AFTER_KEY>(c);
-    case VALUE_START:
-        return nextChar<VALUE_START>(c);
-    case AFTER_VALUE:
-        return nextChar<AFTER_VALUE>(c);
+    case Start:
+        return nextChar<Start>(c);
+    case KeyStart:
+        return nextChar<KeyStart>(c);
+    case InKey:
+        return nextChar<InKey>(c);
+    case AfterKey:
+        return nextChar<AfterKey>(c);
+    case ValueStart:
+        return nextChar<ValueStart>(c);
+    case AfterValue:
+        return nextChar<AfterValue>(c);
     default:
-        return nextChar<END>(c);
+        return nextChar<End>(c);
     }
 }
 
@@ -113,8 +113,8 @@ bool Json::parse(const std::string& text) {
     *this = Json();
     for (std::size_t i = 0; i < text.size(); ++i) {
         const State previous = std::exchange(state_, step(text[i]));
-        const bool valueEnded = previous == IN_VALUE && state_ != IN_VALUE;
-        if (state_ == ERROR || (valueEnded && !storePair())) {
+        const bool valueEnded = previous == InValue && state_ != InValue;
+        if (state_ == Error || (valueEnded && !storePair())) {
             errorPosition_ = static_cast<int>(i);
             return false;
         }

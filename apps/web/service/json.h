@@ -14,7 +14,7 @@ class Json {
 public:
     using ObjectValue = JsonObjectValue;
 
-    enum State { START, KEY_START, IN_KEY, AFTER_KEY, VALUE_START, IN_VALUE, AFTER_VALUE, END, ERROR };
+    enum State { Start, KeyStart, InKey, AfterKey, ValueStart, InValue, AfterValue, End, Error };
 
     /// More pairs than this are an error: each takes many times the memory of its text.
     static constexpr std::size_t MAX_PAIRS = 65536;
@@ -45,7 +45,7 @@ private:
     template <int STATE>
     State nextChar(char c);
     State step(char c);
-    State nextElement() const { return isArray_ ? VALUE_START : KEY_START; }
+    State nextElement() const { return isArray_ ? ValueStart : KeyStart; }
     bool storePair();
 
     JsonObject result_;
@@ -58,5 +58,5 @@ private:
     char containerClose_ = 0;
     bool isArray_ = false;
     int errorPosition_ = -1;
-    State state_ = START;
+    State state_ = Start;
 };

@@ -15,8 +15,8 @@ namespace {
 constexpr char COMMAND[] = "dmesg --color=always -w";
 constexpr int NOT_EXECUTED = 127;
 
-/// Keeps all signals waiting while it lives: one that met the child before its exec would run the service's
-/// handler there and be lost.
+// Keeps all signals waiting while it lives: one that met the child before its exec would run the service's
+// handler there and be lost.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -32,7 +32,7 @@ private:
     sigset_t before_{};
 };
 
-/// What exec would hand on: SIGPIPE is ignored in the service, but has to end a child that nobody listens to.
+// What exec would hand on: SIGPIPE is ignored in the service, but has to end a child that nobody listens to.
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number)
         std::signal(number, SIG_DFL);
@@ -115,9 +115,9 @@ int Logging::popen(const char* command, int& pid) {
 
 void Logging::event(EventType type) {
     try {
-        if (type == HANGUP)
+        if (type == Hangup)
             hangUp();
-        else if (type == PRIORITY || type == READABLE)
+        else if (type == Priority || type == Readable)
             parseData();
     } catch (const std::exception& exception) {
         LOG_MESSAGE(Error, "%s", exception.what());

@@ -12,8 +12,8 @@ namespace {
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
 
-/// A large body's memory, and that of what is made of it, goes back to the system as soon as the request is
-/// over, instead of staying in the heap.
+// A large body's memory, and that of what is made of it, goes back to the system as soon as the request is
+// over, instead of staying in the heap.
 void returnLargeBlocks() {
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
@@ -26,7 +26,7 @@ int run() {
     RequestHandler handler(poll, fcgi);
     fcgi.callback = &handler;
     gen::getServerConnection()->handler = &handler;
-    while (poll.wait(TURN_MS, false) != EventPoll::TERMINATE)
+    while (poll.wait(TURN_MS, false) != EventPoll::Terminate)
         handler.periodic();
     gen::closeServerConnection();
     return 0;

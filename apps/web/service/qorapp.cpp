@@ -38,7 +38,7 @@ constexpr Kind KINDS[] = {
     {"/setups", Constants::SETUPS_FOLDER},
 };
 
-/// Takes `prefix` off the front of `text`. Returns false when it does not stand there.
+// Takes `prefix` off the front of `text`. Returns false when it does not stand there.
 bool take(std::string_view& text, std::string_view prefix) {
     if (!text.starts_with(prefix))
         return false;
@@ -48,11 +48,11 @@ bool take(std::string_view& text, std::string_view prefix) {
 
 const char* answerOf(UserFiles::Stored stored) {
     switch (stored) {
-    case UserFiles::Stored::NOT_OPENED:
+    case UserFiles::Stored::NotOpened:
         return OPEN_ERROR;
-    case UserFiles::Stored::NOT_WRITTEN:
+    case UserFiles::Stored::NotWritten:
         return WRITE_ERROR;
-    case UserFiles::Stored::DONE:
+    case UserFiles::Stored::Done:
         break;
     }
     return SUCCESS;
@@ -62,7 +62,7 @@ bool isFaultSearch() {
     return gComponentLogLevel != nullptr && *gComponentLogLevel < gen::LogLevel::DebugMost;
 }
 
-/// Keeps what the app has sent, for somebody who looks for a fault.
+// Keeps what the app has sent, for somebody who looks for a fault.
 void copyBody(const std::string& body) {
     OutputFile copy;
     copy.open(BODY_COPY);
@@ -205,7 +205,7 @@ void QorApp::update(Request* request) {
     request->output() << R"({"taskid": ")" << deviceId << R"(" })";
 }
 
-/// REQUIRES: a dash in `deviceId`.
+// REQUIRES: a dash in `deviceId`.
 void QorApp::offerFile(const std::string& deviceId, const std::string& file) {
     if (deviceId == deviceId_) {
         moveFile(file, Constants::SUP_FILE);

@@ -10,11 +10,11 @@ ReceiveBuffer::Result ReceiveBuffer::fill(int fd) {
     const ssize_t received = recv(fd, chunk.data(), chunk.size(), MSG_DONTWAIT);
     if (received > 0) {
         bytes_.append(chunk.data(), static_cast<std::size_t>(received));
-        return Result::DATA;
+        return Result::Data;
     }
     // Interrupted or woken for nothing: the loop comes back. Any other error is the end of the connection.
     const bool comesBack = received < 0 && (errno == EINTR || errno == EAGAIN);
-    return comesBack ? Result::NOTHING : Result::CLOSED;
+    return comesBack ? Result::Nothing : Result::Closed;
 }
 
 bool ReceiveBuffer::hasRecord() const {

@@ -15,9 +15,9 @@ public:
     static constexpr std::size_t HEADER_SIZE = 8;
 
     enum class Result {
-        DATA,    ///< bytes were added
-        NOTHING, ///< nothing there just now
-        CLOSED   ///< the peer has closed or reset the connection; what arrived before can still be taken
+        Data,    ///< bytes were added
+        Nothing, ///< nothing there just now
+        Closed   ///< the peer has closed or reset the connection; what arrived before can still be taken
     };
 
     /// Receives once from the socket, without blocking. Does not own the descriptor.

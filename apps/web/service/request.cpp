@@ -19,8 +19,8 @@ constexpr std::size_t FLUSH_SIZE = 8192;
 constexpr char ZEROS[8] = {};
 constexpr std::size_t MAX_RESERVED = 96U << 20;
 
-/// The bytes to make room for when a body of the length `text` begins to arrive: a body that outgrows its
-/// room again and again is held twice while it moves. What the web server says is not trusted beyond a limit.
+// The bytes to make room for when a body of the length `text` begins to arrive: a body that outgrows its
+// room again and again is held twice while it moves. What the web server says is not trusted beyond a limit.
 std::size_t roomFor(const std::string& text) {
     std::size_t length = 0;
     std::from_chars(text.data(), text.data() + text.size(), length);
@@ -37,9 +37,9 @@ Request::~Request() {
 
 void Request::event(EventType type) {
     try {
-        if (type == HANGUP)
+        if (type == Hangup)
             hangUp();
-        else if (type == PRIORITY || type == READABLE)
+        else if (type == Priority || type == Readable)
             receive();
     } catch (const std::exception& exception) {
         fail(exception.what());
@@ -51,7 +51,7 @@ void Request::receive() {
     while (!isClosed() && input_.hasRecord())
         readRecord();
     input_.release();
-    if (result == ReceiveBuffer::Result::CLOSED && !isClosed())
+    if (result == ReceiveBuffer::Result::Closed && !isClosed())
         hangUp();
 }
 
@@ -68,7 +68,7 @@ bool Request::readRecord() {
     LOG_MESSAGE(DebugAll, "REQUEST     rx(%i, %i, %i)", header_[2] << 8 | header_[3], type,
                 static_cast<int>(length));
     const std::string_view content = input_.take(length + padding);
-    if (content.size() != length + padding || type > MAX_TYPE)
+    if (content.size() != length + padding || type > MaxType)
         return false;
     handleRecord(type, content.substr(0, length));
     return true;
@@ -77,14 +77,14 @@ bool Request::readRecord() {
 void Request::handleRecord(unsigned char type, std::string_view content) {
     const auto* data = reinterpret_cast<const unsigned char*>(content.data());
     const int length = static_cast<int>(content.size());
-    if (type == BEGIN_REQUEST) {
+    if (type == BeginRequest) {
         const bool keepConnection = length > 2 && (data[2] & 1) != 0;
         begin(static_cast<unsigned short>(header_[2] << 8 | header_[3]), keepConnection);
-    } else if (type == PARAMS) {
+    } else if (type == Params) {
         addParams(data, length);
-    } else if (type == STDIN && length > 0) {
+    } else if (type == Stdin && length > 0) {
         appendPostData(data, length);
-    } else if (type == STDIN) {
+    } else if (type == Stdin) {
         fcgi_->addRequest(this);
     }
 }
@@ -168,11 +168,11 @@ void Request::writeHeader(const char* header) {
 }
 
 void Request::sendOutput() {
-    sendStream(output_, STDOUT);
+    sendStream(output_, Stdout);
 }
 
 void Request::sendError() {
-    sendStream(error_, STDERR);
+    sendStream(error_, Stderr);
 }
 
 void Request::sendStream(TextStream& stream, RecordType type) {
@@ -189,7 +189,7 @@ void Request::end() {
         throw std::runtime_error("Request has no Fcgi.");
     sendOutput();
     sendError();
-    header_[1] = END_REQUEST;
+    header_[1] = EndRequest;
     writeRecord(ZEROS, sizeof(ZEROS)); // status 0, FCGI_REQUEST_COMPLETE
     LOG_MESSAGE(DebugMost, "REQUEST    end(%i, %i)", static_cast<int>(id_), requestId_);
     finished_ = true;

@@ -33,13 +33,13 @@ class Fcgi;
 class Request : public EventPoll::Callback {
 public:
     enum RecordType : unsigned char {
-        BEGIN_REQUEST = 1,
-        END_REQUEST = 3,
-        PARAMS = 4,
-        STDIN = 5,
-        STDOUT = 6,
-        STDERR = 7,
-        MAX_TYPE = 10
+        BeginRequest = 1,
+        EndRequest = 3,
+        Params = 4,
+        Stdin = 5,
+        Stdout = 6,
+        Stderr = 7,
+        MaxType = 10
     };
 
     /// Content of a written record at most: the largest multiple of 8 that its length field holds.

@@ -31,16 +31,16 @@ std::optional<unsigned int> findVariable(unsigned int mem, const std::string& na
 
 bool isInRange(unsigned int mem, unsigned int var, const std::string& value) {
     const int baseType = Introspection::getVarBaseType(mem, var);
-    if (baseType != BASE_INT && baseType != BASE_FLOAT)
+    if (baseType != BaseInt && baseType != BaseFloat)
         return true;
     std::string error;
     return Introspection::checkMinMax(mem, var, value.c_str(), error);
 }
 
-/// Asks the variable's setter. What it says is not told: the answer is whether the variable exists.
+// Asks the variable's setter. What it says is not told: the answer is whether the variable exists.
 void applyValue(unsigned int mem, unsigned int var, const JsonObject& pairs, int index) {
     const std::string& value = pairs.back().second.text;
-    if (Introspection::getVarBaseType(mem, var) == BASE_STRUCT)
+    if (Introspection::getVarBaseType(mem, var) == BaseStruct)
         Introspection::setVarValueJson(mem, var, pairs, index);
     else if (isInRange(mem, var, value))
         Introspection::setVarValue(mem, var, value.c_str());
@@ -51,7 +51,7 @@ bool waitsFor(const Request& request, int what) {
     return tag != nullptr && *tag == what;
 }
 
-/// Piece by piece, so that the output stream never holds a copy of all of it.
+// Piece by piece, so that the output stream never holds a copy of all of it.
 void answerText(Request& request, std::string_view text) {
     constexpr std::size_t PIECE = 32768;
     for (; !text.empty(); text.remove_prefix(std::min(PIECE, text.size())))
@@ -239,8 +239,8 @@ void RequestHandler::sendUpdate(Request& request, const std::string& update) {
     }
 }
 
-/// The length in front is that of this moment, even if the text follows much later: a client that waited adds
-/// the length of what it got.
+// The length in front is that of this moment, even if the text follows much later: a client that waited adds
+// the length of what it got.
 void RequestHandler::openLog(Request& request) {
     request.writeHeader("Content-type: text/html\r\n\r\n");
     request.output() << logging_.text().size() << "\r\n";

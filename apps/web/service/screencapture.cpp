@@ -14,7 +14,7 @@ constexpr char LIBRARY_VERSION[] = "1.6.37"; // any 1.6 takes it
 constexpr int BIT_DEPTH = 8;
 constexpr std::uint32_t SCREEN_BITS_PER_PIXEL = 32;
 
-/// Sets the stream of a picture for as long as it is taken, whichever way that ends.
+// Sets the stream of a picture for as long as it is taken, whichever way that ends.
 class StreamInUse {
 public:
     StreamInUse(std::ostream*& place, std::ostream& out) : place_(place) { place_ = &out; }
@@ -26,10 +26,10 @@ private:
     std::ostream*& place_;
 };
 
-/// Runs one stage of the encoding; false when libpng has met an error. libpng jumps back here then, past
-/// everything in between: neither this function nor a stage has anything to destroy, and no variable of
-/// theirs changes after setjmp. The place to jump to is gone as soon as this function returns: outside of
-/// stages libpng is called only to create and to destroy, which does not jump.
+// Runs one stage of the encoding; false when libpng has met an error. libpng jumps back here then, past
+// everything in between: neither this function nor a stage has anything to destroy, and no variable of
+// theirs changes after setjmp. The place to jump to is gone as soon as this function returns: outside of
+// stages libpng is called only to create and to destroy, which does not jump.
 template <typename Stage>
 bool succeeds(png_structp png, const Stage& stage) {
     static_assert(std::is_trivially_destructible_v<Stage>);
@@ -39,7 +39,7 @@ bool succeeds(png_structp png, const Stage& stage) {
     return true;
 }
 
-/// False when the stream throws.
+// False when the stream throws.
 bool passOn(ScreenCapture& capture, const unsigned char* data, std::size_t length) {
     try {
         capture.write(data, static_cast<unsigned int>(length));
@@ -49,14 +49,14 @@ bool passOn(ScreenCapture& capture, const unsigned char* data, std::size_t lengt
     }
 }
 
-/// libpng's write function. An exception does not get through libpng, which is C, so it becomes libpng's own
-/// error, raised where the exception is gone already.
+// libpng's write function. An exception does not get through libpng, which is C, so it becomes libpng's own
+// error, raised where the exception is gone already.
 void writeData(png_structp png, png_bytep data, png_size_t length) {
     if (!passOn(*static_cast<ScreenCapture*>(png_get_io_ptr(png)), data, length))
         png_error(png, "Write Error");
 }
 
-/// Owns libpng's structures. Each call is one stage; a failure throws its text.
+// Owns libpng's structures. Each call is one stage; a failure throws its text.
 class Encoder {
 public:
     Encoder() : png_(png_create_write_struct(LIBRARY_VERSION, nullptr, nullptr, nullptr)) {
@@ -87,7 +87,7 @@ public:
             throwError(__FILE__, __LINE__, "PNG: write info error");
     }
 
-    /// `rows` are as many as the header says, each of width * 4 bytes.
+    // `rows` are as many as the header says, each of width * 4 bytes.
     void writeImage(png_bytepp rows) {
         const auto stage = [this, rows] {
             png_set_rows(png_, info_, rows);

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Moves the front of `parts` behind the first `count` bytes.
+// Moves the front of `parts` behind the first `count` bytes.
 void dropFront(std::span<iovec>& parts, std::size_t count) {
     while (!parts.empty() && count >= parts.front().iov_len) {
         count -= parts.front().iov_len;
@@ -21,7 +21,7 @@ void dropFront(std::span<iovec>& parts, std::size_t count) {
     }
 }
 
-/// False when the peer has taken nothing for the whole time, with ETIMEDOUT. A signal starts the wait anew.
+// False when the peer has taken nothing for the whole time, with ETIMEDOUT. A signal starts the wait anew.
 bool waitWritable(int fd, int timeoutMs) {
     pollfd waiting{fd, POLLOUT, 0};
     const int ready = poll(&waiting, 1, timeoutMs);

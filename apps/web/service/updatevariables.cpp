@@ -56,7 +56,7 @@ std::string stateName(std::int32_t state) {
     return getUpdateStateIntrospection(&state, 0);
 }
 
-/// Any values may stand in the memory: 64 bits hold what becomes of them, and the lower 32 are the result.
+// Any values may stand in the memory: 64 bits hold what becomes of them, and the lower 32 are the result.
 std::int32_t overallProgress() {
     const std::int64_t count = COUNT.read();
     if (count == 0)

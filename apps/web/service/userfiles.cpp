@@ -21,7 +21,7 @@ bool hasNul(const std::string& name) {
     return name.find('\0') != std::string::npos;
 }
 
-/// Opens a regular file. What is none, such as a folder or a pipe without a writer, is not waited for.
+// Opens a regular file. What is none, such as a folder or a pipe without a writer, is not waited for.
 Descriptor openForReading(const std::string& path) {
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
@@ -30,7 +30,7 @@ Descriptor openForReading(const std::string& path) {
     return file;
 }
 
-/// Reads up to a chunk into `chunk`. Returns false at the end and, with a Warn line, on a read error.
+// Reads up to a chunk into `chunk`. Returns false at the end and, with a Warn line, on a read error.
 bool readChunk(const Descriptor& file, std::string& chunk) {
     chunk.resize(CHUNK);
     ssize_t size = -1;
@@ -73,8 +73,8 @@ UserFiles::Stored UserFiles::store(const std::string& name, std::string_view con
         LOG_MESSAGE(Warn, "Could not create directory %s", folder_.c_str());
     OutputFile file;
     if (!file.open(folder_ + name))
-        return Stored::NOT_OPENED;
-    return file.write(content) ? Stored::DONE : Stored::NOT_WRITTEN;
+        return Stored::NotOpened;
+    return file.write(content) ? Stored::Done : Stored::NotWritten;
 }
 
 bool UserFiles::remove(const std::string& name) const {

@@ -12,7 +12,7 @@ class Request;
 /// the name, joined as they are; a name with a NUL character names nothing.
 class UserFiles {
 public:
-    enum class Stored { DONE, NOT_OPENED, NOT_WRITTEN };
+    enum class Stored { Done, NotOpened, NotWritten };
 
     /// `folder` ends in a slash.
     explicit UserFiles(std::string folder) : folder_(std::move(folder)) {}

@@ -21,13 +21,13 @@ std::string printBounded(unsigned int mem, unsigned int var, const std::string& 
 std::string printElement(unsigned int mem, unsigned int var, char* base, int index) {
     const VariableDescriptor& variable = MEMORY_ARRAY[mem].variables[var];
     switch (variable.baseType) {
-    case BASE_STRUCT:
+    case BaseStruct:
         return valueText(variable, base, index);
-    case BASE_ENUM:
+    case BaseEnum:
         return IntrospectionEnum::printEnum(valueText(variable, base, 0), variable.type);
-    case BASE_BOOL:
+    case BaseBool:
         return Introspection::printBool(valueText(variable, base, index) == "true");
-    case BASE_BUFFER:
+    case BaseBuffer:
         return printBounded(mem, var, valueText(variable, base, index), "string");
     default:
         return printBounded(mem, var, valueText(variable, base, index), variable.type);
@@ -36,7 +36,7 @@ std::string printElement(unsigned int mem, unsigned int var, char* base, int ind
 
 bool isPrintedAsArray(unsigned int mem, unsigned int var) {
     const int baseType = Introspection::getVarBaseType(mem, var);
-    return baseType != BASE_STRING && baseType != BASE_BUFFER && Introspection::isArray(mem, var);
+    return baseType != BaseString && baseType != BaseBuffer && Introspection::isArray(mem, var);
 }
 
 } // namespace

@@ -20,12 +20,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Events = std::vector<Notify>;
 
-constexpr Notify SUBSCRIBE{EVENT_SUBSCRIBE, 0, 0};
-constexpr Notify UNSUBSCRIBE{EVENT_UNSUBSCRIBE, 0, 0};
-constexpr Notify SUBSCRIBE_ALL{EVENT_SUBSCRIBE_ALL, 0, 0};
-constexpr Notify UNSUBSCRIBE_ALL{EVENT_UNSUBSCRIBE_ALL, 0, 0};
+constexpr Notify SUBSCRIBE{EventSubscribe, 0, 0};
+constexpr Notify UNSUBSCRIBE{EventUnsubscribe, 0, 0};
+constexpr Notify SUBSCRIBE_ALL{EventSubscribeAll, 0, 0};
+constexpr Notify UNSUBSCRIBE_ALL{EventUnsubscribeAll, 0, 0};
 
-/// A process of the device, as the broker sees it.
+// A process of the device, as the broker sees it.
 class Peer {
 public:
     explicit Peer(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -42,13 +42,12 @@ public:
         EXPECT_EQ(::send(fd_, bytes, size, MSG_NOSIGNAL), static_cast<ssize_t>(size));
     }
 
-    /// All that has arrived since the last call.
+    // All that has arrived since the last call.
     Events received() {
         Events events;
         Notify event;
-        while (recv(fd_, &event, sizeof event, MSG_DONTWAIT) == sizeof event) {
+        while (recv(fd_, &event, sizeof event, MSG_DONTWAIT) == sizeof event)
             events.push_back(event);
-        }
         return events;
     }
 
@@ -145,15 +144,13 @@ TEST_F(BrokerTest, AClientThatDoesNotReadIsDroppedAndTheOthersMissNothing) {
 TEST_F(BrokerTest, AClientThatReadsLateGetsAllInOrder) {
     const auto late = connect({SUBSCRIBE_ALL});
     const auto sender = connect();
-    for (std::uint32_t count = 0; count < Client::QUEUE_LIMIT; ++count) {
+    for (std::uint32_t count = 0; count < Client::QUEUE_LIMIT; ++count)
         send(*sender, {{7, count, 0}});
-    }
     for (std::uint32_t next = 0; next < Client::QUEUE_LIMIT; broker_->turn(0)) {
         const Events events = late->received();
         ASSERT_THAT(events, testing::Not(IsEmpty()));
-        for (const Notify& event : events) {
+        for (const Notify& event : events)
             EXPECT_EQ(event.arg1, next++);
-        }
     }
 }
 

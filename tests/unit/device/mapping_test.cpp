@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The mapped path under "/root", or a word for what is not mapped.
+// The mapped path under "/root", or a word for what is not mapped.
 std::string map(const std::string& path, std::size_t size = PATH_MAX) {
     std::string out(size, '#');
     switch (mappedPath("/root", path.c_str(), out.data(), size)) {
@@ -29,13 +29,11 @@ TEST(MappedPath, DoubledSlashesAndDotsNeitherHideNorFeignADevicePath) {
         {"/update/x/..", "/root/update/"},      {"/update/../etc/passwd", "elsewhere"},
         {"/var/LDA/..", "elsewhere"},           {"/var/LDA/../../../../dev/null", "elsewhere"},
     };
-    for (const auto& [path, mapped] : paths) {
+    for (const auto& [path, mapped] : paths)
         EXPECT_EQ(map(path), mapped) << path;
-    }
     for (const char* path : {"/updateX", "/updat", "/dev/fb01", "/dev/fb0/x", "/var/LDAX/a", "/var/lda/a",
-                             "/var", "/tmp/post-data/x", "/", "", "update/x", "dev/kmsg", "./update"}) {
+                             "/var", "/tmp/post-data/x", "/", "", "update/x", "dev/kmsg", "./update"})
         EXPECT_EQ(map(path), "elsewhere") << path;
-    }
 }
 
 TEST(MappedPath, FitsToTheLastByteOrIsTooLong) {

@@ -15,13 +15,12 @@
 
 namespace {
 
-/// The test program is linked with the library, so its own calls meet the wrappers.
+// The test program is linked with the library, so its own calls meet the wrappers.
 class Preload : public testing::Test {
 protected:
     Preload() {
-        for (const char* folder : {"/dev", "/update", "/var/LDA"}) {
+        for (const char* folder : {"/dev", "/update", "/var/LDA"})
             std::filesystem::create_directories(root_ + folder);
-        }
         setenv("VIRTUAL_DEVICE_ROOT", root_.c_str(), 1);
         setenv("VIRTUAL_DEVICE_NAME", name_.c_str(), 1);
     }
@@ -32,7 +31,7 @@ protected:
         std::filesystem::remove_all(root_);
     }
 
-    /// Closes a descriptor that must be open and returns whether a file stands at `place` under the root.
+    // Closes a descriptor that must be open and returns whether a file stands at `place` under the root.
     bool made(int fd, const std::string& place) {
         EXPECT_GE(fd, 0);
         close(fd);
@@ -73,9 +72,8 @@ TEST_F(Preload, EveryWayToOpenMoveAndRemoveLeadsIntoTheRootAndLeavesErrnoAlone) 
 TEST_F(Preload, WritersOfTheKernelLogDoNotOverwriteEachOther) {
     const int first = open("/dev/kmsg", O_WRONLY | O_CLOEXEC);
     const int second = open("/dev/kmsg", O_WRONLY | O_TRUNC | O_CLOEXEC);
-    for (const int fd : {first, second, first}) {
+    for (const int fd : {first, second, first})
         EXPECT_EQ(write(fd, "line\n", 5), 5);
-    }
     EXPECT_EQ(std::filesystem::file_size(root_ + "/dev/kmsg"), 15U);
     EXPECT_TRUE(made(first, "/dev/kmsg"));
     close(second);

@@ -94,11 +94,9 @@ TEST_F(SimulationTest, WhatIsAskedForIsDone) {
 TEST_F(SimulationTest, ASoakChangesAsManyVariablesAsItWasToldAtEveryStepToValuesThatCanBeForetold) {
     std::vector<std::pair<Variable, std::string>> values;
     for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
-            if (MEMORY_ARRAY[mem].variables[var].baseType <= BASE_BOOL) {
+        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var)
+            if (MEMORY_ARRAY[mem].variables[var].baseType <= BaseBool)
                 values.emplace_back(Variable(mem, var), "");
-            }
-        }
     }
     Soak soak(50);
     for (int step = 1; step < 1100; ++step) {
@@ -111,9 +109,8 @@ TEST_F(SimulationTest, ASoakChangesAsManyVariablesAsItWasToldAtEveryStepToValues
         ASSERT_TRUE(step == 1 || changed == 50) << changed << " changed at step " << step;
     }
     Soak large(500);
-    for (int step = 1; step <= 7; ++step) {
+    for (int step = 1; step <= 7; ++step)
         large.step(0);
-    }
     // The first candidates: RadioPower, RadioBoost, FocusTorque (1 to 4) are its variables 0, 1 and 2.
     EXPECT_TRUE(Variable("RadioPower").toBool());
     EXPECT_FALSE(Variable("RadioBoost").toBool());

@@ -17,18 +17,16 @@
 class SimulationTest : public testing::Test {
 protected:
     SimulationTest() {
-        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
             *memory.basePointer = memories_.emplace_back(memory.size).data();
-        }
         gServerConnection = &connection_;
         fillContent();
     }
 
     ~SimulationTest() override {
         gServerConnection = nullptr;
-        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
             *memory.basePointer = nullptr;
-        }
         shutdown(ends_[1], SHUT_RDWR);
         broker_.join();
         close(ends_[1]);
@@ -41,9 +39,8 @@ protected:
 
     /// Plays the scene up to `endMs`, a frame at a time.
     void playTo(double endMs) {
-        for (; timeMs_ < endMs; timeMs_ += 40) {
+        for (; timeMs_ < endMs; timeMs_ += 40)
             scene_.step(timeMs_);
-        }
     }
 
     /// Sets a variable as another process does: with an event to the scene.

@@ -20,7 +20,7 @@ protected:
         return readUpdateFile(path_);
     }
 
-    /// Plays up to `endMs` and returns the states that the variable goes through.
+    // Plays up to `endMs` and returns the states that the variable goes through.
     std::string statesTo(double endMs, const char* variable) {
         std::string states;
         for (std::string last; timeMs_ < endMs; timeMs_ += 40) {

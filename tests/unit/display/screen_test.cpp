@@ -35,7 +35,7 @@ Bytes drawn(const Reading& reading) {
     return pixels;
 }
 
-/// Whether two pictures differ in the rows from `first` to before `last`, in 480ths of the height.
+// Whether two pictures differ in the rows from `first` to before `last`, in 480ths of the height.
 bool differ(const Bytes& left, const Bytes& right, int first, int last) {
     const auto row = [](int at) { return std::ptrdiff_t{4} * WIDTH * (at * HEIGHT / 480); };
     return !std::equal(left.begin() + row(first), left.begin() + row(last), right.begin() + row(first));
@@ -43,9 +43,8 @@ bool differ(const Bytes& left, const Bytes& right, int first, int last) {
 
 TEST(Screen, EachReadingShowsInItsPlaceAndThePixelsThatWereThereAreCovered) {
     const Bytes before = drawn(usual());
-    for (std::size_t i = 3; i < before.size(); i += 4) {
+    for (std::size_t i = 3; i < before.size(); i += 4)
         ASSERT_EQ(before[i], 255) << "transparent at byte " << i;
-    }
     const auto expectChanged = [&](int first, int last, std::initializer_list<void (*)(Reading&)> changes) {
         for (const auto change : changes) {
             Reading reading = usual();

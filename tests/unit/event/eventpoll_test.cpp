@@ -21,7 +21,7 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 
-/// Notes its events; `action` runs inside of each.
+// Notes its events; `action` runs inside of each.
 struct Recorder : EventPoll::Callback {
     void event(EventType type) override {
         types.push_back(type);
@@ -59,7 +59,7 @@ TEST_F(EventPollTest, ReadableIsReportedAsLongAsItIsAndHangUpGoesBeforeDataThatI
     EXPECT_EQ(poll_.wait(0, true), 2);
 }
 
-/// The two ends of a TCP connection: other kinds know no urgent data.
+// The two ends of a TCP connection: other kinds know no urgent data.
 std::pair<int, int> tcpConnection() {
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};

@@ -31,7 +31,7 @@ struct Recorder : ServerConnection::EventHandler {
     std::function<void()> action = [] {};
 };
 
-/// A connection whose other end, the broker's, is in the test's hands.
+// A connection whose other end, the broker's, is in the test's hands.
 class ServerConnectionTest : public testing::Test {
 protected:
     ServerConnectionTest() {
@@ -136,7 +136,7 @@ TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFailsAsWithoutACon
     EXPECT_EQ(poll_.wait(1000, true), 3);
     EXPECT_EQ(poll_.wait(0, true), 2);
     EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
-    connection_->event(EventPoll::Callback::READABLE);
+    connection_->event(EventPoll::Callback::Readable);
     EXPECT_THAT(textThrownBy([] {
                     postEvent({7, 0, 0});
                 }),
@@ -146,7 +146,7 @@ TEST_F(ServerConnectionTest, BrokerThatHangsUpIsLeftAndPostingFailsAsWithoutACon
 TEST_F(ServerConnectionTest, ReadErrorClosesTheConnectionAndIsNoException) {
     connection_->postEvent({7, 0, 0});
     hangUp(); // with unread data: a reset
-    connection_->event(EventPoll::Callback::READABLE);
+    connection_->event(EventPoll::Callback::Readable);
     EXPECT_THAT(log_.messages(), testing::Contains("Error Read error"));
     EXPECT_EQ(poll_.wait(0, true), 2);
 }
@@ -193,7 +193,7 @@ TEST_F(ServerConnectionTest, ReadingGoesOnAfterSignals) {
         }
         _exit(write(broker_, SAMPLE.data(), 24) == 24 ? 0 : 1);
     }
-    connection_->event(EventPoll::Callback::READABLE);
+    connection_->event(EventPoll::Callback::Readable);
     waitpid(broker, nullptr, 0);
     EXPECT_THAT(recorder_.ids, ElementsAre(7, 8));
     hangUp();

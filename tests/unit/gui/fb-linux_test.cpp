@@ -20,7 +20,7 @@ protected:
     static constexpr std::uint32_t HEIGHT = 30;
     static constexpr std::size_t FRAME = 4 * WIDTH * HEIGHT;
 
-    /// Which buffer an address of `framebuffer`, whose buffers begin at `start`, belongs to.
+    // Which buffer an address of `framebuffer`, whose buffers begin at `start`, belongs to.
     static std::ptrdiff_t number(const unsigned char* address, const unsigned char* start) {
         return (address - start) / static_cast<std::ptrdiff_t>(FRAME);
     }
@@ -112,9 +112,8 @@ TEST_F(FbLinuxTest, ASignalEndsTheWaitForAFrameWithoutAnError) {
     setitimer(ITIMER_REAL, &often, nullptr);
     FbLinux drawing("/dev/fb0", 3);
     EXPECT_NO_THROW(drawing.init());
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < 20; ++i)
         EXPECT_NO_THROW(drawing.waitVSync());
-    }
     const itimerval never{};
     setitimer(ITIMER_REAL, &never, nullptr);
 }

@@ -36,8 +36,8 @@ protected:
     std::string block(std::size_t length = 348) const { return card_.read(CARD, length); }
     std::string bits() const { return memory_.read(REGISTER, 4); }
 
-    /// 'y' for what was done; otherwise, and then nothing has changed, 'n', or 'p' for a private parameter,
-    /// or 'l' for a length beyond the region.
+    // 'y' for what was done; otherwise, and then nothing has changed, 'n', or 'p' for a private parameter,
+    // or 'l' for a length beyond the region.
     char outcome(const std::function<bool()>& write) const {
         const std::string before = block() + bits();
         bool isDone = false;

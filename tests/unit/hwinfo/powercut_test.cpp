@@ -26,7 +26,7 @@ protected:
 
     ~PowerCut() override { munmap(block_, KEPT); }
 
-    /// All states from the first to the last store. Empty where a child cannot be stepped.
+    // All states from the first to the last store. Empty where a child cannot be stepped.
     std::vector<std::string> statesOf(const std::string& block, const Work& work) {
         card_.write(CARD, block);
         HwInfo info(memory_.path(), card_.path());
@@ -54,7 +54,7 @@ protected:
         return states;
     }
 
-    /// What the next start makes of a state: "damaged" or its values.
+    // What the next start makes of a state: "damaged" or its values.
     std::string startOn(const std::string& state) {
         card_.write(CARD, state);
         const LogCapture log;
@@ -65,7 +65,7 @@ protected:
         return log.text().find("Wrong checksum") == std::string::npos ? values.str() : "damaged";
     }
 
-    /// The same for all states; those that follow each other and give the same count once.
+    // The same for all states; those that follow each other and give the same count once.
     std::string startsOn(const std::vector<std::string>& states) {
         const std::string last = startOn(states.back());
         const std::string first = startOn(states.front());

@@ -19,14 +19,12 @@
 class Memories {
 public:
     Memories() {
-        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
             *memory.basePointer = blocks_.emplace_back(std::make_unique<char[]>(memory.size)).get();
-        }
     }
     ~Memories() {
-        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
             *memory.basePointer = nullptr;
-        }
     }
     Memories(const Memories&) = delete;
     Memories& operator=(const Memories&) = delete;
@@ -76,11 +74,9 @@ struct Variable {
 
     explicit Variable(const std::string& name) {
         for (mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-            for (var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
-                if (name == row().name) {
+            for (var = 0; var < MEMORY_ARRAY[mem].count; ++var)
+                if (name == row().name)
                     return;
-                }
-            }
         }
         throw std::runtime_error("no variable " + name);
     }

@@ -42,7 +42,7 @@ TEST_F(MappedCatalogue, ElementsOutsideTheVariableAreNotRead) {
     EXPECT_EQ(get(Variable("ProductName"), 1000), "");
 }
 
-/// What the range check says of each value.
+// What the range check says of each value.
 void expectVerdict(const std::string& verdict, const char* name, std::initializer_list<const char*> values) {
     const Variable variable(name);
     for (const char* value : values) {
@@ -60,9 +60,8 @@ TEST(Introspection, RangeCheckKeepsNumbersInTheirBoundsAndTakesWhatHasNone) {
     expectVerdict("allowed", "LostFrameCounter", {"-2147483648", "99999999999", "abc"});
     expectVerdict("allowed", "LastKnownFocusValue", {"-1e37", "1e38"});
     expectVerdict("outside", "LastKnownFocusValue", {"2e38", "nan", "inf"});
-    for (const char* name : {"RadioPower", "ProductName", "UserButton1", "MruLensFileList"}) {
+    for (const char* name : {"RadioPower", "ProductName", "UserButton1", "MruLensFileList"})
         expectVerdict("allowed", name, {"anything"});
-    }
     expectVerdict("outside", "CamClipList0EnabledFlags", {"00"}); // a buffer never has a range
 }
 

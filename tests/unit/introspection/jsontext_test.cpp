@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Expects what the JSON library prints, or its error and the output as it was.
+// Expects what the JSON library prints, or its error and the output as it was.
 void expectLikeLibrary(const std::string& text) {
     std::string out = "before";
     std::string expected = out;
@@ -40,9 +40,8 @@ TEST(JsonText, NeighboursOfEscapedBytesAreNotMistaken) {
     const std::string bytes("\"#!\\][\x1f !\x7f\x80\xc2\x01\0~", 15);
     for (int i = 0; i < 20000; ++i) {
         std::string text(random() % 20, ' ');
-        for (char& c : text) {
+        for (char& c : text)
             c = bytes[random() % bytes.size()];
-        }
         expectLikeLibrary(text);
     }
 }

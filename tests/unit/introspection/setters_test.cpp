@@ -8,7 +8,7 @@ namespace {
 
 class Setters : public MappedCatalogue {
 protected:
-    /// Sets one value after the other, and tells what is read after each, with a "!" when it was posted.
+    // Sets one value after the other, and tells what is read after each, with a "!" when it was posted.
     std::string story(const char* name, std::initializer_list<const char*> values) {
         const Variable variable(name);
         std::string told;
@@ -19,7 +19,7 @@ protected:
         return told;
     }
 
-    /// Expects that each value changes nothing, with an error that ends so.
+    // Expects that each value changes nothing, with an error that ends so.
     void expectRefused(const char* name, const char* ending, std::initializer_list<const char*> values) {
         const Variable variable(name);
         const std::string before = get(variable);
@@ -84,9 +84,8 @@ TEST_F(Setters, EventWordsSelectTheElementAndOneOutsideIsNeitherStoredNorPosted)
     EXPECT_EQ(outcome(0, 7, "7"), "7!");
     EXPECT_EQ(outcome(1, 0, "3"), "3!");
     const std::string before = memories.bytes(torque.mem);
-    for (const auto& [arg1, arg2] : {std::pair{1U, 1U}, {1U, 0xffffffffU}, {1U, 0x40000000U}, {2U, 0U}}) {
+    for (const auto& [arg1, arg2] : {std::pair{1U, 1U}, {1U, 0xffffffffU}, {1U, 0x40000000U}, {2U, 0U}})
         EXPECT_EQ(outcome(arg1, arg2, "9"), "3");
-    }
     EXPECT_EQ(memories.bytes(torque.mem), before);
 }
 

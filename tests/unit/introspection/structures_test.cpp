@@ -8,22 +8,21 @@ namespace {
 
 const char* const AXIS_NAMES[] = {"Focus", "Iris", "Zoom"};
 const EnumDescriptor AXIS{"Lane", AXIS_NAMES, 3};
-const MemberDescriptor MEMBERS[] = {{"Count", 0, BASE_INT, 0, nullptr},
-                                    {"Ratio", 4, BASE_FLOAT, 0, nullptr},
-                                    {"Lane", 8, BASE_ENUM, 0, &AXIS},
-                                    {"On", 12, BASE_BOOL, 0, nullptr},
-                                    {"Label", 13, BASE_STRING, 5, nullptr}};
+const MemberDescriptor MEMBERS[] = {{"Count", 0, BaseInt, 0, nullptr},
+                                    {"Ratio", 4, BaseFloat, 0, nullptr},
+                                    {"Lane", 8, BaseEnum, 0, &AXIS},
+                                    {"On", 12, BaseBool, 0, nullptr},
+                                    {"Label", 13, BaseString, 5, nullptr}};
 const StructureDescriptor STRUCTURE{"Probe", MEMBERS, 5, 20};
 
 JsonObject pairs(std::initializer_list<std::pair<const char*, const char*>> members) {
     JsonObject object;
-    for (const auto& [name, text] : members) {
+    for (const auto& [name, text] : members)
         object.emplace_back(name, JsonObjectValue{text, false});
-    }
     return object;
 }
 
-/// Elements of a structure of this test's own, in the place of a list of the catalogue.
+// Elements of a structure of this test's own, in the place of a list of the catalogue.
 class Structures : public MappedCatalogue {
 protected:
     std::string setElement(std::uint32_t index, const JsonObject& object) {
@@ -105,9 +104,8 @@ TEST_F(Structures, AreSetFromJsonText) {
     EXPECT_EQ(posts(), 1U);
     const std::string deep = R"({"Count":)" + std::string(200000, '[');
     for (const char* bad :
-         {"", "1", "[]", "{\"Count\":1", "{\"Count\":[1]}", "{\"Count\":null}", deep.c_str()}) {
+         {"", "1", "[]", "{\"Count\":1", "{\"Count\":[1]}", "{\"Count\":null}", deep.c_str()})
         EXPECT_EQ(setText(bad), "Can't convert " + std::string(bad) + " to Probe");
-    }
     EXPECT_EQ(element(0), FULL);
 }
 

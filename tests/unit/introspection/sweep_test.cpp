@@ -10,26 +10,23 @@
 
 namespace {
 
-/// Walks all variables of the catalogue. What reads or writes outside of a memory is the sanitizer's to tell.
+// Walks all variables of the catalogue. What reads or writes outside of a memory is the sanitizer's to tell.
 class Sweep : public MappedCatalogue {
 protected:
     static void forEach(const std::function<void(const Variable&)>& visit) {
-        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
-            for (std::uint32_t var = 0; var < memory.count; ++var) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
+            for (std::uint32_t var = 0; var < memory.count; ++var)
                 visit(Variable(memory.variables[var].name));
-            }
-        }
     }
 
     void fill(const std::function<char()>& byte) {
-        for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
+        for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
             std::generate_n(memories.base(mem), MEMORY_ARRAY[mem].size, byte);
-        }
     }
 
-    static bool isStructure(const Variable& variable) { return variable.row().baseType == BASE_STRUCT; }
+    static bool isStructure(const Variable& variable) { return variable.row().baseType == BaseStruct; }
 
-    /// Reads every element. Text that is not UTF-8 is the one thing that a structure cannot print.
+    // Reads every element. Text that is not UTF-8 is the one thing that a structure cannot print.
     void readAll() {
         forEach([&](const Variable& variable) {
             const std::uint32_t count = isStructure(variable) ? structureCount(variable.row()) : 1;
@@ -43,7 +40,7 @@ protected:
         });
     }
 
-    /// Calls `change` and expects every byte outside of the variable as it was, and one post at most.
+    // Calls `change` and expects every byte outside of the variable as it was, and one post at most.
     void expectContained(const Variable& variable, const std::function<void()>& change) {
         std::string expected = memories.bytes(variable.mem);
         change();
@@ -77,7 +74,7 @@ TEST_F(Sweep, EveryValueThatIsReadCanBeSetBackWithoutChange) {
         EXPECT_EQ(set(variable, get(variable).c_str()), "") << variable.row().name;
         EXPECT_EQ(memories.bytes(variable.mem), before) << variable.row().name;
         const int type = variable.row().baseType;
-        EXPECT_EQ(posts(), type == BASE_STRING || type == BASE_BUFFER ? 1U : 0U) << variable.row().name;
+        EXPECT_EQ(posts(), type == BaseString || type == BaseBuffer ? 1U : 0U) << variable.row().name;
     });
 }
 
@@ -86,9 +83,8 @@ TEST_F(Sweep, HostileTextsChangeNothingOutsideTheirVariable) {
     forEach([&](const Variable& variable) {
         for (const std::string& value :
              std::vector<std::string>{"", "7", "-1", "0x7fffffff", "1e30", "true", "Off", "{}", "%s%n",
-                                      "\xff\xfe", std::string(5000, 'f'), std::string(5000, '\xe2')}) {
+                                      "\xff\xfe", std::string(5000, 'f'), std::string(5000, '\xe2')})
             expectContained(variable, [&] { set(variable, value.c_str()); });
-        }
     });
 }
 
@@ -102,16 +98,14 @@ TEST_F(Sweep, HostileMembersAndIndexesChangeNothingOutsideTheirVariable) {
         const int count = static_cast<int>(structureCount(variable.row()));
         const auto members = nlohmann::json::parse(get(variable));
         for (const auto& member : members.items()) {
-            for (const int index : {0, count - 1, count, -1, Limits::max(), Limits::min()}) {
+            for (const int index : {0, count - 1, count, -1, Limits::max(), Limits::min()})
                 for (const std::string& text :
-                     {std::string("1"), std::string(5000, 'f'), std::string("true")}) {
+                     {std::string("1"), std::string(5000, 'f'), std::string("true")})
                     expectContained(variable, [&] {
                         const std::string error = Introspection::setVarValueJson(
                             variable.mem, variable.var, {{member.key(), {text, false}}}, index);
                         EXPECT_TRUE((index >= 0 && index < count) || !error.empty()) << variable.row().name;
                     });
-                }
-            }
         }
         variable.row().event.arg2 = 0;
     });

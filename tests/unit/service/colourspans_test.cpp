@@ -9,8 +9,8 @@
 
 namespace {
 
-/// The reads of one readiness: they share a buffer, which lies on the heap, where a sanitizer watches its
-/// ends.
+// The reads of one readiness: they share a buffer, which lies on the heap, where a sanitizer watches its
+// ends.
 class Readiness {
 public:
     explicit Readiness(ColourSpans& spans) : spans_(spans) {}
@@ -28,7 +28,7 @@ private:
     std::unique_ptr<ColourSpans::Buffer> buffer_ = std::make_unique<ColourSpans::Buffer>();
 };
 
-/// What comes of reads that each have a readiness of their own.
+// What comes of reads that each have a readiness of their own.
 std::string converted(const std::vector<std::string>& reads) {
     ColourSpans spans;
     std::string text;
@@ -40,7 +40,7 @@ std::string converted(const std::vector<std::string>& reads) {
     return text;
 }
 
-/// A piece of dmesg's output and what becomes of it, with a split anywhere but behind its escape byte.
+// A piece of dmesg's output and what becomes of it, with a split anywhere but behind its escape byte.
 struct Piece {
     const char* input;
     const char* output;
@@ -71,9 +71,9 @@ const Piece PIECES[] = {
 TEST(ColourSpansTest, EachSequenceBecomesItsSpanAndTextWhenItIsSplitBehindItsEscapeByte) {
     for (const Piece& piece : PIECES) {
         EXPECT_EQ(converted({piece.input}), piece.output) << piece.input + 1;
-        if (std::string_view(piece.input).starts_with("\033[")) {
-            EXPECT_EQ(converted({"\033", piece.input + 1}), piece.input + 2);
-        }
+        if (!std::string_view(piece.input).starts_with("\033["))
+            continue;
+        EXPECT_EQ(converted({"\033", piece.input + 1}), piece.input + 2);
     }
 }
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Pairs as "key=value", nested ones as "key:value", joined by '|'; or "@<error position>".
+// Pairs as "key=value", nested ones as "key:value", joined by '|'; or "@<error position>".
 std::string parsed(const std::string& text) {
     Json json;
     if (!json.parse(text))
@@ -74,7 +74,7 @@ TEST(Json, SurvivesAnyBytes) {
     }
 }
 
-/// "<memory>.<variable>[<index>]=<last value>", or the error text.
+// "<memory>.<variable>[<index>]=<last value>", or the error text.
 std::string assigned(const std::string& body) {
     Assignment assignment;
     std::stringstream errors;

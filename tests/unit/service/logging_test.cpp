@@ -27,7 +27,7 @@ std::ptrdiff_t openDescriptors() {
     return std::distance(fs::directory_iterator("/proc/self/fd"), {});
 }
 
-/// Collects the children, those below a shell included. False when one does not end within a while.
+// Collects the children, those below a shell included. False when one does not end within a while.
 bool haveAllEnded() {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     pid_t ended = 0;
@@ -37,8 +37,8 @@ bool haveAllEnded() {
     return ended < 0;
 }
 
-/// A feed whose dmesg is a shell script of the test. The test's process takes the orphans in, so that it sees
-/// the end of whatever the feed has started.
+// A feed whose dmesg is a shell script of the test. The test's process takes the orphans in, so that it sees
+// the end of whatever the feed has started.
 class LoggingTest : public testing::Test {
 protected:
     LoggingTest() {
@@ -64,7 +64,7 @@ protected:
         logging_->init();
     }
 
-    /// Runs the loop, as the service does, until `isSo` or, for a test that fails, a while.
+    // Runs the loop, as the service does, until `isSo` or, for a test that fails, a while.
     template <typename Condition>
     bool run(Condition isSo) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -103,10 +103,10 @@ TEST_F(LoggingTest, HangUpIsToldOnceLeavesTheLoopAtRestAndNoZombie) {
     start("exit 3");
     ASSERT_TRUE(run([&] { return timesToldGone() > 0; }));
     EXPECT_TRUE(run([] { return waitpid(-1, nullptr, WNOHANG | WNOWAIT) < 0; }));
-    EXPECT_LE(poll_.wait(0, true), EventPoll::DISPATCHED); // reported once more as it is registered anew
+    EXPECT_LE(poll_.wait(0, true), EventPoll::Dispatched); // reported once more as it is registered anew
     for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(poll_.wait(1, true), EventPoll::TIMEOUT);
-    logging_->event(EventPoll::Callback::HANGUP);
+        EXPECT_EQ(poll_.wait(1, true), EventPoll::Timeout);
+    logging_->event(EventPoll::Callback::Hangup);
     EXPECT_EQ(timesToldGone(), 1);
     EXPECT_EQ(openDescriptors(), before + 1); // the pipe stays open
     logging_.reset();

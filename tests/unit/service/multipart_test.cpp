@@ -14,7 +14,7 @@ using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::Pair;
 
-/// What has been read from a body: the form, and the file if there is one.
+// What has been read from a body: the form, and the file if there is one.
 struct Outcome {
     Form form;
     std::string file = "none";
@@ -22,7 +22,7 @@ struct Outcome {
     bool operator==(const Outcome&) const = default;
 };
 
-/// The same reading as a plain copy of lines, one by one, from a stream into a state machine.
+// The same reading as a plain copy of lines, one by one, from a stream into a state machine.
 class LineReader {
 public:
     Outcome read(const std::string& body, const std::string& boundary, const std::string& path) {
@@ -94,7 +94,7 @@ protected:
         return outcome;
     }
 
-    /// The file that a browser's form with `content` leaves.
+    // The file that a browser's form with `content` leaves.
     std::string stored(const std::string& content) {
         return read("--B-7\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.swu\"\r\n\r\n" +
                     content + "\r\n--B-7--\r\n")

@@ -31,7 +31,7 @@ const std::string NO_SUCH_FILE = R"({"result": "No such file" })";
 const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
 const std::string UNKNOWN = R"({"result": "Unknown request" })";
 
-/// The content of all STDOUT records, behind the default header.
+// The content of all STDOUT records, behind the default header.
 std::string outputOf(const std::string& bytes) {
     std::string output;
     for (std::size_t at = 0; at + 8 <= bytes.size();) {
@@ -45,7 +45,7 @@ std::string outputOf(const std::string& bytes) {
     return output.starts_with(header) ? output.substr(header.size()) : "no header: " + output;
 }
 
-/// An app on memories of the test's own, whose requests come over a socket pair.
+// An app on memories of the test's own, whose requests come over a socket pair.
 class QorAppTest : public testing::Test {
 protected:
     QorAppTest() {
@@ -56,7 +56,7 @@ protected:
 
     using Params = std::initializer_list<std::pair<const char*, const char*>>;
 
-    /// The answer that `act` gives to a request.
+    // The answer that `act` gives to a request.
     template <typename Act>
     std::string answer(Params params, const std::string& body, Act act) {
         int ends[2];
@@ -76,8 +76,9 @@ protected:
 
     std::string ask(const char* path, const char* method = "GET", const char* type = "",
                     const std::string& body = "") {
-        return answer({{"PATH_INFO", path}, {"REQUEST_METHOD", method}, {"CONTENT_TYPE", type}}, body,
-                      [this](Request& request) { app_.handleRequest(&request); });
+        return answer(
+            {{"PATH_INFO", path}, {"REQUEST_METHOD", method}, {"CONTENT_TYPE", type}}, body,
+            [this](Request& request) { app_.handleRequest(&request); });
     }
 
     std::string file(const char* method, const std::string& name, const std::string& body = "") {
@@ -85,11 +86,13 @@ protected:
     }
     std::string fileIn(const std::string& folder, const char* method, const std::string& name,
                        const std::string& body = "") {
-        return answer({{"REQUEST_METHOD", method}}, body,
-                      [&](Request& request) { app_.fileOperation(&request, folder, name); });
+        return answer(
+            {{"REQUEST_METHOD", method}}, body,
+            [&](Request& request) { app_.fileOperation(&request, folder, name); });
     }
     std::string list(const std::string& folder) {
-        return answer({}, "", [&](Request& request) { app_.listOperation(&request, folder); });
+        return answer(
+            {}, "", [&](Request& request) { app_.listOperation(&request, folder); });
     }
 
     MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories_.base(7)); }

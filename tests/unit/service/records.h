@@ -98,7 +98,7 @@ protected:
 
     /// Lets the loop run until there is nothing to do. One that spins does not come out of here.
     void turn() {
-        while (poll_.wait(0, true) == EventPoll::DISPATCHED) {
+        while (poll_.wait(0, true) == EventPoll::Dispatched) {
         }
     }
 

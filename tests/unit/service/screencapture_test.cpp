@@ -31,7 +31,7 @@ Picture decoded(const std::string& png) {
     return picture;
 }
 
-/// A stream that does something with each piece that it is given.
+// A stream that does something with each piece that it is given.
 class Sink : private std::streambuf, public std::ostream {
 public:
     using Action = std::function<void(const char*, std::streamsize)>;

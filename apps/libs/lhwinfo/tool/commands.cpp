@@ -26,11 +26,10 @@ namespace {
 using Words = std::span<const std::string>;
 using Content = HwInfo::Content;
 
-/// Takes `option` off the front of `words`. Returns whether it was there.
+// Takes `option` off the front of `words`. Returns whether it was there.
 bool takeOption(Words& words, const char* option) {
-    if (words.empty() || words.front() != option) {
+    if (words.empty() || words.front() != option)
         return false;
-    }
     words = words.subspan(1);
     return true;
 }
@@ -46,60 +45,50 @@ HwInfo openDevices() {
 }
 
 void requireValid(HwInfo& info) {
-    if (info.examine() == Content::Invalid) {
+    if (info.examine() == Content::Invalid)
         throw std::runtime_error("The card holds no valid hardware information. \"hwinfo create\" makes it.");
-    }
     info.initialize();
 }
 
 void requireAcceptable(const HwInfo& info, Words assignments) {
-    for (const std::string& assignment : assignments) {
-        if (const std::string reason = info.refusal(assignment); !reason.empty()) {
+    for (const std::string& assignment : assignments)
+        if (const std::string reason = info.refusal(assignment); !reason.empty())
             throw std::runtime_error(reason + ".");
-        }
-    }
 }
 
 void write(HwInfo& info, Words assignments) {
-    for (const std::string& assignment : assignments) {
-        if (!info.write(assignment)) {
+    for (const std::string& assignment : assignments)
+        if (!info.write(assignment))
             throw std::runtime_error(assignment + " is not stored.");
-        }
-    }
     info.flush();
 }
 
 void print(Words words) {
     const bool isAll = takeOption(words, "--all");
-    if (!words.empty()) {
+    if (!words.empty())
         throw UsageError("print takes no \"" + words.front() + "\".");
-    }
     HwInfo info = openDevices();
     requireValid(info);
-    if (isAll) {
+    if (isAll)
         info.printAll(std::cout);
-    } else {
+    else
         info.printParameters(std::cout);
-    }
 }
 
 void get(Words words) {
-    if (words.size() != 1) {
+    if (words.size() != 1)
         throw UsageError("get takes one name.");
-    }
     HwInfo info = openDevices();
     requireValid(info);
     std::string value;
-    if (!info.read(words.front().c_str(), value)) {
+    if (!info.read(words.front().c_str(), value))
         throw std::runtime_error(words.front() + " is no parameter.");
-    }
     std::cout << value << '\n';
 }
 
 void set(Words words) {
-    if (words.empty()) {
+    if (words.empty())
         throw UsageError("set takes at least one NAME=VALUE.");
-    }
     HwInfo info = openDevices();
     requireValid(info);
     requireAcceptable(info, words);
@@ -109,9 +98,8 @@ void set(Words words) {
 void create(Words words) {
     const bool isForced = takeOption(words, "--force");
     HwInfo info = openDevices();
-    if (info.examine() != Content::Invalid && !isForced) {
+    if (info.examine() != Content::Invalid && !isForced)
         throw std::runtime_error("The card holds valid hardware information. With --force it is replaced.");
-    }
     requireAcceptable(info, words);
     info.clear();
     write(info, words);
@@ -120,22 +108,20 @@ void create(Words words) {
 } // namespace
 
 void runCommand(std::span<const std::string> words) {
-    if (words.empty()) {
+    if (words.empty())
         throw UsageError("A command is missing.");
-    }
     const std::string& name = words.front();
     const Words arguments = words.subspan(1);
-    if (name == "print") {
+    if (name == "print")
         print(arguments);
-    } else if (name == "get") {
+    else if (name == "get")
         get(arguments);
-    } else if (name == "set") {
+    else if (name == "set")
         set(arguments);
-    } else if (name == "create") {
+    else if (name == "create")
         create(arguments);
-    } else if (name == "help" || name == "--help") {
+    else if (name == "help" || name == "--help")
         std::cout << USAGE;
-    } else {
+    else
         throw UsageError("\"" + name + "\" is no command.");
-    }
 }

@@ -8,9 +8,8 @@ int main(int argc, char** argv) {
         const std::vector<std::string> words(argv + 1, argv + argc);
         runCommand(words);
         std::cout.flush();
-        if (!std::cout) {
+        if (!std::cout)
             throw std::runtime_error("Standard output cannot be written.");
-        }
         return 0;
     } catch (const UsageError& error) {
         std::cerr << "hwinfo: " << error.what() << "\n" << USAGE;

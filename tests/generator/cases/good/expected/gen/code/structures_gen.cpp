@@ -11,11 +11,11 @@
 namespace {
 
 constinit const MemberDescriptor LENSFILE_MEMBERS[] = {
-    {"Name", offsetof(LensFile, Name), BASE_STRING, 6, nullptr},
-    {"Side", offsetof(LensFile, Side), BASE_ENUM, 0, &ENUM_ARRAY[1]},
-    {"Valid", offsetof(LensFile, Valid), BASE_BOOL, 0, nullptr},
-    {"Size", offsetof(LensFile, Size), BASE_INT, 0, nullptr},
-    {"Ratio", offsetof(LensFile, Ratio), BASE_FLOAT, 0, nullptr},
+    {"Name", offsetof(LensFile, Name), BaseString, 6, nullptr},
+    {"Side", offsetof(LensFile, Side), BaseEnum, 0, &ENUM_ARRAY[1]},
+    {"Valid", offsetof(LensFile, Valid), BaseBool, 0, nullptr},
+    {"Size", offsetof(LensFile, Size), BaseInt, 0, nullptr},
+    {"Ratio", offsetof(LensFile, Ratio), BaseFloat, 0, nullptr},
 };
 constinit const StructureDescriptor LENSFILE_STRUCTURE = {
     "LensFile", LENSFILE_MEMBERS, std::size(LENSFILE_MEMBERS), sizeof(LensFile)};
