@@ -52,7 +52,7 @@ Broker::~Broker() {
     close(fd_);
 }
 
-bool Broker::turn(int timeoutMs, int stopDescriptor) {
+bool Broker::runOnce(int timeoutMs, int stopDescriptor) {
     const short listening = isAcceptPaused_ ? 0 : POLLIN;
     std::vector<pollfd> polls{{stopDescriptor, POLLIN, 0}, {fd_, listening, 0}};
     for (const Connection& connection : connections_) {

@@ -10,8 +10,8 @@
 /// control records (apps/common/event/notify.h), so that an event which this version does not name still
 /// arrives.
 ///
-/// Nothing a client does holds up the others: no call blocks but the wait of turn(), and a client that stops
-/// reading is dropped when Client::QUEUE_LIMIT records wait for it.
+/// Nothing a client does holds up the others: no call blocks but the wait of runOnce(), and a client that
+/// stops reading is dropped when Client::QUEUE_LIMIT records wait for it.
 class Broker {
 public:
     /// Listens on the Unix socket `path`, taking the place of one that a former broker has left. Throws
@@ -25,7 +25,7 @@ public:
     /// Waits at most `timeoutMs` (-1: without limit) and handles what came: one piece from each client that
     /// sent something, all new connections. Returns false when `stopDescriptor` has become readable; -1 is
     /// none. Throws std::runtime_error with "poll" and the reason.
-    bool turn(int timeoutMs, int stopDescriptor = -1);
+    bool runOnce(int timeoutMs, int stopDescriptor = -1);
 
     std::size_t clientCount() const { return connections_.size(); }
 

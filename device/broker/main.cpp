@@ -28,7 +28,7 @@ int main() {
     Broker broker("/var/volatile/message-broker.socket");
     const ReadySemaphore semaphore("/message-broker-ready");
     LOG_MESSAGE(LogLight, "Message broker is ready");
-    while (broker.turn(-1, stopDescriptor)) {
+    while (broker.runOnce(-1, stopDescriptor)) {
     }
     return 0;
 }

@@ -1,40 +1,70 @@
-"""The picture of the includes: a file includes only from its own floor or a lower one, and nobody includes device/."""
+"""The folder of a file is its room, and the room has a floor: includes go to the same floor or a lower one."""
 
 import re
 from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parents[2]
+SERVICE = "apps/web/service/"
 
-# The longest prefix that fits decides.
-FLOORS = {
-    "apps/web/service/main.cpp": 5,
-    "apps/web/service/": 4,
-    **{f"apps/web/service/{name}": 3 for name in
-       ("descriptor", "fcgi", "receivebuffer", "request.", "requeststream", "sendall", "textstream", "unserved")},
-    "apps/gui/common/": 3,
-    "apps/libs/lhwinfo/": 3,
-    "gen/code/": 2,
-    "apps/common/introspection/": 2,
-    "apps/common/introspection_enum/": 2,
-    "apps/common/event/": 1,
-    "apps/common/sharedmemory/": 1,
-    "apps/common/diagnostics/": 0,
-}
+# From the bottom. A folder stands for its files without those of its subfolders, "folder/name." for one file.
+FLOORS = [
+    ["apps/common/diagnostics/", "apps/common/files/"],
+    ["apps/common/event/", "apps/common/sharedmemory/"],
+    ["gen/code/", "apps/common/introspection/", "apps/common/introspection_enum/"],
+    [SERVICE + "fcgi.", SERVICE + "request.", SERVICE + "requeststream.", SERVICE + "fastcgi/", "apps/gui/common/",
+     "apps/libs/lhwinfo/"],
+    [SERVICE + "variables/", SERVICE + "logging.", SERVICE + "log/", SERVICE + "screencapture.",
+     SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/"],
+    [SERVICE + "requesthandler."],
+    [SERVICE + "main."],
+]
 
 
 def floor(path):
-    prefixes = [prefix for prefix in FLOORS if path.startswith(prefix)]
-    return FLOORS[max(prefixes, key=len)] if prefixes else None
+    folder, name = path.rsplit("/", 1)
+    for number, rooms in enumerate(FLOORS):
+        if f"{folder}/" in rooms or f"{folder}/{name.split('.')[0]}." in rooms:
+            return number
+    return None
+
+
+def sources():
+    """(path, included path) of every include of the house."""
+    for folder in ("apps", "gen/code"):
+        for file in (REPOSITORY / folder).rglob("*"):
+            if file.suffix in (".h", ".cpp"):
+                included = re.findall(r'^#include "([^"]+)"', file.read_text(), re.MULTILINE)
+                yield file.relative_to(REPOSITORY).as_posix(), included
+
+
+def test_every_file_is_in_a_room():
+    assert [path for path, _ in sources() if floor(path) is None] == []
 
 
 def test_includes_go_downwards():
-    sources = [file for folder in ("apps", "gen/code") for file in (REPOSITORY / folder).rglob("*")
-               if file.suffix in (".h", ".cpp")]
-    assert len(sources) > 30
-    wrong = []
-    for source in sources:
-        path = source.relative_to(REPOSITORY).as_posix()
-        for included in re.findall(r'^#include "([^"]+)"', source.read_text(), re.MULTILINE):
-            if floor(path) is None or floor(included) is None or floor(included) > floor(path):
-                wrong.append(f"{path} includes {included}")
+    wrong = [f"{path} includes {name}" for path, included in sources() for name in included
+             if floor(name) is None or floor(name) > floor(path)]
     assert wrong == []
+
+
+def test_helpers_do_not_include_the_file_they_serve():
+    doors = {"fastcgi": ("fcgi.h", "request.h"), "log": ("logging.h",), "app": ("qorapp.h",)}
+    wrong = [f"{path} includes {name}" for path, included in sources() for name in included
+             for room, files in doors.items() if path.startswith(f"{SERVICE}{room}/")
+             if name in [SERVICE + file for file in files]]
+    assert wrong == []
+
+
+def test_includes_have_no_cycle():
+    graph = dict(sources())
+    path = []
+
+    def visit(file):
+        assert file not in path, f"cycle: {' -> '.join(path[path.index(file):] + [file])}"
+        path.append(file)
+        for name in graph.get(file, []):
+            visit(name)
+        path.pop()
+
+    for file in list(graph):
+        visit(file)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/common/event/events_gen.h"
+
 #include <cstdint>
 
 /// An event as the device's processes exchange it through the message broker. It is also the wire record:
@@ -26,12 +28,6 @@ enum ControlEvent : std::uint32_t {
     EventSubscribeAll = 3,
     EventUnsubscribeAll = 4,
 };
-
-/// Number of events that have a name; ids run from 0 to EVENT_COUNT - 1.
-constexpr std::uint32_t EVENT_COUNT = 931;
-
-/// The names by id. Defined by the generated catalogue: "Var<variable>Changed" from id 6 on.
-extern const char* const EVENT_NAME[EVENT_COUNT];
 
 /// The event's name. An id beyond the table is logged at Warn, and its name is "Invalid".
 const char* eventName(const Notify& event);

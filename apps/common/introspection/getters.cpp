@@ -1,6 +1,6 @@
 #include "apps/common/introspection/setters.h"
 
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/valueconversion.h"
 
 #include <charconv>
 #include <cstddef>

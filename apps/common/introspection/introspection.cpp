@@ -1,7 +1,7 @@
 #include "apps/common/introspection/introspection.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/valueconversion.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "apps/common/introspection/introspection.h"
 
-#include "apps/common/introspection/jsontext.h"
+#include "apps/common/introspection/jsonstring.h"
 
 #include <optional>
 #include <regex>

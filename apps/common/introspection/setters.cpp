@@ -3,7 +3,7 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/serverconnection.h"
 #include "apps/common/introspection/introspection.h"
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/valueconversion.h"
 
 #include <algorithm>
 #include <array>

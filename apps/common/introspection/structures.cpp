@@ -2,8 +2,8 @@
 
 #include "apps/common/event/serverconnection.h"
 #include "apps/common/introspection/introspection.h"
-#include "apps/common/introspection/jsontext.h"
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/jsonstring.h"
+#include "apps/common/introspection/valueconversion.h"
 
 #include <nlohmann/json.hpp>
 

@@ -46,11 +46,11 @@ Descriptor listenOn(int port) {
 } // namespace
 
 Fcgi::Fcgi(int port, EventPoll& poll)
-    : socket_(listenOn(port)), poll_(poll), unserved_(poll), spare_(openSpare()) {
+    : socket_(listenOn(port)), poll_(poll), parked_(poll), spare_(openSpare()) {
     poll_.add(listening(), this, EPOLLIN);
 }
 
-Fcgi::Fcgi(EventPoll& poll) : poll_(poll), unserved_(poll), spare_(openSpare()) {
+Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), spare_(openSpare()) {
     poll_.add(listening(), this, EPOLLIN);
 }
 
@@ -73,7 +73,7 @@ void Fcgi::event(EventType type) {
     if (fd < 0)
         acceptFailed();
     else if (isFull())
-        unserved_.add(fd);
+        parked_.add(fd);
     else
         serve(fd);
 }
@@ -105,7 +105,7 @@ void Fcgi::acceptFailed() {
     case ENFILE:
     case ENOBUFS:
     case ENOMEM:
-        return turnAway();
+        return rejectConnection();
     default:
         throwErrorNumber(__FILE__, __LINE__, "accept");
     }
@@ -113,7 +113,7 @@ void Fcgi::acceptFailed() {
 
 // Without descriptors the connection would stay in the queue and the listening socket readable for ever. The
 // spare one makes room to accept it and to close it.
-void Fcgi::turnAway() {
+void Fcgi::rejectConnection() {
     LOG_MESSAGE(Warn, "Out of descriptors, connection turned away");
     spare_.close();
     Descriptor(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC)).close();

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
-#include "apps/web/service/descriptor.h"
-#include "apps/web/service/unserved.h"
+#include "apps/common/files/descriptor.h"
+#include "apps/web/service/fastcgi/parkedconnections.h"
 
 #include <map>
 #include <memory>
@@ -70,7 +70,7 @@ private:
     bool isFull();
     void serve(int fd);
     void acceptFailed();
-    void turnAway();
+    void rejectConnection();
 
     int listening() const;
 
@@ -80,6 +80,6 @@ private:
     std::vector<unsigned int> marked_;
     EventPoll& poll_;
     std::map<unsigned int, std::unique_ptr<Request>> accepted_; // owns all, registered or not
-    Unserved unserved_;
-    Descriptor spare_; // held free for turnAway
+    ParkedConnections parked_;
+    Descriptor spare_; // held free for rejectConnection
 };

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
-#include "apps/web/service/colourspans.h"
-#include "apps/web/service/descriptor.h"
+#include "apps/common/files/descriptor.h"
+#include "apps/web/service/log/colourspans.h"
 
 #include <string>
 

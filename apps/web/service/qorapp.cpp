@@ -3,11 +3,11 @@
 #include "apps/common/diagnostics/constants.h"
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/libs/lhwinfo/hwinfo.h"
-#include "apps/web/service/deviceinfo.h"
-#include "apps/web/service/headerline.h"
+#include "apps/web/service/app/deviceinfo.h"
+#include "apps/web/service/app/firmwareupdate.h"
+#include "apps/web/service/app/headerline.h"
+#include "apps/web/service/app/userfiles.h"
 #include "apps/web/service/request.h"
-#include "apps/web/service/updatevariables.h"
-#include "apps/web/service/userfiles.h"
 
 #include <cstdio>
 #include <exception>
@@ -58,7 +58,7 @@ const char* answerOf(UserFiles::Stored stored) {
     return SUCCESS;
 }
 
-bool isFaultSearch() {
+bool isTracing() {
     return gComponentLogLevel != nullptr && *gComponentLogLevel < gen::LogLevel::DebugMost;
 }
 
@@ -179,14 +179,14 @@ void QorApp::fileOperation(Request* request, const std::string& folder, const st
 }
 
 void QorApp::update(Request* request) {
-    if (isFaultSearch())
+    if (isTracing())
         copyBody(request->postData());
     Form form;
     if (!parseFormData(request, form, UPLOAD_FILE)) {
         request->output() << INVALID_TYPE;
         return;
     }
-    if (isFaultSearch())
+    if (isTracing())
         logForm(form);
     if (!form.contains("deviceid") || !form.contains("file")) {
         LOG_MESSAGE(Warn, "'deviceid' and 'file' are mandatory, but at least one is missing.");

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/web/service/headerline.h"
-#include "apps/web/service/multipart.h"
+#include "apps/web/service/app/headerline.h"
+#include "apps/web/service/app/multipart.h"
 
 #include <string>
 #include <string_view>

@@ -1,8 +1,8 @@
 #include "apps/web/service/request.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/web/service/fastcgi/sendall.h"
 #include "apps/web/service/fcgi.h"
-#include "apps/web/service/sendall.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
-#include "apps/web/service/receivebuffer.h"
-#include "apps/web/service/textstream.h"
+#include "apps/web/service/fastcgi/receivebuffer.h"
+#include "apps/web/service/fastcgi/textstream.h"
 
 #include <any>
 #include <array>

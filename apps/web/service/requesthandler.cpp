@@ -2,10 +2,10 @@
 
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/introspection/introspection.h"
-#include "apps/web/service/assignment.h"
 #include "apps/web/service/request.h"
 #include "apps/web/service/requeststream.h"
-#include "apps/web/service/updatedocument.h"
+#include "apps/web/service/variables/setrequest.h"
+#include "apps/web/service/variables/updatedocument.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 
@@ -125,16 +125,16 @@ void RequestHandler::setVariable(Request& request) {
 }
 
 bool RequestHandler::setVars(const std::string& body, std::stringstream& errors) {
-    Assignment assignment;
-    if (!assignment.parse(body, errors) || !assignment.hasValue())
+    SetRequest setRequest;
+    if (!setRequest.parse(body, errors) || !setRequest.hasValue())
         return false;
     try {
-        const int index = assignment.elementIndex();
-        const unsigned int mem = Introspection::getMemIndex(assignment.memory);
-        const std::optional<unsigned int> var = findVariable(mem, assignment.variable);
+        const int index = setRequest.elementIndex();
+        const unsigned int mem = Introspection::getMemIndex(setRequest.memory);
+        const std::optional<unsigned int> var = findVariable(mem, setRequest.variable);
         if (!var)
             return false;
-        applyValue(mem, *var, assignment.pairs, index);
+        applyValue(mem, *var, setRequest.pairs, index);
         return true;
     } catch (const std::exception&) {
         return false; // no such memory, no number for the index, the broker gone: told by the result alone

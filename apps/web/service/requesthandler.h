@@ -2,12 +2,12 @@
 
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/event/serverconnection.h"
-#include "apps/web/service/changedset.h"
 #include "apps/web/service/fcgi.h"
 #include "apps/web/service/logging.h"
 #include "apps/web/service/qorapp.h"
 #include "apps/web/service/screencapture.h"
-#include "apps/web/service/variabletree.h"
+#include "apps/web/service/variables/changedset.h"
+#include "apps/web/service/variables/variabletree.h"
 
 #include <chrono>
 #include <iosfwd>

@@ -64,14 +64,14 @@ protected:
 
     std::unique_ptr<Peer> connect(const Events& firstWords = {}) {
         auto peer = std::make_unique<Peer>(path_);
-        broker_->turn(0);
+        broker_->runOnce(0);
         send(*peer, firstWords);
         return peer;
     }
 
     void send(Peer& peer, const Events& events) {
         peer.send(events.data(), events.size() * sizeof(Notify));
-        broker_->turn(0);
+        broker_->runOnce(0);
     }
 
     char folder_[20] = "/tmp/broker-XXXXXX";
@@ -109,9 +109,9 @@ TEST_F(BrokerTest, RecordsMayArriveInAnyPieces) {
     for (std::size_t split = 1; split < size; ++split) {
         const auto peer = connect();
         peer->send(bytes, split);
-        broker_->turn(0);
+        broker_->runOnce(0);
         peer->send(bytes + split, size - split);
-        broker_->turn(0);
+        broker_->runOnce(0);
         EXPECT_THAT(peer->received(), ElementsAre(Notify{7, 1, 2}, Notify{7, 3, 4})) << "split at " << split;
     }
 }
@@ -121,8 +121,8 @@ TEST_F(BrokerTest, AClientThatVanishesLeavesItsWholeRecordsAndNothingElse) {
     const Events words = {{7, 1, 2}, {8, 3, 4}};
     for (std::size_t split = 0; split < 2 * sizeof(Notify); ++split) {
         connect({SUBSCRIBE_ALL})->send(words.data(), split);
-        broker_->turn(0);
-        broker_->turn(0);
+        broker_->runOnce(0);
+        broker_->runOnce(0);
         EXPECT_EQ(broker_->clientCount(), 1U);
         EXPECT_EQ(listener->received().size(), split / sizeof(Notify));
     }
@@ -146,7 +146,7 @@ TEST_F(BrokerTest, AClientThatReadsLateGetsAllInOrder) {
     const auto sender = connect();
     for (std::uint32_t count = 0; count < Client::QUEUE_LIMIT; ++count)
         send(*sender, {{7, count, 0}});
-    for (std::uint32_t next = 0; next < Client::QUEUE_LIMIT; broker_->turn(0)) {
+    for (std::uint32_t next = 0; next < Client::QUEUE_LIMIT; broker_->runOnce(0)) {
         const Events events = late->received();
         ASSERT_THAT(events, testing::Not(IsEmpty()));
         for (const Notify& event : events)
@@ -163,19 +163,19 @@ TEST_F(BrokerTest, WithoutAFreeDescriptorNewClientsWaitAndTheOthersAreServed) {
     close(nextDescriptor);
     const rlimit none{static_cast<rlim_t>(nextDescriptor), limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
-    broker_->turn(0);
+    broker_->runOnce(0);
     EXPECT_EQ(broker_->clientCount(), 1U);
     send(*first, {{7, 0, 0}});
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_THAT(first->received(), ElementsAre(Notify{7, 0, 0}));
-    broker_->turn(0);
+    broker_->runOnce(0);
     EXPECT_EQ(broker_->clientCount(), 2U);
 }
 
 TEST_F(BrokerTest, TakesThePlaceOfASocketThatWasLeft) {
     Broker broker(path_);
     const Peer peer(path_);
-    broker.turn(0);
+    broker.runOnce(0);
     EXPECT_EQ(broker.clientCount(), 1U);
     EXPECT_THROW(Broker(std::string(200, 'x')), std::runtime_error);
 }

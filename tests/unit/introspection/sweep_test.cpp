@@ -1,5 +1,5 @@
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/valueconversion.h"
 #include "tests/unit/introspection/fixture.h"
 
 #include <nlohmann/json.hpp>

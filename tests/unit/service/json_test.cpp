@@ -1,6 +1,6 @@
-#include "apps/web/service/json.h"
+#include "apps/web/service/variables/json.h"
 
-#include "apps/web/service/assignment.h"
+#include "apps/web/service/variables/setrequest.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -76,17 +76,17 @@ TEST(Json, SurvivesAnyBytes) {
 
 // "<memory>.<variable>[<index>]=<last value>", or the error text.
 std::string assigned(const std::string& body) {
-    Assignment assignment;
+    SetRequest setRequest;
     std::stringstream errors;
-    if (!assignment.parse(body, errors))
+    if (!setRequest.parse(body, errors))
         return errors.str();
-    if (!assignment.hasValue())
+    if (!setRequest.hasValue())
         return "nothing";
-    return assignment.memory + "." + assignment.variable + "[" + std::to_string(assignment.elementIndex()) +
-           "]=" + assignment.pairs.back().second.text;
+    return setRequest.memory + "." + setRequest.variable + "[" + std::to_string(setRequest.elementIndex()) +
+           "]=" + setRequest.pairs.back().second.text;
 }
 
-TEST(Assignment, WithoutAValueIsRecognisedWhereverTheBodyIsCut) {
+TEST(SetRequest, WithoutAValueIsRecognisedWhereverTheBodyIsCut) {
     const std::string body = R"({"M":{"V":{"Index":1,"Index":"2","A":5}}})";
     for (std::size_t size = 0; size < body.size() - 1; ++size)
         EXPECT_EQ(assigned(body.substr(0, size)), "nothing") << size;
@@ -97,7 +97,7 @@ TEST(Assignment, WithoutAValueIsRecognisedWhereverTheBodyIsCut) {
     EXPECT_THROW(assigned(R"({"M":{"Index":99999999999,"V":5}})"), std::out_of_range);
 }
 
-TEST(Assignment, TellsErrorsOfEachLevelAndEndsBottomlessOnes) {
+TEST(SetRequest, TellsErrorsOfEachLevelAndEndsBottomlessOnes) {
     EXPECT_EQ(assigned(R"({"M":{"V" 5}})"), "JSON parse error at 5.\r\n");
     std::string deep = "1";
     for (int level = 0; level < 16; ++level)

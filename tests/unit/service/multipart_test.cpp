@@ -1,4 +1,4 @@
-#include "apps/web/service/multipart.h"
+#include "apps/web/service/app/multipart.h"
 
 #include "tests/unit/diagnostics/logcapture.h"
 

@@ -1,9 +1,9 @@
 #include "apps/web/service/qorapp.h"
 
+#include "apps/common/event/events_gen.h"
+#include "apps/web/service/app/firmwareupdate.h"
 #include "apps/web/service/fcgi.h"
 #include "apps/web/service/request.h"
-#include "apps/web/service/updatevariables.h"
-#include "gen/code/events_gen.h"
 #include "gen/code/memories.h"
 #include "records.h"
 #include "tests/unit/introspection/fixture.h"

@@ -1,6 +1,6 @@
-#include "apps/web/service/variabletree.h"
+#include "apps/web/service/variables/variabletree.h"
 
-#include "apps/web/service/updatedocument.h"
+#include "apps/web/service/variables/updatedocument.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 #include "tests/unit/diagnostics/logcapture.h"

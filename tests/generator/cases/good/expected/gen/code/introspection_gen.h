@@ -3,7 +3,7 @@
 #pragma once
 
 #include "gen/code/enumerations_gen.h"
-#include "gen/code/events_gen.h"
+#include "apps/common/event/events_gen.h"
 #include "gen/code/structures_gen.h"
 
 static_assert(CATALOGUE_VERSION == 1, "the generator and the catalogue's support header differ");

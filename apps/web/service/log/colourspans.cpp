@@ -1,4 +1,4 @@
-#include "apps/web/service/colourspans.h"
+#include "apps/web/service/log/colourspans.h"
 
 #include <algorithm>
 #include <cstring>

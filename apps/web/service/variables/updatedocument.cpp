@@ -1,4 +1,4 @@
-#include "apps/web/service/updatedocument.h"
+#include "apps/web/service/variables/updatedocument.h"
 
 void UpdateDocument::beginVariable(unsigned int mem, const std::string& memory, const std::string& variable) {
     if (memory_ == mem) {

@@ -1,4 +1,4 @@
-#include "apps/web/service/sharedvalue.h"
+#include "apps/common/introspection/sharedvalue.h"
 
 #include "apps/common/event/serverconnection.h"
 

@@ -1,8 +1,8 @@
-#include "apps/web/service/variabletree.h"
+#include "apps/web/service/variables/variabletree.h"
 
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/introspection/introspection.h"
-#include "apps/web/service/variabletext.h"
+#include "apps/web/service/variables/variablejson.h"
 
 #include <algorithm>
 #include <cstring>

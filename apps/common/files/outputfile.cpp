@@ -1,4 +1,4 @@
-#include "apps/web/service/outputfile.h"
+#include "apps/common/files/outputfile.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/web/service/descriptor.h"
+#include "apps/common/files/descriptor.h"
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "apps/web/service/multipart.h"
+#include "apps/web/service/app/multipart.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
 

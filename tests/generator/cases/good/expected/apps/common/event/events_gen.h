@@ -2,12 +2,13 @@
 //     python3 gen/generator/generate.py --model gen/model --out <folder>
 #pragma once
 
-#include "apps/common/introspection/setters.h"
-
 #include <cstdint>
 
-static_assert(CATALOGUE_VERSION == 1, "the generator and the catalogue's support header differ");
-static_assert(EVENT_COUNT == 13, "the model and the event layer differ in the number of events");
+/// Number of events that have a name; ids run from 0 to EVENT_COUNT - 1.
+constexpr std::uint32_t EVENT_COUNT = 13;
+
+/// The names by id: "Var<variable>Changed" for every variable that notifies.
+extern const char* const EVENT_NAME[EVENT_COUNT];
 
 /// The id of every event by its name: gen::EventId::VarFocusTorqueChanged.
 namespace gen::EventId {

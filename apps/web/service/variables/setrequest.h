@@ -9,7 +9,7 @@
 ///
 ///     {"<memory>": {"<variable>": <value>}}
 ///     {"<memory>": {"<variable>": {"Index": <element>, "<member>": <value>, ...}}}    for a structure
-struct Assignment {
+struct SetRequest {
     std::string memory;
     std::string variable;
     JsonObject pairs; ///< the innermost ones: the value is the last, or the members are all of them

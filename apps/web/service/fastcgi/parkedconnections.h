@@ -8,13 +8,13 @@
 /// Connections that came when every place was taken. They are left alone, neither read nor answered, but a
 /// descriptor is closed once its peer has gone: clients that knock in vain must not use up the process's
 /// descriptors.
-class Unserved : public EventPoll::Callback {
+class ParkedConnections : public EventPoll::Callback {
 public:
     /// `poll` must outlive the object.
-    explicit Unserved(EventPoll& poll) : poll_(poll) {}
-    ~Unserved() override;
-    Unserved(const Unserved&) = delete;
-    Unserved& operator=(const Unserved&) = delete;
+    explicit ParkedConnections(EventPoll& poll) : poll_(poll) {}
+    ~ParkedConnections() override;
+    ParkedConnections(const ParkedConnections&) = delete;
+    ParkedConnections& operator=(const ParkedConnections&) = delete;
 
     /// Takes ownership of the descriptor.
     void add(int fd);

@@ -1,11 +1,11 @@
-#include "apps/web/service/assignment.h"
+#include "apps/web/service/variables/setrequest.h"
 
-#include "apps/web/service/json.h"
+#include "apps/web/service/variables/json.h"
 
 #include <ostream>
 #include <utility>
 
-bool Assignment::parse(const std::string& body, std::ostream& errors) {
+bool SetRequest::parse(const std::string& body, std::ostream& errors) {
     Json json;
     std::string nested;
     const std::string* text = &body;
@@ -30,11 +30,11 @@ bool Assignment::parse(const std::string& body, std::ostream& errors) {
     return false;
 }
 
-bool Assignment::hasValue() const {
+bool SetRequest::hasValue() const {
     return !pairs.empty() && !(pairs.size() == 1 && pairs.front().first == "Index");
 }
 
-int Assignment::elementIndex() const {
+int SetRequest::elementIndex() const {
     int index = 0;
     for (const auto& [key, value] : pairs)
         if (key == "Index")

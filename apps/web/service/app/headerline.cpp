@@ -1,4 +1,4 @@
-#include "apps/web/service/headerline.h"
+#include "apps/web/service/app/headerline.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
 

@@ -1,4 +1,4 @@
-#include "apps/web/service/sendall.h"
+#include "apps/web/service/fastcgi/sendall.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,10 +1,10 @@
-#include "apps/web/service/updatevariables.h"
+#include "apps/web/service/app/firmwareupdate.h"
 
 #include "apps/common/diagnostics/constants.h"
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/web/service/sharedvalue.h"
+#include "apps/common/event/events_gen.h"
+#include "apps/common/introspection/sharedvalue.h"
 #include "gen/code/enumerations_gen.h"
-#include "gen/code/events_gen.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 

@@ -1,6 +1,6 @@
-#include "apps/web/service/deviceinfo.h"
+#include "apps/web/service/app/deviceinfo.h"
 
-#include "apps/web/service/sharedvalue.h"
+#include "apps/common/introspection/sharedvalue.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 

@@ -1,4 +1,4 @@
-#include "apps/common/introspection/jsontext.h"
+#include "apps/common/introspection/jsonstring.h"
 
 #include <nlohmann/json.hpp>
 

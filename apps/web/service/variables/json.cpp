@@ -1,4 +1,4 @@
-#include "apps/web/service/json.h"
+#include "apps/web/service/variables/json.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "apps/common/introspection/valuetext.h"
+#include "apps/common/introspection/valueconversion.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
 

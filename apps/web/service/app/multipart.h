@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/web/service/headerline.h"
-#include "apps/web/service/outputfile.h"
+#include "apps/common/files/outputfile.h"
+#include "apps/web/service/app/headerline.h"
 
 #include <cstddef>
 #include <map>

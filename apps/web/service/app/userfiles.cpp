@@ -1,8 +1,8 @@
-#include "apps/web/service/userfiles.h"
+#include "apps/web/service/app/userfiles.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/web/service/descriptor.h"
-#include "apps/web/service/outputfile.h"
+#include "apps/common/files/descriptor.h"
+#include "apps/common/files/outputfile.h"
 #include "apps/web/service/request.h"
 
 #include <cerrno>

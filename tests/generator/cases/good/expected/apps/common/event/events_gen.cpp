@@ -1,6 +1,6 @@
 // Generated from gen/model; do not edit. Edit the model, then build, or run
 //     python3 gen/generator/generate.py --model gen/model --out <folder>
-#include "gen/code/events_gen.h"
+#include "apps/common/event/events_gen.h"
 
 constinit const char* const EVENT_NAME[EVENT_COUNT] = {
     "Invalid", // 0
