@@ -1,9 +1,9 @@
 // Puts the console together: what is known, the feeds and the views that are opened by the address's fragment.
 
-import { Connection } from "./connection.js";
+import { Connection } from "./views/connection.js";
 import { byId, setText } from "./dom.js";
-import { connect } from "./feedclient.js";
-import { Store } from "./store.js";
+import { connect } from "./feed/client.js";
+import { Store } from "./model/store.js";
 import { DeviceView } from "./views/device.js";
 import { LogView } from "./views/log.js";
 import { ScreenView } from "./views/screen.js";

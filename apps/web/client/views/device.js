@@ -1,10 +1,10 @@
 // What the device is, its files, and its firmware.
 
-import { deviceInfo } from "../api.js";
+import { deviceInfo } from "../feed/api.js";
 import { byId, element, setText } from "../dom.js";
-import { sizeText } from "../format.js";
+import { sizeText } from "../model/format.js";
 import { FileList } from "./files.js";
-import { Firmware } from "./firmware.js";
+import { FirmwareView } from "./firmware.js";
 
 const REFRESH_MS = 10000;
 const KINDS = { lenstables: "Lens tables", focusrings: "Focus rings", setups: "Setups" };
@@ -16,7 +16,7 @@ export class DeviceView {
   #shown = "";
 
   constructor() {
-    this.#firmware = new Firmware(() => this.#refresh());
+    this.#firmware = new FirmwareView(() => this.#refresh());
     this.#lists = Object.entries(KINDS).map(([kind, title]) => new FileList(kind, title, () => this.#refresh()));
     byId("device-files").append(...this.#lists.map((list) => list.node));
   }

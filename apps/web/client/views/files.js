@@ -1,6 +1,6 @@
 // The files of one kind on the device.
 
-import { deleteFile, fileAddress, listFiles, putFile } from "../api.js";
+import { deleteFile, fileAddress, listFiles, putFile } from "../feed/api.js";
 import { ask, element, setText } from "../dom.js";
 
 // The card with the list, for one kind of the API ("lenstables"). onChange is called when the device's space may have

@@ -1,7 +1,7 @@
 // The kernel log, live.
 
 import { byId, element, setPressed, setText } from "../dom.js";
-import { LogText } from "../logtext.js";
+import { LogText } from "../model/logtext.js";
 
 // While nobody reads further up, old lines make room. Who reads keeps the place: then more lines are kept.
 const KEPT_LINES = 5000;

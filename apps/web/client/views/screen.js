@@ -1,8 +1,8 @@
 // The display, refreshed as fast as answers come: the next picture is asked for when the last one is drawn.
 
-import { capture, pause } from "../api.js";
+import { capture, pause } from "../feed/api.js";
 import { byId, saveAs, setPressed, setText } from "../dom.js";
-import { timeStamp } from "../format.js";
+import { timeStamp } from "../model/format.js";
 
 const RETRY_MS = 1000;
 

@@ -1,10 +1,10 @@
 // Numbers over time, several at once.
 
 import { byId, element, saveAs, setPressed, setText } from "../dom.js";
-import { timeStamp } from "../format.js";
-import { loadPlots, Plot } from "../plot.js";
-import { asCsv, numbersOf, Recording } from "../recording.js";
-import { recall, remember } from "../remember.js";
+import { timeStamp } from "../model/format.js";
+import { loadPlots, Plot } from "./plot.js";
+import { asCsv, numbersOf, Recording } from "../model/recording.js";
+import { recall, remember } from "../model/remember.js";
 
 const KEY = "console.watched";
 const DRAW_MS = 100;

@@ -1,6 +1,6 @@
 // Says how the page stands with the service, and greys what may be old.
 
-import { byId, setText } from "./dom.js";
+import { byId, setText } from "../dom.js";
 
 export class Connection {
   #state = "reconnecting";

@@ -1,6 +1,6 @@
 // One number's plot. The plotting library is put beside the console when it is built; without it there are no plots.
 
-import { element } from "./dom.js";
+import { element } from "../dom.js";
 
 const HEIGHT = 150;
 let loading = null;

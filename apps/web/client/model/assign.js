@@ -1,6 +1,6 @@
 // Sets a variable and finds out what has become of it: set.cgi answers result 1 also where it refused.
 
-import { RequestError, set } from "./api.js";
+import { RequestError, set } from "../feed/api.js";
 import { bounds } from "./format.js";
 
 // The service tells a change within its 100 ms; what comes later is on a slow way, and then the tree is asked.

@@ -1,7 +1,8 @@
 // Polls for all pages of a browser. A page sends what it needs, {tree, log}, or {reread: number}, and gets the
 // feeds' messages and {type: "reread", number, came}.
 
-import { LogFeed, TreeFeed } from "./feed.js";
+import { LogFeed } from "./logfeed.js";
+import { TreeFeed } from "./treefeed.js";
 
 const needs = new Map();
 const tree = new TreeFeed((message) => tell("tree", message));

@@ -1,53 +1,17 @@
-// What waits at the service: changes of variables, and log text. The service tells a change only to those who wait when
-// its 100 ms are over: between an answer and the next poll nothing is done. See docs/console.md.
+// Follows the variables. The service reports a change only to requests that wait when its 100 ms period ends, so the next
+// poll is sent before anything else happens. See docs/console.md.
 
-import { pause, request, RequestError } from "./api.js";
+import { request, RequestError } from "./api.js";
+import { Loop } from "./loop.js";
 
 const TREE = "/api/v1/all.cgi";
 const UPDATE = "/api/v1/update.cgi";
-const LOG = "/api/v1/log.cgi";
 // A request that the service answers at once, and that leaves no line in its log.
 const PROBE = "/qorapp/v1/setups/list";
 
-const RETRY_MS = [200, 500, 1000, 2000];
-const CROWDED_RETRY_MS = 3000;
 const LOST_AFTER_MS = 5000;
 const QUIET_MS = 10000;
 const PROBE_MS = 5000;
-// Characters of the log for pages that come later.
-const KEPT_AT_MOST = 4000000;
-
-// A loop that can be started and stopped any number of times, and backs off while `turn` fails.
-class Loop {
-  #abort = null;
-
-  // Returns whether it stood still before.
-  start() {
-    if (this.#abort !== null) return false;
-    this.#abort = new AbortController();
-    this.#run(this.#abort.signal);
-    return true;
-  }
-
-  stop() {
-    this.#abort?.abort();
-    this.#abort = null;
-  }
-
-  async #run(signal) {
-    for (let failures = 0; !signal.aborted; ++failures) {
-      try {
-        await this.turn(signal, () => { failures = -1; });
-      } catch (error) {
-        if (!signal.aborted) {
-          this.failed(error);
-          const wait = RETRY_MS[Math.min(Math.max(failures, 0), RETRY_MS.length - 1)];
-          await pause(error.status === 503 ? CROWDED_RETRY_MS * (0.5 + Math.random()) : wait);
-        }
-      }
-    }
-  }
-}
 
 // Reads the whole tree, then follows its changes; after any gap again. emit() gets messages:
 //   {type: "tree" | "update", text}   {type: "state", state: "live" | "reconnecting" | "lost", text}
@@ -162,67 +126,5 @@ export class TreeFeed extends Loop {
       this.#state = { type: "state", state, text };
       this.#emit(this.#state);
     }
-  }
-}
-
-// Follows the kernel log. The answer is a length, a line end, and the text behind the offset (bytes) that was asked for.
-// emit() gets {type: "log", reset, text}, where the text is all of the log with `reset`, and {type: "log-state", text},
-// empty while all is well.
-export class LogFeed extends Loop {
-  #emit;
-  #offset = 0;
-  #decoder = new TextDecoder();
-  #text = "";
-
-  constructor(emit) {
-    super();
-    this.#emit = emit;
-  }
-
-  // All of the log so far, for who came later.
-  get whole() {
-    return { type: "log", reset: true, text: this.#text };
-  }
-
-  async turn(signal, succeeded) {
-    const asked = this.#offset;
-    const answer = await request(asked === 0 ? LOG : `${LOG}?offset=${asked}`, { signal });
-    const bytes = new Uint8Array(await answer.arrayBuffer());
-    succeeded();
-    this.#take(asked, bytes);
-    // Without a log the service answers at once and with nothing.
-    if (this.#offset === 0) await pause(1000);
-  }
-
-  // The next answer may begin anywhere after a failure: the service may have been started anew.
-  failed(error) {
-    this.#offset = 0;
-    this.#emit({ type: "log-state", text: error.status === 503
-      ? "Too many clients are connected. Trying again." : "No connection. Trying again." });
-  }
-
-  #take(asked, bytes) {
-    const lineEnd = bytes.indexOf(10);
-    const length = Number(new TextDecoder().decode(bytes.subarray(0, lineEnd)));
-    const body = bytes.subarray(lineEnd + 1);
-    // Less than what was asked for: another log, and all of it is here.
-    const isWhole = asked === 0 || length < asked;
-    if (isWhole) this.#decoder = new TextDecoder();
-    const text = this.#decoder.decode(body, { stream: true });
-    this.#offset = (isWhole ? 0 : asked) + body.length;
-    this.#emit({ type: "log-state", text: "" });
-    this.#add(text, isWhole);
-  }
-
-  // After a gap in the connection the log is most often the known one and a bit more.
-  #add(text, isWhole) {
-    const isKnown = isWhole && this.#text !== "" && text.startsWith(this.#text);
-    const added = isKnown ? text.slice(this.#text.length) : text;
-    const reset = isWhole && !isKnown;
-    this.#text = isWhole ? text : this.#text + text;
-    if (this.#text.length > KEPT_AT_MOST) {
-      this.#text = this.#text.slice(this.#text.indexOf("\n", this.#text.length - KEPT_AT_MOST / 2) + 1);
-    }
-    if (reset || added !== "") this.#emit({ type: "log", reset, text: added });
   }
 }

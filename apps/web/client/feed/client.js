@@ -1,6 +1,7 @@
 // The page's end of the feeds: through the shared worker, or in the page where the browser has none.
 
-import { LogFeed, TreeFeed } from "./feed.js";
+import { LogFeed } from "./logfeed.js";
+import { TreeFeed } from "./treefeed.js";
 
 // receive() gets the feeds' messages. The result's need({tree, log}) tells what is wanted from now on; reread(number)
 // reads the tree anew and ends with the message {type: "reread", number, came}.
@@ -10,7 +11,7 @@ export function connect(receive) {
 }
 
 function throughWorker(receive) {
-  const { port } = new SharedWorker(new URL("feedworker.js", import.meta.url), { type: "module", name: "feed" });
+  const { port } = new SharedWorker(new URL("worker.js", import.meta.url), { type: "module", name: "feed" });
   port.onmessage = ({ data }) => receive(data);
   return { need: (wanted) => port.postMessage(wanted), reread: (number) => port.postMessage({ reread: number }) };
 }

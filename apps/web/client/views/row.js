@@ -1,0 +1,90 @@
+// A row of the Variables view.
+
+import { element, setText } from "../dom.js";
+import { createEditor } from "../editors/editor.js";
+import { typeText, valueText } from "../model/format.js";
+
+const CHANGED_MS = 1200;
+
+// One variable: what it is, its value, and on demand its editor.
+export class Row {
+  #app;
+  #favourites;
+  #parts;
+  #editor = null;
+  #changedUntil = 0;
+
+  constructor(app, variable, favourites, togglePin) {
+    this.#app = app;
+    this.#favourites = favourites;
+    this.variable = variable;
+    const memory = element("span", { class: "of" }, `${variable.memory}.`);
+    const name = element("span", { class: "name" }, variable.name);
+    const about = variable.about ? [element("span", { class: "about" }, variable.about)] : [];
+    this.#parts = {
+      pin: element("button", { class: "pin", onclick: togglePin,
+        "aria-label": `Favourite ${variable.name}` }),
+      type: element("span", { class: "type" }),
+      value: element("span", { class: "value" }),
+      edit: element("button", { class: "edit", "aria-expanded": "false",
+        "aria-label": `Edit ${variable.name}`, onclick: () => this.#toggleEditor() }, "Edit"),
+    };
+    const { pin, type, value, edit } = this.#parts;
+    this.node = element("li", { class: "variable", "data-variable": variable.key }, pin,
+      element("div", { class: "what" }, memory, name, ...about), type, value, edit);
+    this.node.addEventListener("keydown", (event) => event.key === "Escape" && this.#editor && this.#toggleEditor());
+    this.showPin();
+    this.update(false);
+  }
+
+  showPin() {
+    this.#parts.pin.setAttribute("aria-pressed", this.#favourites.has(this.variable.key));
+  }
+
+  update(isNews) {
+    const { type, value, edit } = this.#parts;
+    const text = valueText(this.variable);
+    const isChanged = isNews && (value.textContent !== text || this.variable.data);
+    setText(type, typeText(this.variable));
+    setText(value, text);
+    this.node.dataset.kind = this.variable.kind;
+    value.dataset.value = this.variable.kind === "bool" ? text : "";
+    edit.hidden = this.variable.kind === "unprintable" && this.variable.type !== "string";
+    this.#editor?.update();
+    if (isChanged) {
+      this.#changedUntil = performance.now() + CHANGED_MS;
+      this.node.classList.add("changed");
+    }
+  }
+
+  calmDown(now) {
+    if (this.#changedUntil !== 0 && now > this.#changedUntil) {
+      this.#changedUntil = 0;
+      this.node.classList.remove("changed");
+    }
+  }
+
+  // Shows the row when each word is in its name, type or value. A row that is being edited stays.
+  filter(words, memory) {
+    const isWanted = memory === "" || memory === this.variable.memory;
+    const { type, value } = this.#parts;
+    const text = words.length === 0 ? ""
+      : [this.variable.key, this.variable.about, type.textContent, value.textContent].join("\n").toLowerCase();
+    this.node.hidden = !(isWanted && words.every((word) => text.includes(word))) && this.#editor === null;
+  }
+
+  #toggleEditor() {
+    if (this.#editor) {
+      this.#editor.form.remove();
+      this.#editor = null;
+      this.#parts.edit.focus();
+    } else {
+      this.#editor = createEditor(this.#app, this.variable);
+      this.node.append(this.#editor.form);
+      this.#editor.form.querySelector("input, select, textarea, button")?.focus();
+    }
+    this.#parts.edit.setAttribute("aria-expanded", this.#editor !== null);
+    setText(this.#parts.edit, this.#editor ? "Close" : "Edit");
+    this.#parts.edit.setAttribute("aria-label", `${this.#editor ? "Close" : "Edit"} ${this.variable.name}`);
+  }
+}
