@@ -7,7 +7,7 @@ command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)
 RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua)
 PACKAGE_PACKAGES=(debhelper lintian)
-TEST_PACKAGES=(python3-pytest python3-jsonschema curl "${PACKAGE_PACKAGES[@]}" debootstrap systemd-container)
+TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PACKAGES[@]}" debootstrap systemd-container)
 # The console is tested in a real browser. Where Node.js comes from elsewhere, it stays.
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
