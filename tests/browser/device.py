@@ -7,7 +7,6 @@ The first line tells the device's address and folder. An "error" instead of a re
 input the device ends; status 0 says that all of its processes ended well and no sanitizer complained.
 """
 
-import csv
 import json
 import os
 import signal
@@ -19,12 +18,10 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
 
 from brokerclient import BrokerClient
-from catalogue import MODEL, Catalogue
+from catalogue import Catalogue
 from systemdevice import SystemDevice
 
 CATALOGUE = Catalogue()
-with open(MODEL / "ledger.csv", newline="") as ledger:
-    EVENTS = {f'{line["memory"]}.{line["name"]}': int(line["event"]) for line in csv.DictReader(ledger)}
 
 
 class Commands:
@@ -42,15 +39,15 @@ class Commands:
         row = CATALOGUE.variable(memory, name)
         with BrokerClient(self._device) as broker:
             now = time.time()
-            self._device.write(memory, row["at"], b"\xff\0" if value is None else encode(row, value))
-            broker.post(EVENTS[variable])
+            self._device.write(memory, row.at, b"\xff\0" if value is None else encode(row, value))
+            broker.post(row.event)
             broker.posted()
         return now
 
     def load(self, variable):
         """What a variable holds, as the tree would tell it; of a variable that is not a structure only the value."""
         memory, name = variable.split(".")
-        data = self._device.read(memory, 0, CATALOGUE.memories[memory]["size"])
+        data = self._device.read(memory, 0, CATALOGUE.memories[memory].size)
         value = CATALOGUE.decode(memory, data)[name]
         return value["value"] if isinstance(value, dict) and "type" in value else value
 
@@ -66,11 +63,11 @@ class Commands:
 
 
 def encode(row, value):
-    if row["type"] in CATALOGUE.enumerations:
-        return struct.pack("<I", CATALOGUE.enumerations[row["type"]].index(value))
-    if row["type"] == "string":
-        return value.encode().ljust(row["length"], b"\0")
-    return struct.pack({"int": "<i", "float": "<f"}[row["type"]], value)
+    if entries := CATALOGUE.entries(row):
+        return struct.pack("<I", entries.index(value))
+    if row.type == "string":
+        return value.encode().ljust(row.length, b"\0")
+    return struct.pack({"int": "<i", "float": "<f"}[row.type], value)
 
 
 def answer(commands, line):

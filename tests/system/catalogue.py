@@ -1,144 +1,110 @@
-"""Reads the memories by the model alone, without a line of the service or of the generator.
+"""Fills memories with values and tells what all.cgi has to print for them.
 
-    fill:   the bytes of a memory, each field made by a function that the test hands in
-    decode: what all.cgi has to say about such bytes
+The places of variables and members come from the generator; the compiler checks them against the C structures.
 """
 
 import math
 import struct
+import sys
 from pathlib import Path
 
-import yaml
+REPOSITORY = Path(__file__).resolve().parents[2]
+sys.path.append(str(REPOSITORY / "gen" / "generator"))
 
-MODEL = Path(__file__).resolve().parents[2] / "gen" / "model"
-WIDTH = {"int": 4, "float": 4, "bool": 1}
+from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
+from load import Loader
+from problems import Problems
 
-
-def load(name):
-    return yaml.safe_load((MODEL / name).read_text())
-
-
-def float_text(raw):
-    number = struct.unpack("<f", raw)[0]
-    if math.isnan(number):
-        return "-nan" if raw[3] & 0x80 else "nan"
-    return "%f" % number
-
-
-def text(raw):
-    return raw.split(b"\0")[0].decode()
+DEFAULT_BOUNDS = {INT: ("-2147483648", "2147483647"), FLOAT: ("-1e38", "1e38"), STRING: ("0", "0"), BUFFER: ("0", "0")}
 
 
 def as_float32(number):
-    """The number, or what a text says, in the precision that the memories have."""
+    """The number, or the number that a text holds, in the precision of the memories."""
     return struct.unpack("<f", struct.pack("<f", float(number)))[0]
 
 
+def float_text(number, raw):
+    return ("-nan" if raw[3] & 0x80 else "nan") if math.isnan(number) else "%f" % number
+
+
 class Catalogue:
+    """memories   the model's memories by name, in the order of their indexes"""
+
     def __init__(self):
-        self.enumerations = {row["name"]: row["entries"] for row in load("enumerations.yaml")["enumerations"]}
-        self.structures = {row["name"]: row["members"] for row in load("structures.yaml")["structures"]}
-        memories = [load(f"memories/{path.name}") for path in (MODEL / "memories").iterdir()]
-        self.memories = {row["memory"]: row for row in sorted(memories, key=lambda row: row["index"])}
+        model = Loader(Problems()).model(REPOSITORY / "gen" / "model")
+        self.memories = {memory.name: memory for memory in model.memories}
+        self._types = Types(model)
 
     def sizes(self):
-        return {name: memory["size"] for name, memory in self.memories.items()}
+        return {name: memory.size for name, memory in self.memories.items()}
 
     def variable(self, memory, name):
-        return next(row for row in self.memories[memory]["variables"] if row["name"] == name)
-
-    # Layout
-
-    def width(self, row):
-        """Bytes of one element of a variable or of a member."""
-        if row["type"] in ("string", "buffer"):
-            return row["length"]
-        if row["type"] in self.structures:
-            members = self.structures[row["type"]]
-            end = max(at + self.width(member) for member, at in self.places(members))
-            alignment = max(self.alignment(member) for member in members)
-            return -(-end // alignment) * alignment
-        return WIDTH.get(row["type"], 4)
-
-    def alignment(self, row):
-        return 1 if row["type"] in ("bool", "string", "buffer") else 4
-
-    def places(self, members):
-        """Each member with its offset."""
-        at = 0
-        for member in members:
-            at = -(-at // self.alignment(member)) * self.alignment(member)
-            yield member, at
-            at += self.width(member)
-
-    def elements(self, row):
-        """The offsets of a structure variable's elements from its location."""
-        return range(0, self.width(row) * row.get("length", 1), self.width(row))
-
-    # From fields to bytes
+        return next(variable for variable in self.memories[memory].variables if variable.name == name)
 
     def fill(self, memory, make):
-        """Bytes of a memory; make(type, bytes, number of entries) gives each field, and "gap" what lies between."""
-        size = self.memories[memory]["size"]
-        data = bytearray(make("gap", size, 0))
-        for row in self.memories[memory]["variables"]:
-            if row["type"] in self.structures:
-                for start in self.elements(row):
-                    for member, at in self.places(self.structures[row["type"]]):
-                        self._put(data, row["at"] + start + at, member, make)
-            else:
-                self._put(data, row["at"], row, make)
-        assert len(data) == size
+        """Bytes of a memory. make(base type, bytes, number of entries) gives each value; None is the base type of the
+        bytes between values."""
+        data = bytearray(make(None, self.memories[memory].size, 0))
+        for field in self._types.fields(self.memories[memory]):
+            for member, at in self._members(field):
+                entries = self.entries(member.item)
+                data[at:at + member.size] = make(self._types.base(member.item.type), member.size, len(entries))
         return bytes(data)
 
-    def _put(self, data, at, row, make):
-        kind = "enum" if row["type"] in self.enumerations else row["type"]
-        width = self.width(row)
-        field = make(kind, width, len(self.enumerations.get(row["type"], ())))
-        assert len(field) == width
-        data[at:at + width] = field
-
-    # From bytes to the document
-
     def decode(self, memory, data):
-        """The memory's object in the tree. What is a number in JSON, a float of a structure, is read by as_float32."""
-        return {row["name"]: self._value(row, data) for row in self.memories[memory]["variables"]}
+        """The memory's object in the tree, to be compared with one whose numbers were read by as_float32."""
+        fields = {field.item.name: field for field in self._types.fields(self.memories[memory])}
+        return {variable.name: self._value(fields[variable.name], data) for variable in self.memories[memory].variables}
 
-    def _value(self, row, data):
-        if row["type"] in self.structures:
-            values = [self._structure(row, data, row["at"] + start) for start in self.elements(row)]
-            return values if "length" in row else values[0]
-        return self._scalar(row, data[row["at"]:row["at"] + self.width(row)])
+    def _members(self, field):
+        """Every member of every element with its offset; a variable without members is its own member."""
+        structure = self._types.structures.get(field.item.type)
+        if structure is None:
+            return [(field, field.offset)]
+        elements = range(field.offset, field.offset + field.size, self._types.structure_size(structure))
+        return [(member, start + member.offset) for start in elements for member in self._types.members(structure)]
 
-    def _scalar(self, row, raw):
-        kind = row["type"]
-        if kind == "bool":
-            return {"value": "true" if raw[0] else "false", "type": "bool", "textid": ["false", "true"]}
-        if kind in self.enumerations:
-            return {"value": self._entry(kind, raw), "type": kind, "textid": self.enumerations[kind]}
-        low, high, value = {
-            "int": ("-2147483648", "2147483647", lambda: str(struct.unpack("<i", raw)[0])),
-            "float": ("-1e38", "1e38", lambda: float_text(raw)),
-            "string": ("0", "0", lambda: text(raw)),
-            "buffer": ("0", "0", raw.hex),
-        }[kind]
-        return {"max": str(row.get("max", high)), "min": str(row.get("min", low)),
-                "type": "string" if kind == "buffer" else kind, "value": value()}
+    def entries(self, item):
+        """The names of an enumeration's values; empty for other types."""
+        enumeration = self._types.enumerations.get(item.type)
+        return enumeration.entries if enumeration else []
 
-    def _structure(self, row, data, start):
-        return {member["name"]: self._member(member, data[start + at:start + at + self.width(member)])
-                for member, at in self.places(self.structures[row["type"]])}
+    def _value(self, field, data):
+        item, base = field.item, self._types.base(field.item.type)
+        if base == STRUCT:
+            return self._structures(field, data)
+        value = self._plain(item, data[field.offset:field.offset + field.size])
+        if base == BOOL:
+            return {"value": "true" if value else "false", "type": "bool", "textid": ["false", "true"]}
+        if base == ENUM:
+            return {"value": value, "type": item.type, "textid": self.entries(item)}
+        low, high = DEFAULT_BOUNDS[base]
+        if base == FLOAT:
+            value = float_text(value, data[field.offset:field.offset + field.size])
+        return {"max": item.max or high, "min": item.min or low, "type": "string" if base == BUFFER else item.type,
+                "value": str(value)}
 
-    def _member(self, member, raw):
-        kind = member["type"]
-        if kind in self.enumerations:
-            return self._entry(kind, raw)
-        if kind == "float":
-            number = struct.unpack("<f", raw)[0]
-            return number if math.isfinite(number) else None
-        return {"int": lambda: struct.unpack("<i", raw)[0], "bool": lambda: raw[0] != 0, "string": lambda: text(raw)}[
-            kind]()
+    def _structures(self, field, data):
+        elements = []
+        for member, at in self._members(field):
+            if member.offset == 0:
+                elements.append({})
+            value = self._plain(member.item, data[at:at + member.size])
+            is_number = not isinstance(value, float) or math.isfinite(value)
+            elements[-1][member.item.name] = value if is_number else None
+        return elements if field.item.length else elements[0]
 
-    def _entry(self, kind, raw):
-        entries, value = self.enumerations[kind], struct.unpack("<I", raw)[0]
+    def _plain(self, item, raw):
+        """The value as a number or text of Python."""
+        base = self._types.base(item.type)
+        if base == STRING:
+            return raw.split(b"\0")[0].decode()
+        if base == BUFFER:
+            return raw.hex()
+        if base == BOOL:
+            return raw[0] != 0
+        value = struct.unpack("<f" if base == FLOAT else "<I" if base == ENUM else "<i", raw)[0]
+        if base != ENUM:
+            return value
+        entries = self.entries(item)
         return entries[value] if value < len(entries) else f"INVALID_VALUE:{value}"

@@ -1,8 +1,9 @@
-"""A FastCGI client that has every byte in its hand.
+"""A FastCGI client that builds and reads single records.
 
     record: version, type, request id (2), content length (2), padding length, reserved, content, padding
 """
 
+import select
 import socket
 import struct
 from dataclasses import dataclass
@@ -13,35 +14,32 @@ RESPONDER_KEEPING = b"\0\1\1\0\0\0\0\0"
 RESPONDER = b"\0\1\0\0\0\0\0\0"
 JSON_HEADER = b"Content-type: application/json\r\n\r\n"
 TIMEOUT = 60
+LONG = 1 << 31  # marks a length of four bytes
+LONGEST_CONTENT = 65535
 
 
-def record(kind, content=b"", request_id=1, padding=0, version=1):
-    return HEADER.pack(version, kind, request_id, len(content), padding, 0) + content + bytes(padding)
+def record(kind, content=b"", request_id=1):
+    return HEADER.pack(1, kind, request_id, len(content), 0, 0) + content
 
 
-def length(size, is_long=False):
-    return struct.pack(">I", size | 0x80000000) if is_long or size > 127 else bytes([size])
-
-
-def pair(name, value, is_long=False):
+def pair(name, value):
     name, value = name.encode(), value.encode()
-    return length(len(name), is_long) + length(len(value), is_long) + name + value
+    return struct.pack(">II", len(name) | LONG, len(value) | LONG) + name + value
 
 
-def request(script, body=b"", *, request_id=1, keep=False, padding=0, chunk=65535, version=1, **params):
+def request(script, body=b"", *, request_id=1, keep=False, **params):
     """All records of a request."""
     content = b"".join(pair(name, value) for name, value in {"SCRIPT_NAME": script, **params}.items())
-    pieces = [body[at:at + chunk] for at in range(0, len(body), chunk)]
+    pieces = [body[at:at + LONGEST_CONTENT] for at in range(0, len(body), LONGEST_CONTENT)]
     records = [(BEGIN, RESPONDER_KEEPING if keep else RESPONDER), (PARAMS, content), (PARAMS, b"")]
-    records += [(STDIN, piece) for piece in pieces] + [(STDIN, b"")]
-    return b"".join(record(kind, piece, request_id, padding, version) for kind, piece in records)
+    records += [(STDIN, piece) for piece in [*pieces, b""]]
+    return b"".join(record(kind, piece, request_id) for kind, piece in records)
 
 
 @dataclass
 class Answer:
-    """What came back up to END_REQUEST."""
-    raw: bytes
-    records: list  # (type, request id, content) of each
+    """The records of an answer, up to END_REQUEST."""
+    records: list  # (type, request id, content)
 
     @property
     def output(self):
@@ -49,16 +47,16 @@ class Answer:
 
     @property
     def body(self):
-        """The output behind the default header."""
+        """The output after the default header."""
         assert self.output.startswith(JSON_HEADER), self.output[:200]
         return self.output[len(JSON_HEADER):]
 
 
 class Connection:
     def __init__(self, port):
-        self.socket = socket.create_connection(("127.0.0.1", port), TIMEOUT)
+        self.socket = socket.create_connection(("127.0.0.1", port))
         self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        self._received = bytearray()
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVTIMEO, struct.pack("ll", TIMEOUT, 0))
 
     def __enter__(self):
         return self
@@ -80,36 +78,22 @@ class Connection:
         return self.answer()
 
     def answer(self):
-        """Reads up to END_REQUEST. Fails when the connection ends before."""
-        raw, records = b"", []
+        """Reads up to END_REQUEST. Fails if the connection ends before it."""
+        records = []
         while not records or records[-1][0] != END:
-            header = self._take(HEADER.size)
-            _, kind, request_id, size, padding, _ = HEADER.unpack(header)
-            content = self._take(size + padding)
-            raw += header + content
-            records.append((kind, request_id, content[:size]))
-        return Answer(raw, records)
+            _, kind, request_id, size, padding, _ = HEADER.unpack(self._take(HEADER.size))
+            records.append((kind, request_id, self._take(size + padding)[:size]))
+        return Answer(records)
 
     def is_silent(self, seconds=0.3):
-        """Whether nothing comes, not even an end, for a while."""
-        self.socket.settimeout(seconds)
-        try:
-            self._received += self.socket.recv(1)
-            return False
-        except TimeoutError:
-            return True
-        finally:
-            self.socket.settimeout(TIMEOUT)
+        """Whether nothing arrives for a while, not even the end of the connection."""
+        return select.select([self.socket], [], [], seconds)[0] == []
 
     def is_closed(self):
-        """Waits for what comes next, and tells whether that is the end of the connection."""
-        return not self._received and self.socket.recv(1) == b""
+        """Waits for data or for the end of the connection. Returns true for the end."""
+        return self.socket.recv(1) == b""
 
     def _take(self, size):
-        while len(self._received) < size:
-            data = self.socket.recv(65536)
-            assert data, f"the connection ended after {bytes(self._received)!r}"
-            self._received += data
-        taken = bytes(self._received[:size])
-        del self._received[:size]
-        return taken
+        data = self.socket.recv(size, socket.MSG_WAITALL) if size else b""
+        assert len(data) == size, f"the connection ended after {data!r}"
+        return data

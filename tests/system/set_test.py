@@ -1,4 +1,4 @@
-"""set.cgi: what is stored, what is posted and what is answered."""
+"""set.cgi: stored values, posted events and answers."""
 
 import json
 import random
@@ -12,7 +12,6 @@ from systemdevice import IS_SANITIZED, wait_until
 SET = "/api/v1/set.cgi"
 DONE = b'{"result": 1 }'
 REFUSED = b'{"result": 0, "error": "" }'
-GOOD = b'{"MemPersistent":{"DisplayBrightness":7}}'
 
 
 def parse_error(position):
@@ -21,7 +20,7 @@ def parse_error(position):
 
 @pytest.fixture
 def empty(device, catalogue):
-    """Memories that hold nothing; what a test stores in them shows."""
+    """Memories of zeros, in which every stored byte shows."""
     for memory, size in catalogue.sizes().items():
         device.write(memory, 0, bytes(size))
     return device
@@ -29,7 +28,7 @@ def empty(device, catalogue):
 
 @pytest.mark.parametrize("name, value, raw", [
     ("MemPersistent.DisplayBrightness", "7", struct.pack("<i", 7)),
-    ("MemPersistent.DisplayBrightness", '"010"', struct.pack("<i", 8)),  # asked as ten, stored as octal
+    ("MemPersistent.DisplayBrightness", '"010"', struct.pack("<i", 8)),  # octal
     ("MemPersistent.CircleofConfusion", "0.05", struct.pack("<f", 0.05)),
     ("MemPersistent.ProductName", '"123456789012345678é"', b"123456789012345678\0\0"),
     ("MemGuiLocal.RadioRegionFlags", '"0aFf0123"', b"\x0a\xff\x01"),
@@ -37,13 +36,13 @@ def empty(device, catalogue):
     ("MemPersistent.MruLensFileList", '{"LensFileName":"a.lda","LensFileValid":true}',
      b"a.lda".ljust(32, b"\0") + b"\1\0\0\0"),
 ])
-def test_a_value_is_stored_and_its_event_posted(empty, catalogue, events, name, value, raw):
+def test_value_is_stored_and_its_event_posted(empty, catalogue, events, name, value, raw):
     memory, name = name.split(".")
     variable = catalogue.variable(memory, name)
-    size = catalogue.memories[memory]["size"]
+    size = catalogue.memories[memory].size
     assert empty.ask(SET, f'{{"{memory}":{{"{name}":{value}}}}}'.encode()) == DONE
-    assert empty.read(memory, 0, size) == (bytes(variable["at"]) + raw).ljust(size, b"\0")
-    assert events.posted() == [(variable["event"], 0, 0)]
+    assert empty.read(memory, 0, size) == (bytes(variable.at) + raw).ljust(size, b"\0")
+    assert events.posted() == [(variable.event, 0, 0)]
 
 
 @pytest.mark.parametrize("body, at, raw, event", [
@@ -51,42 +50,51 @@ def test_a_value_is_stored_and_its_event_posted(empty, catalogue, events, name, 
     (b"{MemPersistent:{DisplayBrightness:'7'}}", 92, b"\7", (221, 0, 0)),
     (b'{ "MemPersistent" : [ { "DisplayBrightness" : 7 } ] }', 92, b"\7", (221, 0, 0)),
     (b'{"MemPersistent":{"DisplayBrightness":7}', 92, b"\7", (221, 0, 0)),
+    (b'{"MemPersistent":1,"MemApp":{"DisplayBrightness":7}}', 92, b"\7", (221, 0, 0)),  # the first key is the memory
     (b'{"MemPersistent":{"MruLensFileList":{"LensFileName":"c","Index":1,"Index":9}}}', 163 + 324, b"c", (250, 0, 9)),
     (b'{"MemPersistent":{"RadioModuleList":{"Index":1,"RadioModuleType":"P900","RadioModuleBoost":true,'
      b'"RadioModuleChannel":5}}}', 588 + 20, struct.pack("<iiii", 2, 0, 5, 0) + b"\0\0\1", (276, 0, 1)),
 ])
-def test_index_and_place_choose_the_element_and_what_does_not_change_is_not_posted(empty, events, body, at, raw, event):
+def test_value_is_posted_only_when_it_changes(empty, events, body, at, raw, event):
     for _ in range(2):
         assert empty.ask(SET, body) == DONE
         assert empty.read("MemPersistent", at, len(raw)) == raw
-        assert sum(empty.read("MemPersistent", 0, 652)) == sum(raw)  # and nothing besides
+        assert sum(empty.read("MemPersistent", 0, 652)) == sum(raw)  # no other byte
     assert events.posted() == [event]
 
 
+def test_true_changes_a_flag_that_is_neither_0_nor_1(empty, events):
+    empty.write("MemPersistent", 40, b"\2")
+    for _ in range(2):
+        assert empty.ask(SET, b'{"MemPersistent":{"RadioPower":true}}') == DONE
+        assert empty.read("MemPersistent", 40, 1) == b"\1"
+    assert events.posted() == [(206, 0, 0)]
+
+
 @pytest.mark.parametrize("body, answer", [
-    # Out of range, or no such number: refused without a word.
+    # Out of range, or not a number: refused without an error.
     (b'{"MemPersistent":{"DisplayBrightness":11}}', DONE),
-    (b'{"MemPersistent":{"CircleofConfusion":-0.05}}', DONE),  # only an upper bound: nothing below the smallest number
+    (b'{"MemPersistent":{"CircleofConfusion":-0.05}}', DONE),  # without a lower bound, values have to be positive
     (b'{"MemPersistent":{"LastKnownFocusValue":nan}}', DONE),
     (b'{"MemGuiLocal":{"RadioRegionFlags":"zz"}}', DONE),
-    # Structures: an element outside, a member that there is not, a bad one beside a good one.
+    # Structures: an element outside, an unknown member, a wrong value beside a right one.
     (b'{"MemPersistent":{"MruLensFileList":{"Index":10,"LensFileName":"b"}}}', DONE),
     (b'{"MemPersistent":{"MruLensFileList":{"LensFileName":"b","Nothing":1}}}', DONE),
     (b'{"MemPersistent":{"MruLensFileList":{"LensFileName":"b","LensFileValid":maybe}}}', DONE),
-    # An index that is none, or nothing else than an index.
+    # An index that is no int, or the index last.
     (b'{"MemPersistent":{"MruLensFileList":{"Index":99999999999,"LensFileName":"b"}}}', REFUSED),
     (b'{"MemPersistent":{"DisplayBrightness":7,"Index":1}}', REFUSED),
-    # Names that there are not, and nothing to set.
+    # Unknown names, and no value.
     (b'{"mempersistent":{"DisplayBrightness":7}}', REFUSED),
     (b'{"MemPersistent":{"Nothing":7}}', REFUSED),
     (b" \r\n\t", REFUSED),
     (b'{"MemPersistent":{"DisplayBrightness":7', REFUSED),
-    # No JSON, by the place of the first character that does not belong.
+    # Not JSON: the position of the first wrong character.
     (b"DisplayBrightness=7", parse_error(0)),
     (b'{"MemPersistent":{"DisplayBrightness":7}} x', parse_error(42)),
     (b"\0", parse_error(0)),
 ])
-def test_what_cannot_be_set_changes_nothing(empty, catalogue, events, body, answer):
+def test_refused_value_changes_nothing(empty, catalogue, events, body, answer):
     assert empty.ask(SET, body) == answer
     for memory, size in catalogue.sizes().items():
         assert empty.read(memory, 0, size) == bytes(size)
@@ -96,19 +104,16 @@ def test_what_cannot_be_set_changes_nothing(empty, catalogue, events, body, answ
 @pytest.mark.parametrize("body", [
     b'{"a":' * 1000 + b"1" + b"}" * 1000,
     b"[" * 200000,
-    b'{"MemPersistent":' + b"{" * 50000,
     b'{"%s%n%x":{"%s%n%n%n":"%n"}}',
     b'{"' + b"k" * 1000000 + b'":{"v":1}}',
     b'{"MemPersistent":{"DisplayBrightness":' + b"9" * 300000 + b"}}",
     b'{"MemPersistent":{"ProductName":"' + b"\xff\xfe\0\x01" * 10000 + b'"}}',
     b'{"MemPersistent":{"MruLensFileList":{' + b'"Index":1,' * 20000 + b'"LensFileName":"x"}}}',
-    b'{"MemPersistent":{"MruLensFileList":' + b'{"LensFileName":' * 15 + b"1" + b"}" * 18,
-    b"," * 100000,
     random.Random(3).randbytes(200000),
-], ids=range(11))
-def test_a_hostile_body_is_answered(empty, body):
+], ids=range(8))
+def test_hostile_body_is_answered(empty, body):
     assert json.loads(empty.ask(SET, body))["result"] in (0, 1)
-    assert empty.ask(SET, GOOD) == DONE
+    assert empty.ask(SET, b'{"MemPersistent":{"DisplayBrightness":7}}') == DONE
 
 
 def resident_size(device):
@@ -116,10 +121,10 @@ def resident_size(device):
         return int(file.read().split()[1]) * resource.getpagesize()
 
 
-def test_the_memory_of_a_large_body_is_given_back(empty):
+def test_memory_of_a_large_body_is_freed(empty):
     before = resident_size(empty)
     for letter in (b"x", b"y"):
         assert empty.ask(SET, b'{"MemPersistent":{"ProductName":"%s"}}' % (letter * (20 << 20))) == DONE
         assert empty.read("MemPersistent", 0, 20) == letter * 19 + b"\0"
-    if not IS_SANITIZED:  # the sanitizer keeps freed memory, to see who still uses it
+    if not IS_SANITIZED:  # the sanitizer keeps freed memory to detect its use
         wait_until(lambda: resident_size(empty) < before + (16 << 20), "the memory of the bodies")

@@ -18,6 +18,7 @@ BUILD = os.environ.get("SYSTEM_TEST_BUILD", "build/release")
 IS_SANITIZED = "SANITIZE:BOOL=ON" in Path(BUILD, "CMakeCache.txt").read_text()
 WAIT_SECONDS = 60
 SIZE_WORD = 4
+LEVEL_ALL, LEVEL_NORMAL, LEVEL_ERROR = (bytes([level, 0, 0, 0]) for level in (0, 5, 7))
 LOG_REQUESTS = b"\1\0\0\0"
 # Events of variables that no test and no simulation changes.
 FORGOTTEN = {741: b'"EditIntegerMaxValue_Local"', 742: b'"EditIntegerMinValue_Local"',
