@@ -112,9 +112,16 @@ class VirtualDevice:
         return result.stdout
 
     def command(self, program, *arguments):
-        """The words that run one of the build's programs in environment(), for example command("hwinfo", "print")."""
+        """The words that run one of the build's programs in environment(), for example command("hwinfo", "print").
+
+        Raises DeviceError if the build does not have the program.
+        """
+        file = self.build / "bin" / program
+        for needed in (file, self._library):
+            if not needed.exists():
+                raise DeviceError(f"{needed} is missing; the build target desk makes it")
         preload = ["--preload", self._library] if self._emulator else []
-        return [str(word) for word in [*self._emulator, *preload, self.build / "bin" / program, *arguments]]
+        return [str(word) for word in [*self._emulator, *preload, file, *arguments]]
 
     def environment(self):
         """The environment in which a program is a process of this device."""
@@ -231,8 +238,10 @@ class VirtualDevice:
         self._wait_for(name, is_ready)
 
     def _run_web_server(self, name, arguments):
-        # Where Debian keeps web servers, which is not on the path of every user.
-        program = shutil.which(name, path=f"{os.environ.get('PATH', '')}:/usr/sbin") or name
+        # Debian keeps web servers in a folder that is not on every user's path.
+        program = shutil.which(name, path=f"{os.environ.get('PATH', '')}:/usr/sbin")
+        if not program:
+            raise DeviceError(f"{name} is not installed")
         self._run(name, [program, *arguments], lambda: is_listening(self.http_port), environment=dict(os.environ))
 
     def _wait_for(self, name, is_ready):
