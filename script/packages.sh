@@ -30,8 +30,8 @@ run_as_root() {
     fi
 }
 
-# stop_web_servers NAME...: ends those of the web servers that are among the names, just installed. Debian starts a web
-# server at once and with the machine; the scripts start their own, on other ports.
+# stop_web_servers NAME...: stops and disables the web servers among the packages, which Debian starts when it installs
+# them. The scripts start their own on other ports.
 stop_web_servers() {
     local name
     for name in "${WEB_SERVERS[@]}"; do
@@ -42,15 +42,32 @@ stop_web_servers() {
     done
 }
 
-# install_packages NAME...: installs those that are missing.
-install_packages() {
-    local name missing=()
+# missing_packages NAME...: prints the packages that are not installed, each on a line.
+missing_packages() {
+    local name
     for name in "$@"; do
-        [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] || missing+=("$name")
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] || echo "$name"
     done
-    [ ${#missing[@]} -eq 0 ] && return
-    echo "Installing ${missing[*]}"
-    run_as_root apt-get update -q
-    run_as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}" || return
-    stop_web_servers "${missing[@]}"
 }
+
+# apt_get ARGUMENT...: shows the progress, on a terminal as a bar, and waits while another program installs packages.
+apt_get() {
+    local progress=Dpkg::Progress=1
+    [ ! -t 1 ] || progress=Dpkg::Progress-Fancy=1
+    run_as_root env DEBIAN_FRONTEND=noninteractive apt-get -o "$progress" -o DPkg::Lock::Timeout=600 "$@"
+}
+
+# install_packages NAME...: installs the packages that are missing. Scripts that are started at the same time install one
+# after the other.
+install_packages() (
+    mapfile -t missing < <(missing_packages "$@")
+    [ ${#missing[@]} -gt 0 ] || return 0
+    exec 9</var/lib/dpkg
+    flock --nonblock 9 || { echo "Waiting for another script to install packages" && flock 9; }
+    mapfile -t missing < <(missing_packages "$@")
+    [ ${#missing[@]} -gt 0 ] || return 0
+    echo "Installing ${missing[*]}"
+    # What Debian starts during the installation must not keep the lock.
+    apt_get update 9<&- && apt_get install -y --no-install-recommends "${missing[@]}" 9<&- &&
+        stop_web_servers "${missing[@]}"
+)
