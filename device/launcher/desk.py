@@ -13,6 +13,7 @@ LISTENING = "0A"
 # Below the range from which systems take the ports of outgoing connections, so that none of them takes a port between
 # choosing and listening.
 PORTS = range(20000, 32000)
+CLAIMS = []
 LIBC = ctypes.CDLL(None)
 
 
@@ -37,9 +38,23 @@ def free_port(besides=None):
     return next(candidates)
 
 
+def claim(port):
+    """Keeps other launchers from choosing the port as long as this process runs; returns False if another has it.
+
+    The claim is a Unix socket with an abstract name: it leaves no file and belongs to a network namespace, as ports do.
+    """
+    claimed = socket.socket(socket.AF_UNIX)
+    try:
+        claimed.bind(f"\0virtual-device-port-{port}")
+    except OSError:
+        return False
+    CLAIMS.append(claimed)
+    return True
+
+
 def next_free_port(first):
-    """`first` or the next one above it on which nobody listens."""
-    return next(port for port in range(first, 65536) if is_free(port))
+    """Claims `first` or the next port above it that is free."""
+    return next(port for port in range(first, 65536) if is_free(port) and claim(port))
 
 
 def is_listening(port):
