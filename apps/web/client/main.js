@@ -4,15 +4,18 @@ import { Connection } from "./views/connection.js";
 import { byId, setText } from "./dom.js";
 import { connect } from "./feed/client.js";
 import { Store } from "./model/store.js";
-import { DeviceView } from "./views/device.js";
-import { LogView } from "./views/log.js";
-import { ScreenView } from "./views/screen.js";
-import { VariablesView } from "./views/variables.js";
-import { WatchView } from "./views/watch.js";
 
-const VIEWS = { variables: VariablesView, watch: WatchView, log: LogView, screen: ScreenView, device: DeviceView };
+// Each is loaded when it is opened first.
+const VIEWS = {
+  variables: async () => (await import("./views/variables.js")).VariablesView,
+  watch: async () => (await import("./views/watch.js")).WatchView,
+  log: async () => (await import("./views/log.js")).LogView,
+  screen: async () => (await import("./views/screen.js")).ScreenView,
+  device: async () => (await import("./views/device.js")).DeviceView,
+};
 const HIDDEN_FOR_MS = 20000;
 const READ_BACK_MS = 15000;
+const RETRY_MS = 2000;
 
 // What the views share.
 class App {
@@ -97,14 +100,30 @@ class App {
     if (name === this.#open || asked === "main") return;
     this.#views[this.#open]?.hide();
     this.#open = name;
-    document.querySelectorAll("[data-view]").forEach((section) => {
-      section.hidden = section.dataset.view !== name;
-    });
     document.querySelectorAll("nav a").forEach((link) => {
       link.hash === `#${name}` ? link.setAttribute("aria-current", "page") : link.removeAttribute("aria-current");
     });
-    this.#views[name] ??= new VIEWS[name](this);
-    this.#views[name].show();
+    this.#show(name);
+  }
+
+  // Nothing of a view is seen before its module is there. A view that comes when another is open already is not shown.
+  async #show(name) {
+    const see = (seen, words = "") => {
+      document.querySelectorAll("[data-view]").forEach((section) => { section.hidden = section.dataset.view !== seen; });
+      setText(byId("loading"), words);
+    };
+    if (!this.#views[name]) see(null, "Loading");
+    try {
+      const View = await VIEWS[name]();
+      if (this.#open !== name) return;
+      this.#views[name] ??= new View(this);
+      see(name);
+      this.#views[name].show();
+    } catch (error) {
+      console.warn(error);
+      if (this.#open === name) see(null, "This view could not be loaded. Trying again.");
+      setTimeout(() => this.#open === name && this.#show(name), RETRY_MS);
+    }
   }
 
   #showProduct() {
