@@ -17,7 +17,7 @@ constexpr const char* LEVEL_LABELS[LEVEL_COUNT] = {
     "LogMost     ", "LogLight    ", "Warn        ", "Error       ",
 };
 
-// A level may have been read from shared memory: one that is no entry shows at the nearest.
+// A level from shared memory can have any value: one that is no entry gets the nearest label.
 const char* levelLabel(gen::LogLevel level) {
     return LEVEL_LABELS[std::clamp(static_cast<int>(level), 0, LEVEL_COUNT - 1)];
 }
@@ -31,17 +31,23 @@ iovec gather(const char* data, std::size_t size) {
     return {const_cast<char*>(data), size};
 }
 
-// Constant initialisation and no destructor: lines may be written before main and after it.
-constinit LogWriter gLogWriter("/dev/kmsg");
+// Constant initialisation and no destruction: lines may be written before main and after it.
+union ProcessWriter {
+    constexpr ProcessWriter() : writer("/dev/kmsg") {}
+    ~ProcessWriter() {}
+
+    LogWriter writer;
+};
+constinit ProcessWriter gProcessWriter;
 
 } // namespace
 
 LogWriter& logWriter() {
-    return gLogWriter;
+    return gProcessWriter.writer;
 }
 
 void LogWriter::open() {
-    fd_ = ::open(device_, O_WRONLY | O_CLOEXEC);
+    file_ = Descriptor(::open(device_, O_WRONLY | O_CLOEXEC));
     std::snprintf(program_, sizeof program_, "%20.20s  ", program_invocation_short_name);
 }
 
@@ -49,11 +55,11 @@ void LogWriter::compose(const char* file, int line, const char* format, va_list 
     const int location = std::snprintf(text_, TEXT_SIZE, "%20s:%4i ", baseName(file), line);
     const std::size_t used = std::min(static_cast<std::size_t>(std::max(location, 0)), TEXT_SIZE - 1);
     if (std::vsnprintf(text_ + used, TEXT_SIZE - used, format, args) < 0)
-        text_[used] = '\0'; // the message cannot be formatted: its place in the source still tells something
+        text_[used] = '\0'; // the format is wrong: only the location is written
 }
 
 void LogWriter::write(gen::LogLevel level, const char* file, int line, const char* format, va_list args) {
-    if (fd_ < 0)
+    if (!file_.isOpen())
         open();
     compose(file, line, format, args);
     const iovec record[] = {
@@ -64,15 +70,13 @@ void LogWriter::write(gen::LogLevel level, const char* file, int line, const cha
     };
     ssize_t written;
     do {
-        written = ::writev(fd_, record, 4);
-    } while (written < 0 && errno == EINTR); // nothing was written: the line is not lost to a signal
+        written = ::writev(file_.get(), record, 4);
+    } while (written < 0 && errno == EINTR);
     if (written < 0)
         std::fprintf(stderr, "FATAL: Logging: Write failed: %s\n", std::strerror(errno));
 }
 
 void LogWriter::setDevice(const char* device) {
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = -1;
+    file_.close();
     device_ = device;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/common/diagnostics/loglevel.h"
+#include "apps/common/files/descriptor.h"
 
 #include <cstdarg>
 #include <cstddef>
@@ -14,14 +15,11 @@
 ///                      +----------------+--------+-------------------------------------------+----+
 ///     bytes            22               12       at most 511, kept until the next line       1
 ///
-/// The device is opened, close-on-exec, with the first line, and again with every line while that fails. It
-/// stays open until the process ends: static objects may still write lines while they are destroyed.
+/// The device is opened, close-on-exec, with the first line, and again with every line while that fails.
 class LogWriter {
 public:
     /// Opens nothing yet. `device` must live as long as the writer uses it.
     constexpr explicit LogWriter(const char* device) : device_(device) {}
-    LogWriter(const LogWriter&) = delete;
-    LogWriter& operator=(const LogWriter&) = delete;
 
     /// Composes a line and writes it. When the write fails, standard error gets
     /// "FATAL: Logging: Write failed: <reason>" and the caller goes on.
@@ -44,10 +42,11 @@ private:
     static constexpr std::size_t TEXT_SIZE = 512;
 
     const char* device_;
-    int fd_ = -1;
+    Descriptor file_;
     char program_[PROGRAM_COLUMN + 1] = {};
     char text_[TEXT_SIZE] = {};
 };
 
-/// The process's writer, which all functions of diagnostics.h use. It writes to the kernel log, /dev/kmsg.
+/// The process's writer, which all functions of diagnostics.h use. It writes to the kernel log, /dev/kmsg,
+/// before, in and after main: it is never destroyed, because static objects write lines in their destructors.
 LogWriter& logWriter();

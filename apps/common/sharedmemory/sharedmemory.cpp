@@ -18,27 +18,25 @@ SharedMemory::~SharedMemory() {
 }
 
 void SharedMemory::create() {
-    setDescriptor(shm_open(name_.c_str(), O_CREAT | O_RDWR, 0666));
-    if (ftruncate(fd_, static_cast<off_t>(length())) < 0)
+    keep(shm_open(name_.c_str(), O_CREAT | O_RDWR, 0666));
+    if (ftruncate(file_.get(), static_cast<off_t>(length())) < 0)
         throwErrorNumber(__FILE__, __LINE__, name_.c_str());
     isCreator_ = true;
 }
 
 void SharedMemory::open() {
-    setDescriptor(shm_open(name_.c_str(), O_RDWR, 0666));
+    keep(shm_open(name_.c_str(), O_RDWR, 0666));
 }
 
 // shm_open has set close-on-exec.
-void SharedMemory::setDescriptor(int fd) {
+void SharedMemory::keep(int fd) {
     if (fd < 0)
         throwErrorNumber(__FILE__, __LINE__, name_.c_str());
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = fd;
+    file_ = Descriptor(fd);
 }
 
 char* SharedMemory::address() {
-    if (fd_ < 0)
+    if (!file_.isOpen())
         throwError(__FILE__, __LINE__, "Call open or create before asking for the address");
     if (data_ == nullptr)
         data_ = map() + SIZE_WORD;
@@ -46,7 +44,7 @@ char* SharedMemory::address() {
 }
 
 char* SharedMemory::map() const {
-    void* start = mmap(nullptr, length(), PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+    void* start = mmap(nullptr, length(), PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
     if (start == nullptr || start == MAP_FAILED)
         throwErrorNumber(__FILE__, __LINE__, name_.c_str());
     if (isCreator_) {
@@ -59,10 +57,10 @@ char* SharedMemory::map() const {
     return static_cast<char*>(start);
 }
 
-// A segment that is cut off holds no more than what is there: touching pages beyond would end the process.
+// The size of a truncated segment is what is left of it: access beyond its end would kill the process.
 std::uint32_t SharedMemory::storedSize(const void* start) const {
     struct stat segment {};
-    if (fstat(fd_, &segment) < 0)
+    if (fstat(file_.get(), &segment) < 0)
         return 0;
     const std::int64_t present = std::int64_t{segment.st_size} - SIZE_WORD;
     if (present < 0)
@@ -73,13 +71,11 @@ std::uint32_t SharedMemory::storedSize(const void* start) const {
 }
 
 void SharedMemory::close() noexcept {
-    // This is not the address that the mapping starts at, so the system refuses, and the data area stays
-    // where it is: whoever holds an address into it may go on using it.
+    // The kernel refuses this address because it is not the start of the mapping. The data area stays mapped,
+    // and addresses in it stay valid.
     if (data_ != nullptr)
         munmap(data_, length());
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = -1;
+    file_.close();
     if (isCreator_ && shm_unlink(name_.c_str()) < 0)
         LOG_MESSAGE(Error, "%s: %s", name_.c_str(), std::strerror(errno));
 }
