@@ -15,7 +15,7 @@
 
 namespace {
 
-// What the signal handler tells the loop.
+// Set by the signal handler, read by the loop.
 std::atomic<bool> gTick{false};
 std::atomic<std::uint32_t> gPendingSignals{0};
 std::atomic<bool> gTerminate{false};
@@ -38,7 +38,7 @@ void installSignalHandlers() {
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigfillset(&action.sa_mask);
-    action.sa_flags = 0; // no SA_RESTART: a signal shall interrupt epoll_wait
+    action.sa_flags = 0; // no SA_RESTART: a signal interrupts epoll_wait
     for (const int signal : {SIGINT, SIGTERM, SIGALRM})
         sigaction(signal, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
@@ -51,7 +51,7 @@ void logPendingSignals() {
             LOG_MESSAGE(LogLight, "SIG %i: %s", signal, strsignal(signal));
 }
 
-// One call per event. Hang-up goes first: whoever closes needs no other news.
+// One call per event. Hang-up takes precedence, because the callback then closes the descriptor.
 void dispatch(const epoll_event& event) {
     auto* callback = static_cast<EventPoll::Callback*>(event.data.ptr);
     if (callback == nullptr) {
@@ -82,33 +82,32 @@ timer_t createTimer(EventPoll* poll) {
 
 EventPoll::EventPoll() {
     installSignalHandlers();
-    fd_ = epoll_create(1);
-    if (fd_ < 0)
+    epoll_ = Descriptor(epoll_create(1));
+    if (!epoll_.isOpen())
         throw std::runtime_error(std::string("epoll_create: ") + std::strerror(errno));
-    fcntl(fd_, F_SETFD, FD_CLOEXEC);
+    fcntl(epoll_.get(), F_SETFD, FD_CLOEXEC);
 }
 
 EventPoll::~EventPoll() {
-    close();
     if (timer_)
         timer_delete(*timer_);
 }
 
 void EventPoll::add(int fd, Callback* callback, unsigned int events) {
-    if (fd_ < 0)
+    if (!epoll_.isOpen())
         throwError(__FILE__, __LINE__, "add called on an already closed handle");
     epoll_event event{};
     event.events = events;
     event.data.ptr = callback;
-    if (epoll_ctl(fd_, EPOLL_CTL_ADD, fd, &event) < 0)
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) < 0)
         throwErrorNumber(__FILE__, __LINE__, "epoll_ctl");
     LOG_MESSAGE(DebugMost, "Add new client %i/%p", fd, event.data.ptr);
 }
 
 void EventPoll::remove(int fd) {
-    if (fd_ < 0)
+    if (!epoll_.isOpen())
         return;
-    if (epoll_ctl(fd_, EPOLL_CTL_DEL, fd, nullptr) < 0)
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr) < 0)
         throwErrorNumber(__FILE__, __LINE__, "epoll_ctl");
     LOG_MESSAGE(DebugMost, "Remove  client %i", fd);
 }
@@ -134,10 +133,10 @@ int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
     logPendingSignals();
     if (!ignoreTerminate && shouldTerminate())
         return Terminate;
-    if (fd_ < 0)
+    if (!epoll_.isOpen())
         throwError(__FILE__, __LINE__, "wait called on an already closed handle");
     epoll_event events[MAX_EVENTS];
-    const int count = epoll_wait(fd_, events, MAX_EVENTS, timeoutMs);
+    const int count = epoll_wait(epoll_.get(), events, MAX_EVENTS, timeoutMs);
     if (count < 0)
         return waitFailed();
     if (count == 0)
@@ -155,11 +154,7 @@ int EventPoll::waitFailed() {
 }
 
 int EventPoll::close() {
-    if (fd_ < 0)
-        return fd_;
-    const int result = ::close(fd_);
-    fd_ = -1;
-    return result;
+    return epoll_.close();
 }
 
 bool EventPoll::shouldTerminate() {

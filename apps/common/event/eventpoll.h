@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/common/files/descriptor.h"
+
 #include <ctime>
 #include <optional>
 
@@ -8,12 +10,12 @@
 /// so that writing to a closed socket fails instead of ending the process. Signals are the process's: one
 /// EventPoll exists at a time.
 ///
-/// System calls that fail throw std::runtime_error through throwErrorNumber with the text that stands at the
-/// function, and change nothing.
+/// A system call that fails throws std::runtime_error through throwErrorNumber with the text given at the
+/// function, and changes nothing.
 class EventPoll {
 public:
-    /// Owner of a descriptor. The poll does not own its callbacks: a descriptor is removed before its
-    /// callback goes.
+    /// Owner of a descriptor. The poll does not own its callbacks: remove the descriptor before its callback
+    /// is destroyed.
     class Callback {
     public:
         enum EventType {
@@ -22,8 +24,8 @@ public:
             Hangup = 2,   ///< the peer has closed (EPOLLHUP); data may still be there
         };
 
-        /// May add and remove descriptors, its own included. The rest of the batch is delivered nevertheless:
-        /// an object that finishes here is deleted later. An exception abandons the batch and leaves wait.
+        /// May add and remove descriptors, its own included. The rest of the batch is still delivered, so the
+        /// object must outlive this wait. An exception abandons the batch and leaves wait.
         virtual void event(EventType type) = 0;
         virtual ~Callback() = default;
     };
@@ -37,7 +39,7 @@ public:
         Terminate = 4,   ///< SIGINT or SIGTERM has come
     };
 
-    /// Events that one wait dispatches at most.
+    /// Largest number of events that one wait dispatches.
     static constexpr int MAX_EVENTS = 8;
 
     /// Installs the signal handlers and creates the epoll set. Throws std::runtime_error "epoll_create:
@@ -54,17 +56,17 @@ public:
     /// either of them. Throws "add called on an already closed handle" and "epoll_ctl".
     void add(int fd, Callback* callback, unsigned int events);
 
-    /// Takes `fd` out. Throws "epoll_ctl" when it is not registered. On a closed set it does nothing.
+    /// Deregisters `fd`. Throws "epoll_ctl" when it is not registered. Does nothing on a closed set.
     void remove(int fd);
 
-    /// Lets wait return Tick every `intervalMs`; 0 stops the ticks, -1 also deletes the timer.
+    /// Makes wait return Tick every `intervalMs`; 0 stops the ticks, -1 also deletes the timer.
     /// Throws "timer create" and "timer set".
     void setTimer(int intervalMs);
 
     /// Waits up to `timeoutMs` (-1: without end) for at most MAX_EVENTS events and hands them to their
     /// callbacks. Returns a Result. Termination is sticky: from the first SIGINT or SIGTERM on every call
     /// returns Terminate at once, unless `ignoreTerminate`; a wait that the signal interrupts still returns
-    /// Interrupted. Signals that came are logged once, at the next call. Throws "wait called on an already
+    /// Interrupted. The next call logs each signal once. Throws "wait called on an already
     /// closed handle" and "epoll_wait".
     int wait(int timeoutMs, bool ignoreTerminate);
 
@@ -77,7 +79,7 @@ public:
 private:
     int waitFailed();
 
-    int fd_ = -1;
-    // Not a null timer_t for "none": the system's first timer may well have that value.
+    Descriptor epoll_;
+    // Not a null timer_t for "none": the kernel's first timer has that value.
     std::optional<timer_t> timer_;
 };

@@ -1,10 +1,34 @@
 #include "apps/common/event/notify.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/event/serverconnection.h"
 
-const char* eventName(const Notify& event) {
+#include <cerrno>
+#include <unistd.h>
+
+bool isKnownEvent(const Notify& event) {
     if (event.id < EVENT_COUNT)
-        return EVENT_NAME[event.id];
+        return true;
     LOG_MESSAGE(Warn, "Event id %u is beyond the %u known events", event.id, EVENT_COUNT);
-    return "Invalid";
+    return false;
+}
+
+CatalogueText eventName(Notify event) {
+    return isKnownEvent(event) ? EVENT_NAME[event.id] : "Invalid";
+}
+
+int readEvents(int fd, Notify* buffer, int max) {
+    ssize_t bytes;
+    do {
+        bytes = read(fd, buffer, sizeof(Notify) * static_cast<std::size_t>(max));
+    } while (bytes < 0 && errno == EINTR);
+    if (bytes < 0)
+        throwError(__FILE__, __LINE__, "Read error");
+    return static_cast<int>(static_cast<std::size_t>(bytes) / sizeof(Notify));
+}
+
+void postEvent(Notify event) {
+    if (gServerConnection == nullptr)
+        throwError(__FILE__, __LINE__, "Trying to post event without server connection");
+    gServerConnection->postEvent(event);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/common/event/cataloguetext.h"
 #include "apps/common/event/events_gen.h"
 
 #include <cstdint>
@@ -29,5 +30,16 @@ enum ControlEvent : std::uint32_t {
     EventUnsubscribeAll = 4,
 };
 
-/// The event's name. An id beyond the table is logged at Warn, and its name is "Invalid".
-const char* eventName(const Notify& event);
+/// Whether the event's id has a name. Logs at Warn "Event id <id> is beyond the <count> known events" if not.
+bool isKnownEvent(const Notify& event);
+
+/// The event's name; "Invalid" for an id without a name, which is logged as by isKnownEvent.
+CatalogueText eventName(Notify event);
+
+/// Reads records from `fd` into `buffer`, which has room for `max`, with one read. Returns the number of
+/// whole records and drops the bytes of a last, partial one. Throws through throwError with "Read error".
+int readEvents(int fd, Notify* buffer, int max);
+
+/// Posts through the process's connection, gServerConnection. Throws through throwError with "Trying to post
+/// event without server connection", and as ServerConnection::postEvent.
+void postEvent(Notify event);

@@ -27,10 +27,10 @@ constexpr int DRAIN_PAUSE_MS = 100;
 constexpr int DRAIN_READS = 4096;
 constexpr std::chrono::seconds DRAIN_TIME{1};
 
-// The turn to connect: the broker's semaphore, taken as long as the object lives or until it is given back.
-class BrokerTurn {
+// Holds the broker's semaphore until it is destroyed or posts it.
+class ReadySemaphore {
 public:
-    BrokerTurn() : semaphore_(openSemaphore()) {
+    ReadySemaphore() : semaphore_(openSemaphore()) {
         if (sem_wait(semaphore_) == 0)
             return;
         const int reason = errno;
@@ -39,17 +39,17 @@ public:
         throwErrorNumber(__FILE__, __LINE__, "sem_wait");
     }
 
-    ~BrokerTurn() {
-        if (isTaken_)
+    ~ReadySemaphore() {
+        if (isHeld_)
             sem_post(semaphore_);
         sem_close(semaphore_);
     }
 
-    BrokerTurn(const BrokerTurn&) = delete;
-    BrokerTurn& operator=(const BrokerTurn&) = delete;
+    ReadySemaphore(const ReadySemaphore&) = delete;
+    ReadySemaphore& operator=(const ReadySemaphore&) = delete;
 
-    void giveBack() {
-        isTaken_ = false;
+    void post() {
+        isHeld_ = false;
         if (sem_post(semaphore_) < 0)
             throwErrorNumber(__FILE__, __LINE__, "sem_post");
     }
@@ -69,17 +69,15 @@ private:
     }
 
     int failedAttempts_ = 0;
-    bool isTaken_ = true;
+    bool isHeld_ = true;
     sem_t* semaphore_;
 };
 
-// Returns -1 when there are no sockets to be had: registering that fails, and says why.
-int openSocket() {
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd == 0) { // that is standard input's place, not a connection's
-        close(fd);
+// An invalid descriptor is not reported here: registering it fails with the reason.
+Descriptor openSocket() {
+    Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (fd.get() == STDIN_FILENO) // this is the place of standard input
         throwErrorNumber(__FILE__, __LINE__, "socket");
-    }
     return fd;
 }
 
@@ -96,15 +94,15 @@ int connectToBroker(int fd) {
 
 ServerConnection::ServerConnection(EventPoll& poll) : ServerConnection(poll, -1) {
     LOG_MESSAGE(LogLight, "Waiting for server");
-    BrokerTurn turn;
+    ReadySemaphore semaphore;
     connect();
-    LOG_MESSAGE(LogLight, "Connected after %i attempts", turn.failedAttempts());
-    turn.giveBack();
+    LOG_MESSAGE(LogLight, "Connected after %i attempts", semaphore.failedAttempts());
+    semaphore.post();
 }
 
-ServerConnection::ServerConnection(EventPoll& poll, int fd) : poll_(poll), fd_(fd) {
-    if (fd_ >= 0)
-        poll_.add(fd_, this, EPOLLIN);
+ServerConnection::ServerConnection(EventPoll& poll, int fd) : poll_(poll), socket_(fd) {
+    if (socket_.isOpen())
+        poll_.add(socket_.get(), this, EPOLLIN);
 }
 
 ServerConnection::~ServerConnection() {
@@ -113,15 +111,10 @@ ServerConnection::~ServerConnection() {
 
 void ServerConnection::connect() {
     close();
-    const int fd = openSocket();
-    try {
-        poll_.add(fd, this, EPOLLIN);
-    } catch (...) {
-        ::close(fd);
-        throw;
-    }
-    fd_ = fd;
-    if (connectToBroker(fd_) < 0) {
+    Descriptor fd = openSocket();
+    poll_.add(fd.get(), this, EPOLLIN);
+    socket_ = std::move(fd);
+    if (connectToBroker(socket_.get()) < 0) {
         const int reason = errno;
         close();
         errno = reason;
@@ -130,31 +123,30 @@ void ServerConnection::connect() {
 }
 
 void ServerConnection::close() {
-    if (fd_ < 0)
+    if (!socket_.isOpen())
         return;
     unregister();
-    shutdown(fd_, SHUT_WR);
+    shutdown(socket_.get(), SHUT_WR);
     drain();
-    ::close(fd_);
-    fd_ = -1;
+    socket_.close();
 }
 
-// Closing goes on whatever the poll says: the descriptor leaves it then at the latest.
+// A failure does not matter: closing the descriptor removes it from the poll.
 void ServerConnection::unregister() {
     try {
-        poll_.remove(fd_);
-    } catch (const std::runtime_error&) { // it has been logged
+        poll_.remove(socket_.get());
+    } catch (const std::runtime_error&) { // already logged
     }
 }
 
-// What the broker had sent is taken, so that its writes still succeed and it sees an orderly end. A signal
-// ends the wait as silence does.
+// Reads what the broker has already sent, so that its writes succeed and it sees end of file instead of a
+// reset. A signal ends the wait as a timeout does.
 void ServerConnection::drain() {
     const auto end = std::chrono::steady_clock::now() + DRAIN_TIME;
     char bytes[256];
     for (int reads = 0; reads < DRAIN_READS && std::chrono::steady_clock::now() < end; ++reads) {
-        pollfd readable{fd_, POLLIN, 0};
-        if (::poll(&readable, 1, DRAIN_PAUSE_MS) <= 0 || ::read(fd_, bytes, sizeof bytes) <= 0)
+        pollfd readable{socket_.get(), POLLIN, 0};
+        if (::poll(&readable, 1, DRAIN_PAUSE_MS) <= 0 || ::read(socket_.get(), bytes, sizeof bytes) <= 0)
             return;
     }
 }
@@ -171,13 +163,13 @@ void ServerConnection::event(EventType type) {
 }
 
 void ServerConnection::receive() {
-    if (fd_ < 0) // closed by another callback of the same batch
+    if (!socket_.isOpen()) // closed by another callback of the same batch
         return;
     std::array<Notify, MAX_RECORDS> records{};
     int count = 0;
     try {
-        count = readEvents(fd_, records.data(), MAX_RECORDS);
-    } catch (const std::runtime_error&) { // it has been logged; the process does without the broker
+        count = readEvents(socket_.get(), records.data(), MAX_RECORDS);
+    } catch (const std::runtime_error&) { // already logged; the process goes on without the broker
         return close();
     }
     for (int i = 0; i < count; ++i)
@@ -186,15 +178,15 @@ void ServerConnection::receive() {
         close();
 }
 
-// A socket at its end stays readable: left in the poll it would wake the loop again and again.
+// A socket at end of file stays readable and would wake the loop for ever.
 bool ServerConnection::atEndOfStream() const {
     char byte;
-    return recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+    return recv(socket_.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
 }
 
 void ServerConnection::dispatch(const Notify& event) {
     if (handler == nullptr) {
-        LOG_MESSAGE(Warn, "Unhandled event: %s", eventName(event));
+        LOG_MESSAGE(Warn, "Unhandled event: %s", eventName(event).c_str());
         return;
     }
     try {
@@ -204,10 +196,10 @@ void ServerConnection::dispatch(const Notify& event) {
     }
 }
 
-// EINTR is a failure here: so small a write is interrupted only while it waits for a broker that has stopped
-// reading, and a process that is told to terminate must not wait for it again.
+// EINTR is a failure here: a write this small is interrupted only while it waits for a broker that has
+// stopped reading, and SIGTERM has to end that wait.
 void ServerConnection::send(const void* message, unsigned int size) {
-    if (::write(fd_, message, size) != static_cast<ssize_t>(size))
+    if (::write(socket_.get(), message, size) != static_cast<ssize_t>(size))
         throwError(__FILE__, __LINE__, "Could not send message to server");
 }
 
@@ -222,20 +214,4 @@ void ServerConnection::subscribe(const Notify& event) {
 
 void ServerConnection::subscribeAll() {
     postEvent({EventSubscribeAll, 0, 0});
-}
-
-int readEvents(int fd, Notify* buffer, int max) {
-    ssize_t bytes;
-    do {
-        bytes = read(fd, buffer, sizeof(Notify) * static_cast<std::size_t>(max));
-    } while (bytes < 0 && errno == EINTR); // nothing was taken yet
-    if (bytes < 0)
-        throwError(__FILE__, __LINE__, "Read error");
-    return static_cast<int>(static_cast<std::size_t>(bytes) / sizeof(Notify));
-}
-
-void postEvent(const Notify& event) {
-    if (gServerConnection == nullptr)
-        throwError(__FILE__, __LINE__, "Trying to post event without server connection");
-    gServerConnection->postEvent(event);
 }

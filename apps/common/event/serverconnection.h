@@ -2,11 +2,12 @@
 
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/event/notify.h"
+#include "apps/common/files/descriptor.h"
 
-/// The client side of the message broker, through which the device's processes tell each other what has
-/// changed: a Unix stream socket that carries events as records of 12 bytes (notify.h), both ways.
+/// The client side of the message broker, which carries events between the device's processes: a Unix stream
+/// socket with records of 12 bytes (notify.h) in both directions.
 ///
-/// A connection that is lost is closed and stays closed: no more events are received, and posting fails.
+/// A connection that is lost is closed and stays closed: it receives no more events, and posting fails.
 class ServerConnection : public EventPoll::Callback {
 public:
     /// Receiver of the events.
@@ -19,14 +20,14 @@ public:
     };
 
     /// Waits for the broker's semaphore "/message-broker-ready", which lets one client connect at a time,
-    /// connects and gives the semaphore back, also when connecting fails. `poll` must outlive the object.
-    /// Throws through throwErrorNumber with "sem_open" (the broker has not created it after 20 attempts in
-    /// quick succession), "sem_wait", "sem_post" and what connect throws. A signal while waiting is a
-    /// failure: a process that is told to terminate does not wait for its turn.
+    /// connects and posts the semaphore, also when connecting fails. `poll` must outlive the object. Throws
+    /// through throwErrorNumber with "sem_open" (the broker has not created it after 20 attempts in quick
+    /// succession), "sem_wait", "sem_post" and what connect throws. A signal interrupts the wait and is a
+    /// failure, so that SIGTERM ends it.
     explicit ServerConnection(EventPoll& poll);
 
     /// Takes over `fd`, a stream socket that is connected to a broker. Throws through throwErrorNumber with
-    /// "epoll_ctl"; the descriptor stays the caller's then.
+    /// "epoll_ctl"; `fd` is closed then.
     ServerConnection(EventPoll& poll, int fd);
 
     ~ServerConnection() override;
@@ -37,19 +38,18 @@ public:
     /// Throws through throwErrorNumber with "socket", "epoll_ctl", "connect"; the connection is closed then.
     void connect();
 
-    /// Half-closes the socket, reads what the broker was still sending until it closes or pauses for 100 ms,
-    /// and closes it. Ends after 1 MiB or one second even if the broker never stops. Does nothing when
-    /// closed.
+    /// Shuts the socket down for writing, reads the rest of the broker's data until the broker closes or
+    /// pauses for 100 ms, at most 1 MiB and for one second, and closes the socket. Does nothing when closed.
     void close();
 
-    /// Readable: receives up to 256 records and dispatches them; a record that ends in the middle is dropped.
-    /// End of stream, a read error and hang-up close the connection. Urgent data is ignored.
+    /// Readable: receives up to 256 records and dispatches them; an incomplete last record is dropped. End of
+    /// file, a read error and hang-up close the connection. Urgent data is ignored.
     void event(EventType type) override;
 
     /// Sends one event. Throws through throwError with "Could not send message to server".
     void postEvent(const Notify& event);
 
-    /// Asks for events with this id. Sends a control record and the event as one message:
+    /// Subscribes to events with this id. Sends a control record and the event as one message:
     ///
     ///     0                        12                       24
     ///     +------------------------+------------------------+
@@ -59,10 +59,10 @@ public:
     /// Throws as postEvent.
     void subscribe(const Notify& event);
 
-    /// Asks for all events. Throws as postEvent.
+    /// Subscribes to all events. Throws as postEvent.
     void subscribeAll();
 
-    /// Receives the events; without one each gets a Warn line. Not owned.
+    /// Receives the events. Without a handler each event is logged at Warn. Does not own it.
     EventHandler* handler = nullptr;
 
 private:
@@ -74,16 +74,8 @@ private:
     bool atEndOfStream() const;
 
     EventPoll& poll_;
-    int fd_ = -1;
+    Descriptor socket_;
 };
 
-/// The process's connection, null while there is none. Owned by who created it.
+/// The process's connection, null while there is none. It belongs to its creator.
 extern ServerConnection* gServerConnection;
-
-/// Reads records from `fd` into `buffer`, which has room for `max`, with one read. Returns the number of
-/// whole records; the bytes of a last, partial one are dropped. Throws through throwError with "Read error".
-int readEvents(int fd, Notify* buffer, int max);
-
-/// Posts through the process's connection. Throws through throwError with "Trying to post event without
-/// server connection", and as ServerConnection::postEvent.
-void postEvent(const Notify& event);

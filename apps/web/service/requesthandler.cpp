@@ -173,10 +173,8 @@ std::string RequestHandler::encodeString(const std::string& text) {
 }
 
 void RequestHandler::handleEvent(const Notify& notify) {
-    if (notify.id >= EVENT_COUNT) {
-        LOG_MESSAGE(Warn, "Event id %u is beyond the %u known events", notify.id, EVENT_COUNT);
+    if (!isKnownEvent(notify))
         return;
-    }
     if (gMemStatic != nullptr && gMemStatic[offsetof(MemStatic, VariableLogging)] != 0)
         logChange(notify);
     changed_.set(notify.id);
