@@ -9,7 +9,7 @@ from pathlib import Path
 
 import yaml
 
-from jsontext import json_text
+from jsonformat import format_json
 from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
 from model import event_name
 from schema import Schema, closed_object
@@ -28,7 +28,7 @@ def openapi_text(model, comment):
     document = yaml.safe_load(FRAME.read_text())
     # What the frame defines itself stands in for a model that does not have it.
     document["components"]["schemas"].update(schemas(model))
-    return json_text({"openapi": document.pop("openapi"), "x-comment": comment, **document}, ENTRY_DEPTH) + "\n"
+    return format_json({"openapi": document.pop("openapi"), "x-comment": comment, **document}, ENTRY_DEPTH) + "\n"
 
 
 def schemas(model):

@@ -1,6 +1,6 @@
 """The JSON Schema of the variable tree that the web API delivers."""
 
-from jsontext import json_text
+from jsonformat import format_json
 from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
 
 ENTRY_DEPTH = 2  # a line for each definition
@@ -9,7 +9,7 @@ DEFAULT_BOUNDS = {INT: ("-2147483648", "2147483647"), FLOAT: ("-1e38", "1e38"), 
 
 
 def schema_text(model, comment):
-    return json_text(Schema(Types(model)).tree(model, comment), ENTRY_DEPTH) + "\n"
+    return format_json(Schema(Types(model)).tree(model, comment), ENTRY_DEPTH) + "\n"
 
 
 class Schema:

@@ -1,5 +1,6 @@
 #include "apps/common/introspection/introspection.h"
 
+#include "apps/common/introspection/valueconversion.h"
 #include "apps/common/introspection_enum/introspection_enum.h"
 
 #include <cerrno>
@@ -18,14 +19,14 @@ bool isIntInBounds(const VariableDescriptor& variable, const char* value) {
     using Limits = std::numeric_limits<std::int32_t>;
     if (variable.min == nullptr && variable.max == nullptr)
         return true;
-    const int lower = variable.min != nullptr ? std::stoi(variable.min) : Limits::min();
-    const int upper = variable.max != nullptr ? std::stoi(variable.max) : Limits::max();
+    const int lower = catalogueInt(variable.min).value_or(Limits::min());
+    const int upper = catalogueInt(variable.max).value_or(Limits::max());
     const int number = std::stoi(value);
     return lower <= number && number <= upper;
 }
 
-// As std::stof, but that a number which rounds up to the smallest normal one is no underflow: C libraries
-// take it for one on some processors and not on others.
+// As std::stof, but a number that rounds up to the smallest normal one is not an underflow: the C libraries
+// of the processors differ in this.
 float floatOf(const char* text) {
     char* end = nullptr;
     errno = 0;
@@ -41,8 +42,8 @@ bool isFloatInBounds(const VariableDescriptor& variable, const char* value) {
     using Limits = std::numeric_limits<float>;
     if (variable.min == nullptr && variable.max == nullptr)
         return true;
-    const float lower = variable.min != nullptr ? floatOf(variable.min) : Limits::min();
-    const float upper = variable.max != nullptr ? floatOf(variable.max) : Limits::max();
+    const float lower = catalogueFloat(variable.min).value_or(Limits::min());
+    const float upper = catalogueFloat(variable.max).value_or(Limits::max());
     const float number = floatOf(value);
     return lower <= number && number <= upper;
 }
@@ -107,7 +108,7 @@ bool Introspection::checkMinMax(std::uint32_t mem, std::uint32_t var, const char
     try {
         return isInBounds(variable, value);
     } catch (const std::logic_error&) {
-        // What the standard conversions throw: no number, or one that the type does not hold.
+        // From the standard conversions: not a number, or too large for the type.
         error = std::string("Can't convert \"") + value + "\"\n";
         return false;
     }

@@ -7,8 +7,7 @@
 #include <utility>
 #include <vector>
 
-/// What the generated catalogue is made of: the tables' row types and nothing else. Generated code includes
-/// this header only, and refuses to compile against another version of it.
+/// The row types of the generated catalogue's tables. Generated code checks this version at compile time.
 constexpr int CATALOGUE_VERSION = 1;
 
 /// Kinds of values, as the descriptors store them.
@@ -22,8 +21,8 @@ enum BaseType : std::int32_t {
     BaseStruct = 6, ///< a structure's fixed layout
 };
 
-/// A value in a parsed JSON object: the text as written (a string without its quotes, a nested object or
-/// array with its brackets).
+/// A value in a parsed JSON object: its text, a string without its quotes, a nested object or array with its
+/// brackets.
 struct JsonObjectValue {
     std::string text;
     bool isNested = false;
@@ -35,16 +34,16 @@ using JsonObject = std::vector<std::pair<std::string, JsonObjectValue>>;
 /// Turns element `index` of the variable stored at `address` into text.
 using Getter = std::string (*)(void* address, int index);
 
-/// Sets a variable from text: `base` is its memory's base pointer, `event` what is posted on a change.
-/// Returns the empty text on success, else the error text, with the stored value unchanged.
+/// Sets a variable from text and posts `event` on a change; `base` is its memory's base pointer. Returns the
+/// empty text on success, else the error text, with the stored value unchanged.
 using Setter = std::string (*)(char* base, unsigned int mem, unsigned int var, Notify event,
                                const char* value);
 
-/// Sets the members named in `object` of the structure element event.arg2. Returns as Setter does.
+/// Sets the members that `object` names in the structure element event.arg2. Returns as Setter does.
 using JsonSetter = std::string (*)(char* base, unsigned int mem, unsigned int var, Notify event,
                                    const JsonObject& object);
 
-/// One variable. Rows are constant but for event.arg2, which Introspection::setVarValueJson writes.
+/// One variable. Rows are constant except event.arg2, which Introspection::setVarValueJson writes.
 struct VariableDescriptor {
     Notify event;           ///< posted when the variable changes; the id is the variable's own
     const char* name;       ///< unique over all memories
@@ -60,7 +59,7 @@ struct VariableDescriptor {
     const char* arrayLen; ///< element count; capacity of a string, byte count of a buffer; or null
     std::uint8_t isArray; ///< 1 for strings and arrays of structures
     JsonSetter setJson;   ///< null unless the variable is a structure
-    std::uint32_t size;   ///< bytes that the variable takes in its memory, all elements together
+    std::uint32_t size;   ///< bytes of all elements together
 };
 
 /// One memory: a shared-memory segment and its variables in catalogue order.
@@ -69,7 +68,7 @@ struct MemoryDescriptor {
     VariableDescriptor* variables; ///< `count` rows
     std::uint32_t count;
     std::uint32_t size; ///< bytes of the segment's data area
-    char** basePointer; ///< where start-up stores the address of the mapping
+    char** basePointer; ///< start-up stores the address of the mapping there
 };
 
 /// One enumeration: a value is stored as the index of its entry.

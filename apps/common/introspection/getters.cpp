@@ -12,7 +12,7 @@ namespace {
 // Longest "%f" of a float: sign, 39 digits, point, six decimals.
 constexpr std::size_t FLOAT_TEXT_SIZE = 48;
 
-// A variable's address need not be a multiple of its size.
+// The address need not be aligned.
 template <typename T>
 T load(const void* address, int index) {
     T value;
@@ -35,16 +35,15 @@ std::string getFloatIntrospection(void* address, int index) {
 }
 
 std::string getBoolIntrospection(void* address, int index) {
-    // Another process may have stored any byte; as a bool it would be undefined.
+    // Another process may store any byte; reading it as bool would be undefined.
     return load<std::uint8_t>(address, index) != 0 ? "true" : "false";
 }
 
-std::string getStringIntrospection(const void* address, unsigned int capacity) {
-    const char* text = static_cast<const char*>(address);
-    return {text, strnlen(text, capacity)};
+std::string getStringIntrospection(void* address, int /*index*/) {
+    return static_cast<const char*>(address);
 }
 
-std::string getBufferIntrospection(const void* address, unsigned int size) {
+std::string getBufferIntrospection(void* address, unsigned int size) {
     static constexpr char DIGITS[] = "0123456789abcdef";
     const unsigned char* bytes = static_cast<const unsigned char*>(address);
     std::string text;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
 namespace {
 
@@ -49,25 +50,9 @@ struct Place {
 };
 using EventIndex = std::array<Place, EVENT_COUNT>;
 
-void genEventToVar(EventIndex& places) {
-    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
-            const std::uint32_t id = MEMORY_ARRAY[mem].variables[var].event.id;
-            if (id < EVENT_COUNT)
-                places[id] = {mem, var};
-        }
-    }
-}
-
-const EventIndex& eventIndex() {
-    static EventIndex places;
-    static bool built = false;
-    if (!built) {
-        genEventToVar(places);
-        built = true;
-    }
-    return places;
-}
+// By event id; all zero for an event that is not a variable's.
+EventIndex gEventIndex;
+bool gIsEventIndexBuilt = false;
 
 } // namespace
 
@@ -78,7 +63,7 @@ std::uint32_t Introspection::getMemCount() {
     return MEMORY_ARRAY_SIZE;
 }
 
-const char* Introspection::getMemName(std::uint32_t mem) {
+CatalogueText Introspection::getMemName(std::uint32_t mem) {
     return memoryAt(mem).name;
 }
 
@@ -93,15 +78,15 @@ std::uint32_t Introspection::getVarCount(std::uint32_t mem) {
     return memoryAt(mem).count;
 }
 
-const char* Introspection::getVarName(std::uint32_t mem, std::uint32_t var) {
+CatalogueText Introspection::getVarName(std::uint32_t mem, std::uint32_t var) {
     return variableAt(mem, var).name;
 }
 
-const char* Introspection::getVarType(std::uint32_t mem, std::uint32_t var) {
+CatalogueText Introspection::getVarType(std::uint32_t mem, std::uint32_t var) {
     return variableAt(mem, var).type;
 }
 
-const char* Introspection::getVarArrayLen(std::uint32_t mem, std::uint32_t var) {
+CatalogueText Introspection::getVarArrayLen(std::uint32_t mem, std::uint32_t var) {
     return variableAt(mem, var).arrayLen;
 }
 
@@ -121,12 +106,21 @@ const VariableDescriptor& Introspection::getVarDescriptor(std::uint32_t mem, std
     return variableAt(mem, var);
 }
 
+void Introspection::genEventToVar() {
+    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
+        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
+            const std::uint32_t id = MEMORY_ARRAY[mem].variables[var].event.id;
+            if (id < EVENT_COUNT)
+                gEventIndex[id] = {mem, var};
+        }
+    }
+    gIsEventIndexBuilt = true;
+}
+
 void Introspection::getVarLocation(const Notify& event, std::uint32_t& mem, std::uint32_t& var) {
-    Place place;
-    if (event.id < EVENT_COUNT)
-        place = eventIndex()[event.id];
-    else
-        LOG_MESSAGE(Warn, "Event id %u is beyond the %u known events", event.id, EVENT_COUNT);
+    if (!gIsEventIndexBuilt)
+        genEventToVar();
+    const Place place = isKnownEvent(event) ? gEventIndex[event.id] : Place{};
     mem = place.mem;
     var = place.var;
 }
@@ -135,7 +129,10 @@ bool Introspection::isArray(std::uint32_t mem, std::uint32_t var) {
     const VariableDescriptor& variable = variableAt(mem, var);
     if (variable.isArray == 0)
         return false;
-    return std::stoi(variable.arrayLen != nullptr ? variable.arrayLen : "") >= 0;
+    const auto length = catalogueInt(variable.arrayLen);
+    if (!length)
+        throw std::invalid_argument("stoi");
+    return *length >= 0;
 }
 
 std::string Introspection::getVarValue(std::uint32_t mem, std::uint32_t var, std::int32_t index) {

@@ -11,22 +11,21 @@ namespace {
 constexpr std::uint64_t ONES = 0x0101010101010101;
 constexpr std::uint64_t HIGH_BITS = ONES * 0x80;
 
-// High bits of the zero bytes in `word`. A byte after (above) a zero byte may show wrongly; "none at all" is
-// exact.
+// The high bits of the zero bytes in `word`. Only the comparison with 0 is exact: a byte above a zero byte
+// may be wrong.
 std::uint64_t zeroBytes(std::uint64_t word) {
     return (word - ONES) & ~word & HIGH_BITS;
 }
 
-// Whether all eight bytes stand for themselves in a JSON string: ASCII, no control character below 0x20,
-// neither quote nor backslash. 0x7f is written as it is.
+// Whether none of the eight bytes needs escaping in a JSON string: ASCII from 0x20 on without quotation mark
+// and backslash. The library does not escape 0x7f either.
 bool isPlain(std::uint64_t word) {
     const std::uint64_t below20 = (word - ONES * 0x20) & ~word & HIGH_BITS;
     const std::uint64_t beyondAscii = word & HIGH_BITS;
     return (below20 | beyondAscii | zeroBytes(word ^ (ONES * '"')) | zeroBytes(word ^ (ONES * '\\'))) == 0;
 }
 
-// Looks at eight bytes at a time: the whole variable tree, thousands of strings, goes through here with each
-// request.
+// Checks eight bytes at a time: every request for the variable tree passes thousands of strings.
 bool isPlain(const char* text, std::size_t length) {
     std::uint64_t word = 0;
     for (; length >= sizeof(word); text += sizeof(word), length -= sizeof(word)) {
@@ -39,7 +38,7 @@ bool isPlain(const char* text, std::size_t length) {
     return isPlain(word);
 }
 
-// Replaces what stands in `out` from `start` on by its escaped form.
+// Escapes the characters of `out` from `start` on.
 void escapeFrom(std::string& out, std::size_t start) {
     const nlohmann::json text = out.substr(start);
     out.resize(start);

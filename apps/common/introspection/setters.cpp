@@ -1,13 +1,11 @@
 #include "apps/common/introspection/setters.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/common/event/serverconnection.h"
 #include "apps/common/introspection/introspection.h"
+#include "apps/common/introspection/store.h"
 #include "apps/common/introspection/valueconversion.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -15,18 +13,8 @@
 
 namespace {
 
-// Stores and posts when the bytes differ. `target` is bytes, not a T: nobody promises its alignment.
-template <typename T>
-void setVariable(char* target, const Notify& event, const T& value) {
-    const auto bytes = std::bit_cast<std::array<char, sizeof(T)>>(value);
-    if (std::memcmp(target, bytes.data(), bytes.size()) == 0)
-        return;
-    std::memcpy(target, bytes.data(), bytes.size());
-    postEvent(event);
-}
-
-// Where the element that `event` selects lies, or null when it is not in the variable. A negative index
-// arrives as a large word and is outside as well.
+// The address of the element that `event` selects, or null if the variable does not have it. A negative index
+// arrives as a large number.
 char* findElement(char* base, const VariableDescriptor& variable, const Notify& event,
                   std::size_t elementSize) {
     const std::uint32_t index = event.arg1 == 0 ? 0 : event.arg2;
@@ -39,7 +27,7 @@ template <typename T>
 void setElement(char* base, unsigned int mem, unsigned int var, const Notify& event, T value) {
     char* const target = findElement(base, Introspection::getVarDescriptor(mem, var), event, sizeof(value));
     if (target != nullptr)
-        setVariable<T>(target, event, value);
+        storeAndPost(target, &value, sizeof(value), event);
 }
 
 bool isContinuation(char c) {
@@ -52,8 +40,8 @@ std::size_t characterLength(char lead) {
     return byte >= 0xf0 ? 4 : byte >= 0xe0 ? 3 : byte >= 0xc0 ? 2 : 1;
 }
 
-// How many of the text's bytes fit into `limit`. A character that the limit would split is left out: half of
-// it would make the whole text unreadable as UTF-8. In a text that is no UTF-8 anyway, the limit stands.
+// The number of the text's bytes that fit into `limit`. A character that does not fit whole is left out, so
+// that the text stays valid UTF-8. A text that is not UTF-8 is cut at the limit.
 std::size_t fittingLength(const char* text, std::size_t limit) {
     const std::size_t length = strnlen(text, limit + 1);
     if (length <= limit)
@@ -114,7 +102,7 @@ std::string setBoolIntrospection(char* base, unsigned int mem, unsigned int var,
 std::string setStringIntrospection(char* base, unsigned int mem, unsigned int var, Notify event,
                                    const char* value) {
     const VariableDescriptor& variable = Introspection::getVarDescriptor(mem, var);
-    const auto capacity = catalogueNumber(variable.arrayLen);
+    const auto capacity = catalogueInt(variable.arrayLen);
     if (!capacity || *capacity < 1)
         return cannotConvert(value, "string");
     const std::size_t field = std::min<std::size_t>(static_cast<std::size_t>(*capacity), variable.size);

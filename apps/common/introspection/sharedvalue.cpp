@@ -1,8 +1,8 @@
 #include "apps/common/introspection/sharedvalue.h"
 
-#include "apps/common/event/serverconnection.h"
+#include "apps/common/introspection/store.h"
+#include "apps/common/introspection/valueconversion.h"
 
-#include <algorithm>
 #include <cstring>
 
 std::int32_t SharedInt::read() const {
@@ -13,18 +13,14 @@ std::int32_t SharedInt::read() const {
 }
 
 void SharedInt::store(std::int32_t value) const {
-    if (place.address() == nullptr || read() == value)
-        return;
-    std::memcpy(place.address(), &value, sizeof value);
-    postEvent({place.event, 0, 0});
+    if (place.address() != nullptr)
+        storeAndPost(place.address(), &value, sizeof value, {place.event, 0, 0});
 }
 
 void SharedFlag::raise() const {
-    char* flag = place.address();
-    if (flag == nullptr || *flag == 1)
-        return;
-    *flag = 1;
-    postEvent({place.event, 0, 0});
+    constexpr std::uint8_t RAISED = 1;
+    if (place.address() != nullptr)
+        storeAndPost(place.address(), &RAISED, sizeof RAISED, {place.event, 0, 0});
 }
 
 std::string SharedText::read() const {
@@ -32,15 +28,11 @@ std::string SharedText::read() const {
 }
 
 void SharedText::store(const std::string& text) const {
-    const std::string plain = text.substr(0, text.find('\0'));
-    if (place.address() == nullptr || read() == plain)
+    if (place.address() == nullptr)
         return;
-    const std::size_t size = std::min(plain.size(), capacity - 1);
-    std::memcpy(place.address(), plain.data(), size);
-    place.address()[size] = '\0';
-    postEvent({place.event, 0, 0});
-}
-
-std::string fieldText(const char* field, std::size_t capacity) {
-    return {field, strnlen(field, capacity)};
+    const std::string whole = text.c_str();
+    const std::string stored = whole.substr(0, capacity - 1);
+    const bool isCut = stored.size() < whole.size();
+    if (storeIfChanged(place.address(), stored.c_str(), stored.size() + 1) || isCut)
+        postEvent({place.event, 0, 0});
 }

@@ -4,10 +4,9 @@
 #include <cstdint>
 #include <string>
 
-/// Where a variable stands in the device's shared memory, and the event that tells of its change. Plain
-/// constants: nothing is looked up. While the memory is not mapped, a variable reads as 0 or empty, and
-/// storing does nothing. Storing posts the event when the value really changes; it throws what postEvent
-/// throws, and the value is stored then.
+/// The place of a variable in the device's shared memory, and the event of its change, as constants. While
+/// the memory is not mapped, a variable reads as 0 or empty, and storing does nothing. Storing posts the
+/// event if the value changes. It throws what postEvent throws; the value is stored then.
 struct SharedPlace {
     char* const* memory; ///< the memory's base pointer
     std::size_t offset;
@@ -33,16 +32,13 @@ struct SharedFlag {
     void raise() const;
 };
 
-/// Text in a field of `capacity` bytes, zero-terminated unless another process filled it to its end.
+/// Text in a field of `capacity` bytes. Another process may have left it without a terminator.
 struct SharedText {
     SharedPlace place;
     std::size_t capacity;
 
     std::string read() const;
-    /// Stores the text up to its first zero byte, at most capacity - 1 characters, and a terminator. A text
-    /// that is cut always counts as a change.
+    /// Stores the text up to its first zero byte, at most capacity - 1 characters, and a terminator. A
+    /// truncated text always counts as a change.
     void store(const std::string& text) const;
 };
-
-/// The characters of a text field up to the first zero byte, at most `capacity`.
-std::string fieldText(const char* field, std::size_t capacity);

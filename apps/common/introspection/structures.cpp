@@ -1,8 +1,8 @@
 #include "apps/common/introspection/setters.h"
 
-#include "apps/common/event/serverconnection.h"
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/introspection/jsonstring.h"
+#include "apps/common/introspection/store.h"
 #include "apps/common/introspection/valueconversion.h"
 
 #include <nlohmann/json.hpp>
@@ -88,7 +88,7 @@ std::string convertText(const MemberDescriptor& member, const std::string& text,
     return {};
 }
 
-// Writes the value's stored form to `field`. Returns the reason when it has none.
+// Writes the value's stored form to `field`. Returns the error text.
 std::string convert(const MemberDescriptor& member, const std::string& text, char* field) {
     switch (member.baseType) {
     case BaseInt: {
@@ -119,7 +119,7 @@ const MemberDescriptor* findMember(const StructureDescriptor& structure, const s
     return nullptr;
 }
 
-// The new values of one element, in the element's own layout, before any of them is stored.
+// The new values of one element in the element's layout, collected before any of them is stored.
 class ElementChange {
 public:
     explicit ElementChange(const StructureDescriptor& structure)
@@ -135,17 +135,13 @@ public:
         return {};
     }
 
-    // Writes the members that differ, and no byte besides: other processes write their members at the same
-    // time. Returns whether there was one.
+    // Writes only the members that differ, because other processes write theirs at the same time. Returns
+    // whether a member differs.
     bool apply(char* element) const {
         bool changed = false;
         for (const MemberDescriptor* member : members_) {
-            char* const field = element + member->offset;
-            const char* const value = values_.data() + member->offset;
-            if (std::memcmp(field, value, fieldSize(*member)) != 0) {
-                std::memcpy(field, value, fieldSize(*member));
-                changed = true;
-            }
+            const std::size_t offset = member->offset;
+            changed |= storeIfChanged(element + offset, values_.data() + offset, fieldSize(*member));
         }
         return changed;
     }
@@ -169,12 +165,12 @@ private:
     std::vector<const MemberDescriptor*> members_;
 };
 
-// Whether the JSON value is a single one that a member can hold.
+// Whether a member can hold the JSON value.
 bool isSingle(const nlohmann::json& value) {
     return value.is_string() || value.is_number() || value.is_boolean();
 }
 
-// The members as pairs; false when the text is no JSON object of single values.
+// Reads the members as pairs. Returns false if the text is not a JSON object of single values.
 bool readObject(const char* text, JsonObject& object) {
     const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
     if (!document.is_object())
@@ -194,7 +190,7 @@ std::string getStructureIntrospection(const StructureDescriptor& structure, void
     const std::ptrdiff_t width = structure.size;
     const char* const element = static_cast<const char*>(address) + index * width;
     std::string out;
-    // Room for the usual member: name, quotes, separators, and as many characters as the value has bytes.
+    // Enough for the usual member: name, quotes, separators, and one character for each byte of the value.
     out.reserve(structure.size + std::size_t{structure.memberCount} * 32);
     out += '{';
     for (std::uint32_t i = 0; i < structure.memberCount; ++i) {

@@ -14,7 +14,7 @@ std::optional<std::int32_t> intFromText(const char* text) {
     char* end = nullptr;
     errno = 0;
     const long value = std::strtol(text, &end, 0);
-    // A long of 32 bits saturates and tells by errno, one of 64 bits holds values that are too large.
+    // A long of 32 bits saturates and sets errno; a long of 64 bits also holds values that are too large.
     if (end == text || errno == ERANGE || !std::in_range<std::int32_t>(value))
         return std::nullopt;
     return static_cast<std::int32_t>(value);
@@ -45,6 +45,10 @@ std::optional<std::int32_t> entryFromText(const EnumDescriptor& enumeration, std
     return std::nullopt;
 }
 
+std::string fieldText(const char* field, std::size_t capacity) {
+    return {field, strnlen(field, capacity)};
+}
+
 std::string entryText(const EnumDescriptor& enumeration, std::uint32_t value) {
     if (value < enumeration.entryCount)
         return enumeration.entries[value];
@@ -72,7 +76,7 @@ std::string cannotConvertToEntry(std::string_view value, const EnumDescriptor& e
     return text;
 }
 
-std::optional<std::int32_t> catalogueNumber(const char* text) {
+std::optional<std::int32_t> catalogueInt(const char* text) {
     if (text == nullptr)
         return std::nullopt;
     std::int32_t value = 0;
@@ -80,7 +84,11 @@ std::optional<std::int32_t> catalogueNumber(const char* text) {
     return result.ec == std::errc() ? std::optional(value) : std::nullopt;
 }
 
+std::optional<float> catalogueFloat(const char* text) {
+    return text == nullptr ? std::nullopt : floatFromText(text);
+}
+
 std::uint32_t structureCount(const VariableDescriptor& variable) {
-    const std::int32_t count = variable.isArray != 0 ? catalogueNumber(variable.arrayLen).value_or(0) : 1;
+    const std::int32_t count = variable.isArray != 0 ? catalogueInt(variable.arrayLen).value_or(0) : 1;
     return count > 0 ? static_cast<std::uint32_t>(count) : 0;
 }

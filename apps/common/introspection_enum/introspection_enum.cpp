@@ -29,7 +29,7 @@ std::uint32_t IntrospectionEnum::getEnumCount() {
     return ENUM_ARRAY_SIZE;
 }
 
-const char* IntrospectionEnum::getEnumName(std::uint32_t enumeration) {
+CatalogueText IntrospectionEnum::getEnumName(std::uint32_t enumeration) {
     return enumAt(enumeration).name;
 }
 
@@ -37,7 +37,7 @@ std::uint32_t IntrospectionEnum::getEnumEntryCount(std::uint32_t enumeration) {
     return enumAt(enumeration).entryCount;
 }
 
-const char* IntrospectionEnum::getEnumEntryName(std::uint32_t enumeration, std::uint32_t entry) {
+CatalogueText IntrospectionEnum::getEnumEntryName(std::uint32_t enumeration, std::uint32_t entry) {
     const EnumDescriptor& row = enumAt(enumeration);
     if (entry >= row.entryCount)
         throwError(__FILE__, __LINE__, "Index exceeds limit");
@@ -45,7 +45,7 @@ const char* IntrospectionEnum::getEnumEntryName(std::uint32_t enumeration, std::
 }
 
 std::uint32_t IntrospectionEnum::getEnumIndex(const std::string& name) {
-    // Each enumeration variable of the tree asks by name: walking the table would be most of the work.
+    // The variable tree calls this for each of its enumerations; a linear search would dominate its cost.
     static const NameIndex names = indexNames();
     const auto found = names.find(name);
     if (found == names.end())

@@ -1,6 +1,7 @@
 #include "apps/web/service/app/deviceinfo.h"
 
 #include "apps/common/introspection/sharedvalue.h"
+#include "apps/common/introspection/valueconversion.h"
 #include "gen/code/introspection_gen.h"
 #include "gen/code/memories.h"
 

@@ -4,6 +4,9 @@
 
 #include <iterator>
 
+const std::string MEM_SETUP = "MemSetup";
+const std::string MEM_APP = "MemApp";
+
 constinit char* gMemSetup = nullptr;
 constinit char* gMemApp = nullptr;
 

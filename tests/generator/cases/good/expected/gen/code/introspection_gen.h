@@ -6,8 +6,14 @@
 #include "apps/common/event/events_gen.h"
 #include "gen/code/structures_gen.h"
 
+#include <string>
+
 static_assert(CATALOGUE_VERSION == 1, "the generator and the catalogue's support header differ");
 static_assert(MEMORY_ARRAY_SIZE == 2, "the model and the support header differ in the number of memories");
+
+// The names of the memories.
+extern const std::string MEM_SETUP;
+extern const std::string MEM_APP;
 
 // The addresses of the memories' data areas; null while a segment is not mapped.
 extern char* gMemSetup;
