@@ -14,8 +14,8 @@ namespace {
 
 constexpr int BACKLOG = 128;
 constexpr int ACCEPT_PAUSE_MS = 100;
-constexpr std::size_t FIRST_CLIENT =
-    2; // in the poll list: behind the stop descriptor and the listening socket
+// The index in the poll list, after the stop descriptor and the listening socket.
+constexpr std::size_t FIRST_CLIENT = 2;
 
 sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address{};
@@ -34,27 +34,23 @@ bool isOutOfDescriptors(int error) {
 
 Broker::Broker(const std::string& path) : path_(path) {
     const sockaddr_un address = addressOf(path);
-    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd_ < 0)
+    socket_ = Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket_.isOpen())
         throwErrorNumber(__FILE__, __LINE__, "socket");
     unlink(path.c_str());
-    const bool isBound = bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    if (!isBound || listen(fd_, BACKLOG) != 0) {
-        const int error = errno;
-        close(fd_);
-        errno = error;
-        throwErrorNumber(__FILE__, __LINE__, isBound ? "listen" : "bind");
-    }
+    if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        throwErrorNumber(__FILE__, __LINE__, "bind");
+    if (listen(socket_.get(), BACKLOG) != 0)
+        throwErrorNumber(__FILE__, __LINE__, "listen");
 }
 
 Broker::~Broker() {
     unlink(path_.c_str());
-    close(fd_);
 }
 
 bool Broker::runOnce(int timeoutMs, int stopDescriptor) {
     const short listening = isAcceptPaused_ ? 0 : POLLIN;
-    std::vector<pollfd> polls{{stopDescriptor, POLLIN, 0}, {fd_, listening, 0}};
+    std::vector<pollfd> polls{{stopDescriptor, POLLIN, 0}, {socket_.get(), listening, 0}};
     for (const Connection& connection : connections_) {
         const short wanted = connection.client.hasQueue() ? POLLIN | POLLOUT : POLLIN;
         polls.push_back({connection.client.descriptor(), wanted, 0});
@@ -63,7 +59,7 @@ bool Broker::runOnce(int timeoutMs, int stopDescriptor) {
     if (poll(polls.data(), polls.size(), isAcceptPaused_ && waitsLonger ? ACCEPT_PAUSE_MS : timeoutMs) < 0) {
         if (errno != EINTR)
             throwErrorNumber(__FILE__, __LINE__, "poll");
-        return true; // interrupted: the next turn waits again
+        return true;
     }
     auto events = polls.begin() + FIRST_CLIENT;
     for (Connection& connection : connections_)
@@ -76,7 +72,7 @@ bool Broker::runOnce(int timeoutMs, int stopDescriptor) {
 }
 
 void Broker::serve(Connection& connection, short events) {
-    // At a hang-up there may still be records that the client sent before it went.
+    // After a hang-up the socket may still hold records.
     if (!connection.isGone && (events & (POLLIN | POLLHUP | POLLERR)) != 0 &&
         !connection.client.receive([this](const Notify& event) { route(event); }))
         connection.isGone = true;
@@ -101,9 +97,9 @@ void Broker::flushAll() {
 void Broker::acceptAll() {
     isAcceptPaused_ = false;
     for (;;) {
-        const int fd = accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (fd >= 0) {
-            connections_.emplace_back(fd);
+        Descriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (client.isOpen()) {
+            connections_.emplace_back(std::move(client));
         } else if (isOutOfDescriptors(errno)) {
             isAcceptPaused_ = true;
             return;

@@ -1,20 +1,21 @@
 #pragma once
 
+#include "apps/common/files/descriptor.h"
 #include "device/broker/client.h"
 
 #include <list>
 #include <string>
+#include <utility>
 
-/// The message broker: takes the device's events from any process that connects, and hands each, unchanged,
-/// to every client that has subscribed to it, the sender included. Ids have no meaning here beyond the
-/// control records (apps/common/event/notify.h), so that an event which this version does not name still
-/// arrives.
+/// The message broker: receives the device's events from its clients and sends each, unchanged, to every
+/// client that has subscribed to it, the sender included. It interprets only the control records
+/// (apps/common/event/notify.h), so it also forwards events that this version does not know.
 ///
-/// Nothing a client does holds up the others: no call blocks but the wait of runOnce(), and a client that
-/// stops reading is dropped when Client::QUEUE_LIMIT records wait for it.
+/// No client delays the others: only the wait of runOnce() blocks, and a client that stops reading is dropped
+/// when Client::QUEUE_LIMIT records wait for it.
 class Broker {
 public:
-    /// Listens on the Unix socket `path`, taking the place of one that a former broker has left. Throws
+    /// Listens on the Unix socket `path` and replaces the socket of a former broker. Throws
     /// std::runtime_error with "socket", "bind" or "listen" and the reason.
     explicit Broker(const std::string& path);
     /// Closes all connections and removes the socket.
@@ -22,16 +23,16 @@ public:
     Broker(const Broker&) = delete;
     Broker& operator=(const Broker&) = delete;
 
-    /// Waits at most `timeoutMs` (-1: without limit) and handles what came: one piece from each client that
-    /// sent something, all new connections. Returns false when `stopDescriptor` has become readable; -1 is
-    /// none. Throws std::runtime_error with "poll" and the reason.
+    /// Waits at most `timeoutMs` (-1: without limit), reads once from each client that has sent data, and
+    /// accepts all new connections. Returns false if `stopDescriptor` has become readable; -1 is none. Throws
+    /// std::runtime_error with "poll" and the reason.
     bool runOnce(int timeoutMs, int stopDescriptor = -1);
 
     std::size_t clientCount() const { return connections_.size(); }
 
 private:
     struct Connection {
-        explicit Connection(int fd) : client(fd) {}
+        explicit Connection(Descriptor socket) : client(std::move(socket)) {}
 
         Client client;
         bool isGone = false;
@@ -43,7 +44,7 @@ private:
     void acceptAll();
 
     std::string path_;
-    int fd_;
-    bool isAcceptPaused_ = false; ///< no descriptor is free: new connections wait in the socket's queue
+    Descriptor socket_;
+    bool isAcceptPaused_ = false; ///< without a free descriptor, new connections wait in the socket's queue
     std::list<Connection> connections_;
 };

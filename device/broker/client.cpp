@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -11,19 +10,13 @@ constexpr std::size_t RECORDS_PER_READ = 256;
 
 } // namespace
 
-Client::Client(int fd) : fd_(fd) {}
-
-Client::~Client() {
-    close(fd_);
-}
-
 bool Client::receive(const std::function<void(const Notify&)>& route) {
     const std::size_t kept = input_.size();
     input_.resize(kept + RECORDS_PER_READ * sizeof(Notify));
-    const ssize_t count = recv(fd_, input_.data() + kept, input_.size() - kept, 0);
+    const ssize_t count = recv(socket_.get(), input_.data() + kept, input_.size() - kept, 0);
     if (count <= 0) {
         input_.resize(kept);
-        // Interrupted or nothing there after all: the next turn of the loop tries again.
+        // After EINTR and EAGAIN the next runOnce tries again.
         return count < 0 && (errno == EINTR || errno == EAGAIN);
     }
     input_.resize(kept + static_cast<std::size_t>(count));
@@ -77,7 +70,7 @@ bool Client::offer(const Notify& event) {
 
 bool Client::flush() {
     while (hasQueue()) {
-        const ssize_t count = send(fd_, queue_.data() + sent_, queue_.size() - sent_, MSG_NOSIGNAL);
+        const ssize_t count = send(socket_.get(), queue_.data() + sent_, queue_.size() - sent_, MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)

@@ -1,4 +1,5 @@
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/files/descriptor.h"
 #include "device/broker/broker.h"
 #include "device/broker/readysemaphore.h"
 
@@ -7,16 +8,15 @@
 
 namespace {
 
-// Blocks SIGINT and SIGTERM and returns a descriptor that becomes readable when one of them comes. It stays
-// open until the process ends.
-int openStopDescriptor() {
+// Blocks SIGINT and SIGTERM and returns a descriptor that becomes readable when one of them arrives.
+Descriptor openStopDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const int fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (fd < 0)
+    Descriptor fd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!fd.isOpen())
         throwErrorNumber(__FILE__, __LINE__, "signalfd");
     return fd;
 }
@@ -24,11 +24,11 @@ int openStopDescriptor() {
 } // namespace
 
 int main() {
-    const int stopDescriptor = openStopDescriptor();
+    const Descriptor stop = openStopDescriptor();
     Broker broker("/var/volatile/message-broker.socket");
     const ReadySemaphore semaphore("/message-broker-ready");
     LOG_MESSAGE(LogLight, "Message broker is ready");
-    while (broker.runOnce(-1, stopDescriptor)) {
+    while (broker.runOnce(-1, stop.get())) {
     }
     return 0;
 }

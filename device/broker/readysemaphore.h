@@ -3,14 +3,14 @@
 #include <semaphore.h>
 #include <string>
 
-/// The named semaphore that says "the broker is ready". Its count of one lets clients connect one after
-/// another.
+/// The named semaphore whose existence means that the broker is ready. Its count of one lets clients connect
+/// one after another.
 class ReadySemaphore {
 public:
-    /// Creates the semaphore with count 1, in the place of one that a former broker has left. Throws
+    /// Creates the semaphore with count 1 and replaces that of a former broker. Throws
     /// std::runtime_error with "sem_open" and the reason.
     explicit ReadySemaphore(const std::string& name);
-    /// Removes the name; clients that have it open keep theirs.
+    /// Removes the name; the semaphore lives on in clients that have it open.
     ~ReadySemaphore();
     ReadySemaphore(const ReadySemaphore&) = delete;
     ReadySemaphore& operator=(const ReadySemaphore&) = delete;

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <unordered_set>
 
-/// Which events one client receives: none at first. The last word about an id holds: after subscribeAll() and
-/// unsubscribe(7) every event but 7 is wanted.
+/// The events that one client receives, none at first. The last call for an id counts: after subscribeAll()
+/// and unsubscribe(7) the client receives every event but 7.
 class Subscriptions {
 public:
     void subscribe(std::uint32_t id);

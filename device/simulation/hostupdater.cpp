@@ -2,74 +2,43 @@
 
 namespace {
 
-constexpr double CHECK_MS = 800;
 constexpr double COPY_MS = 3000;
-constexpr double REBOOT_MS = 4000;
 
 } // namespace
 
-std::vector<std::uint32_t> HostUpdater::interests() const {
-    return {fileName_.eventId()};
-}
+HostUpdater::HostUpdater() : Updater({"HostUpdateFileName", "HostUpdateFileState", "HostUpdateStart"}) {}
 
-void HostUpdater::changed(std::uint32_t eventId) {
-    if (eventId == fileName_.eventId() && !fileName_.text().empty()) {
-        start_.setBool(false);
-        fileVersion_.setText("");
-        enter(Phase::Checking, "CheckingFile");
-    }
-}
-
-void HostUpdater::step(double timeMs) {
-    nowMs_ = timeMs;
-    const double elapsedMs = timeMs - enteredMs_;
-    if (phase_ == Phase::Checking && elapsedMs > CHECK_MS) {
-        check();
-    } else if (phase_ == Phase::Waiting && start_.toBool()) {
-        begin();
-    } else if (phase_ == Phase::Copying && elapsedMs > COPY_MS) {
-        finishCopying();
-    } else if (phase_ == Phase::Rebooting && elapsedMs > REBOOT_MS) {
-        version_.setText(file_.version);
-        finish("Success");
-    }
-}
-
-void HostUpdater::enter(Phase phase, const std::string& state) {
-    phase_ = phase;
-    enteredMs_ = nowMs_;
-    state_.setText(state);
+void HostUpdater::reset(Phase /*former*/) {
+    fileVersion_.setText("");
 }
 
 void HostUpdater::check() {
     file_ = readUpdateFile(fileName_.text());
     if (file_.verdict != "FileValid") {
-        finish(file_.verdict);
+        end(file_.verdict);
     } else if (file_.product != product_.text()) {
-        finish("FileNotCompatible");
+        end("FileNotCompatible");
     } else {
         fileVersion_.setText(file_.version);
         enter(Phase::Waiting, "FileValid");
     }
 }
 
-// The file may have been replaced since it was found valid. The flag is lowered last: whoever still sees a
-// valid file that nobody has started would raise it again.
-void HostUpdater::begin() {
-    check();
-    if (phase_ == Phase::Waiting)
-        enter(Phase::Copying, "CopyingFile");
-    start_.setBool(false);
-}
-
-void HostUpdater::finishCopying() {
+void HostUpdater::copy(double elapsedMs) {
+    if (elapsedMs <= COPY_MS)
+        return;
     if (file_.fails)
-        finish("CopyingFailed");
+        end("CopyingFailed");
     else
         enter(Phase::Rebooting, "Rebooting");
 }
 
-void HostUpdater::finish(const std::string& state) {
+void HostUpdater::finish() {
+    version_.setText(file_.version);
+    end("Success");
+}
+
+void HostUpdater::end(const std::string& state) {
     enter(Phase::Idle, state);
     fileName_.setText("");
 }
