@@ -54,9 +54,11 @@ PATTERNS = {"nothing": nothing, **{f"anything{seed}": anything(seed) for seed in
 @pytest.fixture(scope="module")
 def validators():
     openapi = json.loads((DOCS / "openapi.json").read_text())
-    return [jsonschema.Draft202012Validator(schema) for schema in (
-        {"$ref": "#/components/schemas/Tree", "components": openapi["components"]},
-        json.loads((DOCS / "catalogue.schema.json").read_text()))]
+    schemas = [{"$ref": "#/components/schemas/Tree", "components": openapi["components"]},
+               json.loads((DOCS / "catalogue.schema.json").read_text())]
+    for schema in [*schemas, *openapi["components"]["schemas"].values()]:
+        jsonschema.Draft202012Validator.check_schema(schema)
+    return [jsonschema.Draft202012Validator(schema) for schema in schemas]
 
 
 @pytest.mark.parametrize("pattern", PATTERNS)
@@ -67,6 +69,7 @@ def test_every_value_is_that_of_the_memory(device, catalogue, validators, patter
     tree = json.loads(device.ask(TREE), parse_float=as_float32)["variables"]
     for validator in validators:
         validator.validate(tree)
+        assert not validator.is_valid({**tree, "MemApp": tree["MemStatic"]})
     assert list(tree) == list(contents)
     for memory, values in tree.items():
         expected = catalogue.decode(memory, contents[memory])
@@ -93,7 +96,8 @@ def test_document_is_literal(device, catalogue):
                            b'at index 3: 0xFF","RadioPower" : { "value": "false", "type": "bool", '
                            b'"textid": [ "false", "true" ]},')
     assert b'"LastKnownFocusValue" : {"max":"1e+38","min":"-1e+38","type":"float","value":"0.100000"}' in tree
-    assert b'"LensFileList" : ["ERROR": "[json.exception.type_error.316] invalid UTF-8 byte at index 0: 0xFF",{"' in tree
+    assert (b'"LensFileList" : ["ERROR": "[json.exception.type_error.316] invalid UTF-8 byte at index 0: 0xFF",{"'
+            in tree)
     assert b'"RadioRegionFlags" : {"max":"0","min":"0","type":"string","value":"0aff00"}' in tree
     assert b']},"MemDynamic" : {"PowerState" : { "value": "Unknown", "type": "PowerState", "textid": [ ' in tree
     assert tree.endswith(b'"AppLogLevel" : { "value": "DebugAll", "type": "LogLevel", "textid": [ "DebugAll",'

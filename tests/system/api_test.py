@@ -76,6 +76,8 @@ def test_update_is_as_described(device):
         device.ask(SET, b'{"MemLens": {"LensFileList": {"Index": 99, "LensFileSelected": true}}}')
         update = json.loads(waiting.answer().body)
     validator(described).validate(update)
+    schema = json.loads(Path(BUILD, "generated/docs/catalogue.schema.json").read_text())
+    jsonschema.Draft202012Validator({**schema["$defs"]["update"], "$defs": schema["$defs"]}).validate(update["variables"])
     assert update["variables"]["MemLens"]["LensFileList"][99]["LensFileSelected"] is True
 
 

@@ -1,6 +1,4 @@
-"""log.cgi: offsets, waiting requests, and the end of the child that reads the log. The child's own handling is tested in
-tests/unit/service.
-"""
+"""log.cgi: offsets, waiting requests, and the end of the child that reads the log."""
 
 import contextlib
 import os
