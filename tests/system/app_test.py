@@ -47,31 +47,27 @@ def traced(device):
 
 
 def test_device_info_has_identity_and_space(device):
-    info = json.loads(ask(device, "/device/info"))
-    assert (info["_id"], info["serialnumber"], info["name"]) == (OUR_ID, "K1-00042", "Lens Control")
+    def info():
+        return json.loads(ask(device, "/device/info"))
 
-    def is_space_told():
-        """Other programs of this machine may change the space between the two questions."""
-        told, space = json.loads(ask(device, "/device/info")), os.statvfs("/")
-        return [told["space_total"], told["space_available"]] == [
-            blocks * space.f_bsize % 2 ** 32 for blocks in (space.f_blocks, space.f_bavail)]
-
-    wait_until(is_space_told, "the space of the root file system")
+    assert (info()["_id"], info()["serialnumber"], info()["name"]) == (OUR_ID, "K1-00042", "Lens Control")
+    # Other programs of this machine may change the space between the two questions.
+    wait_until(lambda: [info()["space_total"], info()["space_available"]] == space(), "the space of the root folder")
 
 
-def test_device_info_texts_may_fill_their_fields(device, catalogue):
-    def full(_base, size, _entries):
-        return b"\1\0\0\0"[:size] if size in (1, 4) else b"v" * (size - 1) + b"!"
+def space():
+    root = os.statvfs("/")
+    return [blocks * root.f_bsize % 2 ** 32 for blocks in (root.f_blocks, root.f_bavail)]
 
-    before = {memory: device.read(memory, 0, catalogue.sizes()[memory])
-              for memory in ("MemPersistent", "MemExternalDevices")}
-    for memory in before:
-        device.write(memory, 0, catalogue.fill(memory, full))
-    info = json.loads(ask(device, "/device/info"))
-    assert (info["name"], info["firmwareversion"]) == (19 * "v" + "!",) * 2
-    assert [(row["name"], row["firmwareversion"]) for row in info["devices"]] == [(49 * "v" + "!",) * 2] * 16
-    for memory, content in before.items():
-        device.write(memory, 0, content)
+
+def test_accessory_texts_may_fill_their_fields(device, catalogue):
+    at, size = catalogue.variable("MemExternalDevices", "RBusDeviceList").at, 116
+    before = device.read("MemExternalDevices", at, size)
+    name, version = 49 * "n" + "!", 49 * "v" + "!"
+    device.write("MemExternalDevices", at, b"\1\0\0\0\7\0\0\0" + (name + version).encode())
+    accessory = json.loads(ask(device, "/device/info"))["devices"][0]
+    assert accessory == {"_id": name + "-7", "name": name, "serialnumber": "7", "firmwareversion": version}
+    device.write("MemExternalDevices", at, before)
 
 
 @pytest.mark.parametrize("device_id, answer, level, text", [

@@ -1,4 +1,4 @@
-"""Another process of the device, as far as events are concerned."""
+"""Posts and receives events as another process of the device."""
 
 import itertools
 import socket
@@ -6,13 +6,13 @@ import struct
 
 NOTIFY = struct.Struct("<III")
 SUBSCRIBE_ALL = 3
-# Beyond all event names: the service drops it.
+# An unknown event, which the service drops.
 MARKER = 0xFFFFFFFE
 TIMEOUT = 60
 
 
 class BrokerClient:
-    """Is subscribed to all events once it is made."""
+    """A connection to the broker that is subscribed to all events."""
 
     def __init__(self, device):
         self._numbers = itertools.count()
@@ -29,12 +29,12 @@ class BrokerClient:
         self._socket.close()
 
     def post(self, *events):
-        """Posts all in one piece; an event is an id or (id, argument, argument)."""
+        """Posts all events in one write. An event is an id or (id, argument, argument)."""
         self._socket.sendall(b"".join(NOTIFY.pack(*(event if isinstance(event, tuple) else (event, 0, 0)))
                                       for event in events))
 
     def posted(self):
-        """All events that were posted before this call and have not been told yet."""
+        """The events that were posted before this call and after the last one."""
         marker = (MARKER, next(self._numbers), 0)
         self.post(marker)
         events = []

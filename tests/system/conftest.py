@@ -1,4 +1,4 @@
-"""What the system tests share: the devices that they run on."""
+"""Fixtures of the system tests."""
 
 import pytest
 
@@ -14,13 +14,13 @@ def catalogue():
 
 @pytest.fixture(scope="module", params=["nginx", "lighttpd"])
 def web_server(request):
-    """The name of each web server in turn, for modules that go through both."""
+    """Each web server in turn."""
     return request.param
 
 
 @pytest.fixture(scope="module")
 def device_options():
-    """Overridden by a module whose device needs more than a service."""
+    """Modules override this if their device needs more than the service."""
     return {}
 
 
@@ -32,7 +32,7 @@ def shared_device(device_options):
 
 @pytest.fixture
 def device(shared_device):
-    """The module's device. Each test has to leave a service that runs and answers."""
+    """The module's device, whose service has to run and answer after each test."""
     yield shared_device
     assert shared_device.ended() == []
     shared_device.ping()
@@ -40,6 +40,6 @@ def device(shared_device):
 
 @pytest.fixture
 def events(device):
-    """A process of the device that has subscribed to all events."""
+    """Another process of the device, subscribed to all events."""
     with BrokerClient(device) as client:
         yield client
