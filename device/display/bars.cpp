@@ -28,7 +28,7 @@ std::string footageText(double seconds) {
     return text;
 }
 
-// Returns where the next thing can stand.
+// Returns the place of the next item.
 double drawState(Canvas& canvas, double left, double middle, const Reading& reading) {
     const bool isRunning = reading.cameraState == "Run";
     const std::string text = isRunning                          ? "REC"
@@ -56,7 +56,7 @@ void drawCamera(Canvas& canvas, double left, double middle, const Reading& readi
     canvas.text(next, middle + 7, footageText(reading.footageSeconds), {20, palette::BRIGHT});
 }
 
-// Draws to the left of `right` and returns where it begins.
+// Draws to the left of `right` and returns the left edge.
 double drawBattery(Canvas& canvas, double right, double middle, int percent) {
     const double part = std::clamp(percent, 0, 100) / 100.0;
     const Box body{right - 46, middle - 11, 40, 22};

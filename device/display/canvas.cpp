@@ -9,8 +9,8 @@ namespace {
 constexpr double QUARTER = std::numbers::pi / 2;
 constexpr const char* FONT = "DejaVu Sans";
 
-// The length of the character at `place` in UTF-8; 0 when it is not well-formed, is a control character, or
-// lies outside of what the font has: from U+D000 on.
+// The length in UTF-8 of the character at `place`; 0 if it is malformed, a control character, or one that the
+// font lacks, from U+D000 on.
 std::size_t characterSize(const std::string& text, std::size_t place) {
     const auto byte = static_cast<unsigned char>(text[place]);
     if (byte < 0x80)
@@ -24,7 +24,7 @@ std::size_t characterSize(const std::string& text, std::size_t place) {
     return size;
 }
 
-// cairo draws nothing at all any more once it has met a text that is not well-formed.
+// A malformed text puts cairo into an error state, in which it draws nothing more.
 std::string drawable(const std::string& text) {
     std::string result;
     for (std::size_t place = 0; place < text.size();) {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-typedef struct _cairo cairo_t; // as cairo declares it: who draws here needs none of its headers
+typedef struct _cairo cairo_t; // as cairo declares it, so that users need not include its headers
 
 struct Colour {
     double red, green, blue;
@@ -22,8 +22,8 @@ struct Box {
     constexpr double centre() const { return left + width / 2; }
 };
 
-/// Draws into pixels of four bytes: blue, green, red, alpha. Lengths are in units of which HEIGHT make the
-/// height of any screen, so that one layout fits all sizes; the origin is the upper left corner.
+/// Draws into pixels of four bytes: blue, green, red, alpha. The unit of length is 1/HEIGHT of the screen's
+/// height, so that one layout fits all sizes; the origin is the upper left corner.
 class Canvas {
 public:
     static constexpr double HEIGHT = 480;
@@ -37,7 +37,7 @@ public:
         Weight weight = Weight::Normal;
     };
 
-    /// Rows lie width * 4 bytes apart. `pixels` must outlive the canvas. Throws std::runtime_error with
+    /// A row has width * 4 bytes. `pixels` must outlive the canvas. Throws std::runtime_error with
     /// cairo's reason.
     Canvas(unsigned char* pixels, int width, int height);
     ~Canvas();
@@ -56,12 +56,12 @@ public:
     void triangle(double x1, double y1, double x2, double y2, double x3, double y3, const Colour& colour);
     void circle(double x, double y, double radius, const Colour& colour);
 
-    /// Writes `text` with its base line at y and returns its width. What is no printable character in
-    /// UTF-8 shows as "?": the text may have come from anywhere.
+    /// Writes `text` with its base line at y and returns its width. Bytes that are not a printable character
+    /// in UTF-8 show as "?".
     double text(double x, double y, const std::string& text, const Style& style);
     double textWidth(const std::string& text, const Style& style);
 
-    /// Drawing outside of `box` has no effect until the next unclip.
+    /// Limits drawing to `box` until unclip.
     void clip(const Box& box);
     void unclip();
 

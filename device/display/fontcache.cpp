@@ -1,5 +1,5 @@
-// Compiled into every program that draws, when it is built with the leak sanitizer: fontconfig, with which
-// cairo finds its fonts, keeps what it has read of its configuration until the process ends.
+// Compiled into every program that draws if the leak sanitizer is on: fontconfig, which cairo uses, never
+// frees its configuration.
 extern "C" const char* __lsan_default_suppressions();
 
 const char* __lsan_default_suppressions() {

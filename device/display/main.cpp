@@ -19,7 +19,7 @@ constexpr int BUFFERS = 3;
 constexpr int USUAL_INTERVAL_MS = 50;
 constexpr const char* USAGE = "usage: device-display [--interval MS]";
 
-// The memories that the device's other processes keep.
+// The memories that another process has created.
 class Memories {
 public:
     Memories() {
@@ -34,7 +34,7 @@ private:
     std::list<SharedMemory> segments_;
 };
 
-// Puts the readings on the display, each in a frame of its own. Nothing is drawn while nothing changes.
+// Shows the readings, each in a new frame, and draws only when a reading changes.
 class Display {
 public:
     Display() : framebuffer_("/dev/fb0", BUFFERS) { framebuffer_.init(); }
@@ -48,8 +48,8 @@ public:
     }
 
 private:
-    // The frame is drawn right before it is shown: whoever still reads the one that leaves the display has
-    // almost two intervals until it is drawn over.
+    // The frame is drawn immediately before it is shown, so that a reader of the former frame has almost two
+    // intervals before it is overwritten.
     void show(const Reading& reading) {
         unsigned char* const pixels = framebuffer_.backbufferAddress();
         const auto width = static_cast<int>(framebuffer_.width());

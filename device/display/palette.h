@@ -2,7 +2,7 @@
 
 #include "device/display/canvas.h"
 
-/// The colours of the controller's screen: dark, so that it does not blind who works at night.
+/// The colours of the controller's screen, dark for work at night.
 namespace palette {
 
 inline constexpr Colour BACKGROUND = Colour::of(0x0b0d10);

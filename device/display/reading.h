@@ -5,7 +5,7 @@
 #include <array>
 #include <string>
 
-/// What the controller's screen shows, at one moment.
+/// The values on the controller's screen.
 struct Reading {
     static constexpr std::size_t MARKERS = 8;
 
@@ -20,7 +20,7 @@ struct Reading {
     Axis zoom;  ///< millimetres
     double nearMetres = 0;
     double farMetres = 0;
-    std::array<double, MARKERS> markers{}; ///< metres; 0 where there is none
+    std::array<double, MARKERS> markers{}; ///< metres; 0 for no marker
     bool isInFeet = false;
 
     std::string lens;
@@ -41,7 +41,7 @@ struct Reading {
     bool operator==(const Reading&) const = default;
 };
 
-/// Reads the memories. REQUIRES: they are mapped as long as the object is used.
+/// Reads the memories. REQUIRES: the memories are mapped.
 class Reader {
 public:
     Reader();

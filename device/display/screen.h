@@ -15,7 +15,7 @@
 ///     +--------------------------------------------+
 class Screen {
 public:
-    /// Draws all of it, opaque.
+    /// Draws the whole screen, opaque.
     void draw(Canvas& canvas, const Reading& reading) const;
 
 private:

@@ -17,18 +17,18 @@ public:
         std::string label; ///< empty: a short line only
     };
 
-    /// What is on the tape beside its marks, as values of the scale. A range that is empty is not drawn, nor
-    /// are notes of 0.
+    /// The tape's content besides its marks, as values of the scale. Empty ranges and notes of 0 are not
+    /// drawn.
     struct Content {
-        double value; ///< behind the index
+        double value; ///< at the index
         double target;
         double rangeFirst;
         double rangeLast;
         std::vector<double> notes;
     };
 
-    /// `length` is that of the scale's whole way, in the canvas' units. Between labelled marks lines are
-    /// added, to the number of `parts`, as long as they are not too close.
+    /// `length` is that of the whole scale, in the canvas' units. Lines divide the space between labelled
+    /// marks into `parts`, if they are not too close.
     Tape(const Scale& scale, double length, const std::vector<Mark>& labelled, int parts);
 
     void draw(Canvas& canvas, const Box& box, const Content& content) const;

@@ -2,13 +2,13 @@
 
 #include "device/display/tape.h"
 
-/// The three rings' tapes, with the values that are engraved on such rings. All values are metric: the
-/// imperial tape has its marks at full feet.
+/// The tapes of the three rings with their usual engraved values. All values are metric; the imperial tape
+/// has marks at whole feet.
 Tape metricFocusTape();
 Tape imperialFocusTape();
 Tape irisTape();
 Tape zoomTape();
 
 inline constexpr double METRES_PER_FOOT = 0.3048;
-/// From here on a focus distance counts as infinity.
+/// Focus distances from here on count as infinity.
 inline constexpr double INFINITY_METRES = 500;

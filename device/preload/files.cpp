@@ -7,9 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The wrappers of everything that opens, makes, moves or removes a path. Those that end in 64 are the
-// large-file forms that 32-bit programs call; those that end in _2 are what fortified programs call when no
-// mode is given.
+// The wrappers of all functions that open, make, move or remove a path. 32-bit programs call the large-file
+// forms, which end in 64; fortified programs call the forms that end in _2 if they pass no mode.
 
 extern "C" int __open_2(const char* path, int flags);
 extern "C" int __open64_2(const char* path, int flags);
@@ -47,14 +46,14 @@ int openMapped(const char* path, int flags, mode_t mode, Original original) {
     if (!argument.isUsable())
         return -1;
     if (argument.isKernelLog()) {
-        // A plain file stands for the kernel log: appending keeps the lines of several processes whole.
+        // The kernel log is a plain file here: appending keeps the lines of several processes whole.
         mode = takesMode(flags) ? mode : KERNEL_LOG_MODE;
         flags = (flags & ~O_TRUNC) | O_APPEND | O_CREAT;
     }
     return original(argument.text(), flags, mode);
 }
 
-// The mode behind the last named argument, if `flags` say that there is one.
+// The mode after the last named argument, if `flags` require one.
 mode_t modeIn(va_list arguments, int flags) {
     return takesMode(flags) ? va_arg(arguments, mode_t) : NO_MODE;
 }
@@ -101,7 +100,7 @@ INTERPOSED int openat64(int folder, const char* path, int flags, ...) {
                       [folder](const char* p, int f, mode_t m) { return nextOpenat64(folder, p, f, m); });
 }
 
-// A fortified call without the mode that its flags need is refused by the original, which ends the process.
+// The original ends the process if the flags of a fortified call require a mode.
 
 INTERPOSED int __open_2(const char* path, int flags) {
     return takesMode(flags) ? nextOpen2(path, flags) : open(path, flags);

@@ -13,15 +13,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The wrapper of ioctl: answers what a framebuffer driver would, for descriptors that are open on the
-// device's framebuffer file. Everything is found anew with each call, so that a process may fork, and may
-// have the file from wherever it likes.
+// The wrapper of ioctl: answers as a framebuffer driver for descriptors of the device's framebuffer file.
+// Each call looks everything up, so that processes can fork and can inherit the descriptor.
 
 namespace {
 
 constexpr char FRAMEBUFFER[] = "/dev/fb0";
 constexpr char STATE_SUFFIX[] = ".state";
-constexpr unsigned long FRAMEBUFFER_REQUESTS = 0x46; // the second byte of all of them
+constexpr unsigned long FRAMEBUFFER_REQUESTS = 0x46; // the second byte of each request
 constexpr long SECOND_NS = 1'000'000'000;
 constexpr long FRAME_NS = SECOND_NS / 60;
 constexpr std::uint32_t PIXEL_CLOCK_PS = 30'000;
@@ -31,7 +30,7 @@ constinit Next<int(int, unsigned long, void*)> nextIoctl("ioctl");
 constinit Next<int(int, unsigned long, void*)> nextIoctlTime64("__ioctl_time64");
 #endif
 
-// The framebuffer's file in this process's device: its path, empty without a device.
+// The path of the framebuffer's file, empty without a virtual device.
 struct FramebufferPath {
     char text[PATH_MAX + sizeof STATE_SUFFIX] = "";
 
@@ -48,7 +47,7 @@ bool isFramebuffer(int fd, const char* path) {
            opened.st_ino == named.st_ino;
 }
 
-// The state of the framebuffer behind a descriptor, as long as the object lives.
+// Maps the state of a descriptor's framebuffer.
 class MappedState {
 public:
     explicit MappedState(int fd) {
@@ -121,7 +120,7 @@ int getMemory(const ScreenState& state, fb_fix_screeninfo& memory) {
     return 0;
 }
 
-// The panel is what it is; the number of rows in the video memory can be chosen as far as it goes.
+// The panel's size is fixed; the number of virtual rows is limited by the video memory.
 int putScreen(ScreenState& state, const fb_var_screeninfo& screen) {
     const bool isSamePanel = screen.xres == state.xres && screen.yres == state.yres &&
                              screen.xres_virtual == state.xresVirtual &&
@@ -197,7 +196,7 @@ INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept {
 }
 
 #if __TIMESIZE == 32
-// What programs with 64-bit times call on a machine whose own times have 32 bits.
+// The form for programs with 64-bit times on a machine with 32-bit times.
 
 extern "C" int __ioctl_time64(int fd, unsigned long request, ...) noexcept;
 

@@ -10,7 +10,7 @@ struct DevicePath {
     PathKind kind;
 };
 
-// All that is mapped. A folder stands without a slash at its end and covers everything below it.
+// All mapped paths. A folder is written without a slash at its end and covers everything below it.
 constexpr DevicePath DEVICE_PATHS[] = {
     {"/dev/fb0", PathKind::File},
     {"/dev/mem", PathKind::File},
@@ -24,7 +24,7 @@ constexpr DevicePath DEVICE_PATHS[] = {
     {"/tmp/post-data", PathKind::File},
 };
 
-// An absolute path being put together piece by piece. REQUIRES: never fed more text than PATH_MAX.
+// Builds an absolute path. REQUIRES: at most PATH_MAX characters in all.
 struct PlainPath {
     char text[PATH_MAX + 1] = "";
     std::size_t length = 0;
@@ -47,8 +47,8 @@ bool isText(const char* component, std::size_t size, const char* text) {
     return std::strlen(text) == size && std::memcmp(component, text, size) == 0;
 }
 
-// Takes one component into `plain`. Returns whether it names something, so that a path which ends in it is
-// not asked to be a folder.
+// Appends one component to `plain`. Returns whether it is a name, so that a path that ends in it need not be
+// a folder.
 bool take(PlainPath& plain, const char* component, std::size_t size) {
     if (size == 0 || isText(component, size, "."))
         return false;
@@ -60,7 +60,7 @@ bool take(PlainPath& plain, const char* component, std::size_t size) {
     return true;
 }
 
-// Fills `plain` from an absolute path. Returns whether the path asks for a folder, as "/update/" does.
+// Fills `plain` from an absolute path. Returns whether the path has to be a folder, as "/update/".
 bool simplify(const char* path, PlainPath& plain) {
     bool endsInName = true;
     while (*path == '/') {
@@ -84,7 +84,7 @@ PathKind kindOf(const PlainPath& plain) {
     return PathKind::Elsewhere;
 }
 
-// Appends to the text in `out`; false when it does not fit.
+// Appends to the text in `out`. Returns false if it does not fit.
 bool add(char* out, std::size_t size, const char* text) {
     const std::size_t used = std::strlen(out);
     const std::size_t length = std::strlen(text);
@@ -97,7 +97,7 @@ bool add(char* out, std::size_t size, const char* text) {
 } // namespace
 
 PathKind mappedPath(const char* root, const char* path, char* out, std::size_t size) {
-    // A path that no system call would take is left for the system call to refuse.
+    // The system call refuses a path that is too long.
     if (root == nullptr || path == nullptr || *path != '/' || strnlen(path, PATH_MAX) == PATH_MAX)
         return PathKind::Elsewhere;
     PlainPath plain;

@@ -16,7 +16,7 @@ constinit Next<int(const char*)> nextShmUnlink("shm_unlink");
 constinit Next<sem_t*(const char*, int, ...)> nextSemOpen("sem_open");
 constinit Next<int(const char*)> nextSemUnlink("sem_unlink");
 
-// A name argument as the original shall see it.
+// The name argument for the original.
 class NameArgument {
 public:
     explicit NameArgument(const char* name) : text_(name) {

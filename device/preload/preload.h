@@ -5,25 +5,25 @@
 #include <atomic>
 #include <climits>
 
-/// What the library's wrappers share. Each wrapper stands in front of the C library's function of the same
-/// name, translates its arguments and calls the original. Three variables of the environment say what to do;
-/// without them nothing changes:
+/// The common part of the wrappers. Each wrapper replaces the C library's function of the same name,
+/// translates its arguments and calls the original, as three variables of the environment say; without them
+/// nothing changes:
 ///
 ///     VIRTUAL_DEVICE_ROOT   folder that holds the device's paths
 ///     VIRTUAL_DEVICE_NAME   prefix of segment and semaphore names
-///     VIRTUAL_DEVICE_PORT   port that listeners on 9000 get instead
+///     VIRTUAL_DEVICE_PORT   port that replaces 9000 for listeners
 ///
-/// They are read at each call: there is no state but the addresses of the originals, so wrappers may run in
-/// any thread, before any constructor, and in a process that forks.
+/// Each call reads them. The only state is the addresses of the originals, so wrappers can run in any thread,
+/// before any constructor, and after fork.
 
-/// Stands before each wrapper: the library shows nothing else to the programs that it is loaded into.
+/// Marks each wrapper: the library exports no other symbol.
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
-/// Finds the function that `name` has behind this library. Leaves errno as it is; a name that the C library
-/// does not have ends the process.
+/// Finds the next function with this name after this library. Does not change errno. Ends the process if
+/// there is no such function.
 void* nextFunction(const char* name);
 
-/// The original behind a wrapper, looked up at its first call.
+/// The original of a wrapper, looked up at its first call.
 template <typename Function>
 class Next {
 public:
@@ -44,7 +44,7 @@ private:
     std::atomic<Function*> function_{nullptr};
 };
 
-/// A path argument as the original shall see it. Does not own the caller's text, which must outlive it.
+/// The path argument for the original. Does not own the caller's text, which must outlive it.
 class PathArgument {
 public:
     explicit PathArgument(const char* path);

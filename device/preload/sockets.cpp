@@ -10,7 +10,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-// The wrappers of what gives a socket its address.
+// The wrappers of the functions that give a socket its address.
 
 namespace {
 
@@ -23,15 +23,14 @@ bool hasFamily(const sockaddr* address, socklen_t length, sa_family_t family) {
     return address != nullptr && length >= sizeof(sa_family_t) && address->sa_family == family;
 }
 
-// The port that stands for the device's, or 0 when none is asked for.
+// The port that replaces the device's, or 0.
 unsigned short replacementPort() {
     const char* const text = std::getenv("VIRTUAL_DEVICE_PORT");
     const int port = text == nullptr ? 0 : std::atoi(text);
     return port > 0 && port < 65536 ? static_cast<unsigned short>(port) : 0;
 }
 
-// An address argument as the original shall see it. Does not own the caller's address, which must outlive
-// it.
+// The address argument for the original. Does not own the caller's address, which must outlive it.
 class AddressArgument {
 public:
     AddressArgument(const sockaddr* address, socklen_t length) : address_(address), length_(length) {

@@ -3,11 +3,10 @@
 #include "device/simulation/accessorylist.h"
 #include "device/simulation/actor.h"
 
-/// Somebody unplugs an accessory now and then and plugs it in again after a while, but not while one is being
-/// updated.
+/// Unplugs an accessory periodically and plugs it in again, but not during an update.
 class AccessoryBus : public Actor {
 public:
-    /// The accessory of that name and serial number. If there is none, nothing happens.
+    /// The accessory with this name and serial number. Does nothing if the list does not have it.
     AccessoryBus(const std::string& name, int serial) : place_(list_.find(name, serial)) {}
 
     void step(double timeMs) override;
@@ -16,5 +15,5 @@ private:
     AccessoryList list_;
     Variable updateState_{"RBusUpdateState"};
     int place_;
-    double sinceMs_ = 0; ///< when the accessory was plugged in or unplugged
+    double sinceMs_ = 0; ///< time of the last change
 };

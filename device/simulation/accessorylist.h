@@ -4,12 +4,12 @@
 
 #include <string>
 
-/// The devices on the accessory bus, by their place in the list.
+/// The devices on the accessory bus by their index in the list.
 class AccessoryList {
 public:
     static constexpr int NOWHERE = -1;
 
-    /// The place of the accessory, connected or not; NOWHERE if there is none.
+    /// The index of the accessory, connected or not; NOWHERE if the list does not have it.
     int find(const std::string& name, int serial) const;
     bool isConnected(int place) const;
     void setConnected(int place, bool isConnected);

@@ -18,7 +18,7 @@ constexpr Drift TEMPERATURE{31, 4, 240000};
 constexpr Drift BUS_VOLTS{24.1, 0.25, 17000};
 constexpr Drift CAMERA_VOLTS{25.6, 0.4, 31000};
 
-// In steps that a converter of the device makes, so that a value rests in between.
+// In the steps of the device's converter, so that a value does not change with every step of the scene.
 double inSteps(double value, double step) {
     return std::round(value / step) * step;
 }

@@ -3,7 +3,7 @@
 #include "device/simulation/actor.h"
 #include "device/simulation/variable.h"
 
-/// The battery: runs down, is changed for a full one, and gets warmer under load.
+/// The battery: discharges, is replaced by a full one, and warms up under load.
 class Battery : public Actor {
 public:
     void step(double timeMs) override;

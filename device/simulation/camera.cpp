@@ -48,13 +48,13 @@ void Camera::showState(double timeMs) {
 
 void Camera::showFootage(double timeMs) {
     if (shownState_ == RUN) {
-        // In whole tenths: what a display can show.
+        // Rounded to tenths, as a display shows it.
         footage_.setFloat(static_cast<int>((timeMs - enteredMs_) / MS_PER_SECOND * 10) / 10.0);
     }
 }
 
 void Camera::addClip() {
-    // A full medium is changed for an empty one.
+    // A full medium is replaced by an empty one.
     const int place = clipCount_.toInt() < CLIP_LIST_CAPACITY ? std::max(clipCount_.toInt(), 0) : 0;
     const double speed = 24;
     showClip(clips_, place, ++clipNumber_, static_cast<int>(footage_.toFloat() * speed), speed);

@@ -5,9 +5,9 @@
 
 #include <string>
 
-/// The camera: runs and stops by itself and when the record button is pressed or its state is set from
-/// elsewhere. Each run leaves a clip on the medium. In a state other than "Standby" and "Run" it stays until
-/// somebody changes it.
+/// The camera: runs and stops by itself, when the record button is pressed, and when another process sets its
+/// state. Each run adds a clip to the medium. In any state other than "Standby" and "Run" it waits for the
+/// next change of the state.
 class Camera : public Actor {
 public:
     Camera();
@@ -30,6 +30,6 @@ private:
     Variable lastClip_{"CamClipListLastClip"};
     Variable selectedClip_{"CamClipListClipAct"};
     std::string shownState_;
-    double enteredMs_ = 0; ///< when the present state began
+    double enteredMs_ = 0; ///< start of the present state
     int clipNumber_ = 0;
 };

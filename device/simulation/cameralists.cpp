@@ -20,8 +20,7 @@ std::string number(double value) {
     return text;
 }
 
-// Fills the list "Cam<what>List", whose elements hold a value, the text to show for it, and that it is
-// supported.
+// Fills the list "Cam<what>List"; an element has a value, the text to show for it, and the flag "supported".
 void fillChoices(const std::string& what, const std::vector<double>& values, const char* unit) {
     Variable list("Cam" + what + "List");
     int count = 0;

@@ -153,7 +153,7 @@ void fill(const Value (&values)[COUNT]) {
         Variable(value.name).setText(value.text);
 }
 
-// Numbers whose bounds shut zero out begin at the bound that is next to it.
+// A number whose bounds exclude zero starts at the bound next to zero.
 void respectBounds(Variable variable) {
     const VariableDescriptor& row = variable.row();
     if (row.baseType != BaseInt && row.baseType != BaseFloat)
@@ -170,7 +170,7 @@ void respectBounds() {
             respectBounds(Variable(mem, var));
 }
 
-// Normal lines reach the log, those for the search of faults do not.
+// Ordinary lines reach the log, debug lines do not.
 void fillLogLevels() {
     const MemoryDescriptor& apps = MEMORY_ARRAY[MEMORY_ARRAY_SIZE - 1];
     for (std::uint32_t var = 0; var < apps.count; ++var)

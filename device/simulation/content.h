@@ -5,14 +5,13 @@
 #include <string>
 #include <vector>
 
-/// What the device holds when it has been started and is ready for work: the product and its versions, the
-/// user's settings, the lens and its files, the camera with its lists and clips, motors, radio, accessories,
-/// time zones.
+/// The memories' content after the device's start: the product and its versions, the user's settings, the
+/// lens and its files, the camera with its lists and clips, motors, radio, accessories, time zones.
 
 /// Fills all memories. REQUIRES: they are mapped and zero, and a broker connection.
 void fillContent();
 
-/// What the camera offers, in the order of its lists.
+/// The camera's choices, in the order of its lists.
 extern const std::vector<double> SPEEDS;   ///< frames per second
 extern const std::vector<double> SHUTTERS; ///< degrees
 extern const std::vector<double> EXPOSURE_INDEXES;

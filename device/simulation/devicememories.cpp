@@ -9,7 +9,7 @@ DeviceMemories::DeviceMemories() {
         SharedMemory& segment = memories_.emplace_back(memory.name, memory.size);
         segment.create();
         *memory.basePointer = segment.address();
-        // A segment that a former process has left keeps its bytes.
+        // A segment of a former process keeps its bytes.
         std::memset(*memory.basePointer, 0, memory.size);
     }
 }

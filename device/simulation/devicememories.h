@@ -4,8 +4,8 @@
 
 #include <list>
 
-/// All memories of the catalogue as this process creates them: mapped, zero, and known to the catalogue
-/// through the base pointers. They are removed when the object goes.
+/// Creates all memories of the catalogue, maps them, clears them and sets the base pointers. The destructor
+/// removes them.
 class DeviceMemories {
 public:
     /// Throws what SharedMemory::create and SharedMemory::address throw.

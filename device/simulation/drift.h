@@ -1,10 +1,9 @@
 #pragma once
 
-/// A value that wanders around a centre without a jump and without repeating itself soon: the same at every
-/// run.
+/// A value that moves around a centre continuously and with a long period, equal in every run.
 class Drift {
 public:
-    /// The value stays within centre - amplitude and centre + amplitude; its main swing takes `periodMs`.
+    /// The value stays between centre - amplitude and centre + amplitude; the main period is `periodMs`.
     constexpr Drift(double centre, double amplitude, double periodMs)
         : centre_(centre), amplitude_(amplitude), periodMs_(periodMs) {}
 

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr double FULL_WAY_MS = 700;
-constexpr double ARRIVAL_MS = 60; // time constant of the last bit of the way
+constexpr double ARRIVAL_MS = 60; // time constant of the approach
 constexpr double ARRIVED = 0.0002;
 
 } // namespace

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-/// A lens motor: follows its axis' target, whoever has set it, with limited speed and a soft arrival.
+/// A lens motor: follows its axis' target with limited speed and a smooth approach.
 class LensAxis : public Actor {
 public:
     struct Names {

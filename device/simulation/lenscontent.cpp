@@ -37,7 +37,7 @@ void fillLensFiles() {
     Variable("ActivateLensFileName").setText(LENSES[0]);
 }
 
-// Fills a scale of the lens with points at even distances; `factor` turns the ring's values into the scale's
+// Fills a scale of the lens with evenly spaced points; `factor` converts the ring's values to the scale's
 // unit.
 void fillScale(const char* table, const char* axis, const char* unit, const Scale& scale, double factor) {
     Variable variable(table);

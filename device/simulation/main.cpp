@@ -30,7 +30,7 @@ void add(Scene& scene, double intervalMs, Arguments&&... arguments) {
     scene.add(std::make_unique<Part>(std::forward<Arguments>(arguments)...), intervalMs);
 }
 
-// Hands first, then the motors that follow them, then what follows from where the lens stands.
+// Hands first, then the motors that follow them, then the values that depend on the lens position.
 void addUsualActivity(Scene& scene) {
     using Marks = std::vector<Puller::Mark>;
     add<Puller>(scene, FRAME_MS, "Knob", "FocusTargetValue", FOCUS_SCALE,
@@ -71,7 +71,7 @@ void fillScene(Scene& scene, const Options& options) {
         addUsualActivity(scene);
 }
 
-// Steps the scene until the process is told to end.
+// Steps the scene until SIGINT or SIGTERM.
 void play(Scene& scene, EventPoll& poll, const Options& options) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();

@@ -22,7 +22,7 @@ void Optics::step(double /*timeMs*/) {
     showDepthOfField(focus_.toFloat(), focalLength, iris_.toFloat());
     char stop[8];
     std::snprintf(stop, sizeof stop, "T%.1f", static_cast<double>(iris_.toFloat()));
-    // A text is announced each time it is set.
+    // Setting a text always posts its event.
     if (cameraStop_.text() != stop)
         cameraStop_.setText(stop);
 }

@@ -3,7 +3,8 @@
 #include "device/simulation/actor.h"
 #include "device/simulation/variable.h"
 
-/// What follows from where the lens stands: focal length, depth of field, the values that the camera shows.
+/// The values that depend on the lens position: focal length, depth of field, the values that the camera
+/// shows.
 class Optics : public Actor {
 public:
     void step(double timeMs) override;

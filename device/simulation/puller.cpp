@@ -7,7 +7,7 @@ namespace {
 
 constexpr double AWAY_MS = 15000;
 
-// 0 to 1 for 0 to 1, with rest at both ends.
+// Maps 0 to 1 to 0 to 1 with speed 0 at both ends.
 double eased(double progress) {
     const double part = std::clamp(progress, 0.0, 1.0);
     return part * part * (3 - 2 * part);

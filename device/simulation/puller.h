@@ -6,12 +6,12 @@
 
 #include <vector>
 
-/// A hand on one of the controls: moves an axis' target from mark to mark, smoothly, and begins again after
-/// the last. When somebody else sets the target, the hand lets go for a while.
+/// A hand on one of the controls: moves an axis' target smoothly from mark to mark and starts again after the
+/// last. It pauses when another process sets the target.
 class Puller : public Actor {
 public:
     struct Mark {
-        double position; ///< part of the control's way
+        double position; ///< 0 to 1 of the control's range
         double moveMs;   ///< time to get there
         double holdMs;   ///< time to stay
     };
@@ -30,7 +30,7 @@ private:
     Scale scale_;
     std::vector<Mark> marks_;
     std::size_t current_ = 0;
-    double from_ = 0;    ///< position at which the current move began
-    double beginMs_ = 0; ///< time at which it begins
-    float written_ = 0;  ///< what this hand has set last
+    double from_ = 0;    ///< start position of the current move
+    double beginMs_ = 0; ///< start time of the current move
+    float written_ = 0;  ///< the last value that this hand has set
 };

@@ -3,8 +3,8 @@
 #include "device/simulation/actor.h"
 #include "device/simulation/variable.h"
 
-/// The radio link to the motor controller on the camera: as its carrier walks about, the signal gets weaker
-/// and stronger, and a weak one loses frames.
+/// The radio link to the motor controller on the camera: the signal becomes weaker and stronger, and a weak
+/// signal loses frames.
 class Radio : public Actor {
 public:
     void step(double timeMs) override;

@@ -27,7 +27,7 @@ double Scale::value(double position) const {
 }
 
 double Scale::position(double value) const {
-    // Held to the ends first: the measure of zero and less is none.
+    // Limited to the ends first: zero and negative values have no measure.
     if (!(value > first_))
         return 0;
     return (measure(std::min(value, last_)) - measure(first_)) / (measure(last_) - measure(first_));

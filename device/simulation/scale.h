@@ -1,25 +1,24 @@
 #pragma once
 
-/// A lens ring's scale: which value stands at which part of the ring's way, 0 to 1. The last value is the
-/// largest, and none of a scale that is not linear is zero or less.
+/// A lens ring's scale: maps positions of the ring, 0 to 1, to values. The last value is the largest; all
+/// values of a scale that is not linear are above 0.
 class Scale {
 public:
     enum class Kind {
         Linear,     ///< equal steps, as an AUX axis
         Geometric,  ///< equal factors, as iris and zoom rings
-        Reciprocal, ///< equal steps of 1/value, as focus rings: near distances lie wide apart
+        Reciprocal, ///< equal steps of 1/value, as focus rings, with near distances far apart
     };
 
     constexpr Scale(Kind kind, double first, double last) : kind_(kind), first_(first), last_(last) {}
 
-    /// The value at `position`, which is held to 0 and 1.
+    /// The value at `position`, which is limited to 0 and 1.
     double value(double position) const;
-    /// The position of `value`, held to 0 and 1. A value without a place on the scale, such as NaN, lies at
-    /// 0.
+    /// The position of `value`, limited to 0 and 1; 0 for a value that is not on the scale, such as NaN.
     double position(double value) const;
 
 private:
-    /// The value's measure on the ring, in which the scale is even.
+    /// The value's measure, proportional to the distance on the ring.
     double measure(double value) const;
 
     Kind kind_;

@@ -6,7 +6,8 @@
 #include <memory>
 #include <vector>
 
-/// All actors, in the order in which they were added: each sees what those before it did in the same step.
+/// All actors in the order in which they were added: each sees the changes of those before it in the same
+/// step.
 class Scene : public ServerConnection::EventHandler {
 public:
     void add(std::unique_ptr<Actor> actor, double intervalMs);
@@ -14,10 +15,10 @@ public:
     /// Steps the actors whose interval has passed.
     void step(double timeMs);
 
-    /// Ids of the events that some actor wants to hear of.
+    /// Ids of the events that the actors handle.
     std::vector<std::uint32_t> interests() const;
 
-    /// Tells all actors of a change.
+    /// Passes a change to all actors.
     void handleEvent(const Notify& event) override;
 
 private:

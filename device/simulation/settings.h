@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-/// The parts of the device that do what they are told: a variable that asks for something is followed by the
-/// one that says what is so.
+/// The parts of the device that follow a setting: when a variable with the wanted value is set, the variable
+/// with the actual value changes.
 class Settings : public Actor {
 public:
     Settings();
@@ -25,9 +25,9 @@ private:
 
     /// `actual` takes the value of `asked`.
     void follow(const char* asked, const char* actual);
-    /// `actual` takes the value that stands at the place `asked` of a list.
+    /// `actual` takes the value at the index `asked` of a list.
     void choose(const char* asked, const char* actual, std::vector<double> list);
-    /// `toggle` becoming true turns `actual` over; the toggle goes back.
+    /// If `toggle` becomes true, `actual` is inverted and `toggle` becomes false.
     void turnOver(const std::string& actual, const std::string& toggle);
 
     std::vector<Reaction> reactions_;

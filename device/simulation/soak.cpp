@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr long STEPS = 1000; // after which an int or float comes back to the same value
+constexpr long STEPS = 1000; // after which an int or float repeats its values
 constexpr double LARGEST_BOUND = 1e6;
 
 bool isCandidate(const VariableDescriptor& row) {
@@ -28,7 +28,7 @@ std::vector<Variable> candidates() {
     return found;
 }
 
-// The lower bound, or 0 where it is none to speak of.
+// The lower bound, or 0 for one below -LARGEST_BOUND.
 double lowerBound(const VariableDescriptor& row) {
     const double bound = row.min == nullptr ? 0 : std::atof(row.min);
     return bound > -LARGEST_BOUND ? bound : 0;
@@ -47,7 +47,7 @@ void setTo(Variable& variable, long count) {
         const long values = std::min(static_cast<long>(distance(row)) + 1, STEPS);
         variable.setInt(static_cast<int>(lowerBound(row)) + static_cast<int>(count % values));
     } else {
-        // Without a lower bound, zero itself is out of bounds.
+        // Without a lower bound, zero is out of bounds.
         const double least = row.min == nullptr ? std::numeric_limits<float>::min() : lowerBound(row);
         variable.setFloat(least + distance(row) * static_cast<double>(count % STEPS) / STEPS);
     }

@@ -5,8 +5,8 @@
 
 #include <vector>
 
-/// Changes the same variables at every step, each time to another value within its bounds: a load whose every
-/// value can be foretold. At step k (from 1) variable i has
+/// Changes the same variables at every step, each to another value within its bounds: a load with predictable
+/// values. At step k (from 1) variable i has
 ///
 ///     a bool    (k + i) odd
 ///     an int    min + (k + i) modulo (number of values, at most 1000)
@@ -16,7 +16,7 @@
 class Soak : public Actor {
 public:
     /// Takes `count` of the catalogue's int, float and bool variables, spread evenly over all memories but
-    /// MemStatic, which does not change on a device. Throws std::runtime_error when there are fewer.
+    /// MemStatic, which does not change on a device. Throws std::runtime_error if there are fewer.
     explicit Soak(std::size_t count);
 
     void step(double timeMs) override;

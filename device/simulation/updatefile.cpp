@@ -11,7 +11,7 @@ constexpr std::size_t LINE_SIZE = 200;
 constexpr std::size_t VERSION_LENGTH = 19;
 constexpr int MAX_PARTS = 16;
 
-// The first line, or what there is of it: a firmware file is large and may hold no line end at all.
+// The first line, cut at LINE_SIZE: a firmware file is large and may have no line end.
 std::string readFirstLine(std::istream& file) {
     std::string line(LINE_SIZE, '\0');
     file.read(line.data(), LINE_SIZE);

@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
-/// One variable of the device, by name, as a process of the device handles it: what is set is checked against
-/// the bounds, stored, and told to the others through the broker when it has changed.
+/// One variable of the device by name. Setting it checks the bounds, stores the value and posts the event if
+/// the value changes, as the device's processes do.
 ///
-/// Setting throws std::runtime_error with the variable's name and the reason when the value does not fit: the
-/// simulation never shows what the device could not. It also throws when the broker is gone.
+/// Setting throws std::runtime_error with the variable's name and the reason if the value does not fit,
+/// because the simulation shows only values that the device can have. It also throws without a broker.
 class Variable {
 public:
     /// Members of a structure: name, and value as text.
@@ -25,7 +25,7 @@ public:
     const VariableDescriptor& row() const { return *row_; }
     std::uint32_t eventId() const { return row_->event.id; }
 
-    /// The value as the type's setter takes it: a number, "true", an entry's name, characters.
+    /// The value in the form of the type's setter: a number, "true", an entry's name, characters.
     void setText(const std::string& text);
     void setInt(int value);
     void setFloat(double value);

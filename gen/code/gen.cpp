@@ -16,7 +16,7 @@ std::list<SharedMemory> makeMemories() {
     return memories;
 }
 
-// In this order: the event loop goes first at exit.
+// In this order: at exit the event loop is destroyed first.
 std::list<SharedMemory> gMemories = makeMemories();
 EventPoll gEventPoll;
 

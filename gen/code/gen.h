@@ -3,15 +3,14 @@
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/event/serverconnection.h"
 
-/// The start-up glue of a process that works on the device's memories: it owns the process-wide objects and
-/// brings them up in order. Constructed before main: the eighteen segments (unopened), then the event loop;
-/// destroyed at exit in reverse order.
+/// The start-up of a process that works on the device's memories. Owns the process-wide objects: before main
+/// the eighteen segments (unopened) and then the event loop are constructed; they are destroyed at exit in
+/// reverse order.
 namespace gen {
 
 /// Opens all memories in table order and stores their addresses in the base pointers, connects to the message
 /// broker (gServerConnection), subscribes to all events, and lets gComponentLogLevel point to the first word
-/// of MemApp. Throws what SharedMemory::open, SharedMemory::address and ServerConnection throw: then the
-/// process cannot work.
+/// of MemApp. Throws what SharedMemory::open, SharedMemory::address and ServerConnection throw.
 void init();
 
 /// The process's only event loop.
@@ -23,12 +22,12 @@ ServerConnection* getServerConnection();
 /// Subscribes to all events again. REQUIRES: a connection.
 void subscribeNotifications();
 
-/// Destroys the connection. Does nothing when there is none.
+/// Destroys the connection. Does nothing without one.
 void closeServerConnection();
 
 } // namespace gen
 
-/// Hooks of the process that is built on this glue, which defines them: called just before the memories are
-/// opened, and just after the subscription is made.
+/// Hooks, which the process defines: init calls them before it opens the memories and after it has
+/// subscribed.
 void processPreInit();
 void processPostInit();

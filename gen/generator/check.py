@@ -1,4 +1,4 @@
-"""What a model must be, beyond its form. Every rule has one function; each reports all that it finds."""
+"""Checks a model's meaning. Each rule has one function, which reports everything that it finds."""
 
 import re
 
@@ -6,18 +6,18 @@ from layout import BASE_TYPES, BUFFER, FLOAT, INT, STRING, STRUCT, Types
 from model import event_name
 from words import KEYWORDS
 
-# Would name the hand-written getters and setters.
+# The generated names would be those of the hand-written getters and setters.
 TAKEN_TYPES = ("Bool", "Buffer", "Enum", "Float", "Int", "String", "Structure")
 LARGEST_FLOAT = 3.4028235e38
 SMALLEST_FLOAT = 1.17549435e-38
 
 
 def check(model, problems):
-    """Reports what is wrong with a model that was read without problems."""
+    """Reports the problems of a model. REQUIRES: it was read without problems."""
     check_names(model, problems)
     check_headers(model, problems)
     check_members(model, problems)
-    if problems:  # sizes are not known
+    if problems:  # sizes are unknown
         return
     check_memory_table(model, problems)
     check_events(model, problems)
@@ -28,7 +28,7 @@ def check(model, problems):
 
 
 def check_names(model, problems):
-    # All three become C names, and some of those are in capitals.
+    # All three become C names, some of them in capitals.
     named = model.enumerations + model.structures + model.memories
     refuse_duplicates("name", [item.name for item in named], problems, str.upper)
     variables = [variable.name for _, variable in model.variables()] + [event.name for event in model.device]
@@ -45,13 +45,13 @@ def check_names(model, problems):
             problems.report(name.place, f"'{name}' names a base type")
     for memory in model.memories:
         if not re.fullmatch(r"Mem[A-Z][A-Za-z0-9]*", memory.name):
-            problems.report(memory.name.place, f"'{memory.name}' is no memory's name: 'Mem' and a capital are expected")
+            problems.report(memory.name.place, f"'{memory.name}' is not a memory's name: 'Mem' and a capital are expected")
 
 
 def check_identifiers(names, problems):
     for name in names:
         if not re.fullmatch(r"[A-Za-z](_?[A-Za-z0-9])*", name):
-            problems.report(name.place, f"'{name}' is no identifier")
+            problems.report(name.place, f"'{name}' is not an identifier")
         elif name in KEYWORDS:
             problems.report(name.place, f"'{name}' is a keyword of C++")
 
@@ -61,7 +61,7 @@ def refuse_duplicates(what, names, problems, key=str):
     for name in names:
         other = first.setdefault(key(name), name)
         if other is not name:
-            problems.report(name.place, f"{what} '{name}' stands already at {other.place}")
+            problems.report(name.place, f"{what} '{name}' is already defined at {other.place}")
 
 
 def check_headers(model, problems):
@@ -70,7 +70,7 @@ def check_headers(model, problems):
             problems.report(enumeration.name.place, f"enumeration '{enumeration.name}' has no entries")
         header = enumeration.declared
         if header is not None and not re.fullmatch(r"[A-Za-z0-9_.-]+(/[A-Za-z0-9_.-]+)*\.h", header):
-            problems.report(header.place, f"'{header}' is no header")
+            problems.report(header.place, f"'{header}' is not a header")
 
 
 def check_members(model, problems):
@@ -86,7 +86,7 @@ def check_members(model, problems):
 
 
 def check_length(types, item, problems):
-    """Reports an unknown type and a length that is missing, not allowed or nothing; True when there is none."""
+    """Reports an unknown type and a length that is missing, not allowed or 0; True without a problem."""
     base = types.base(item.type)
     if base is None:
         problems.report(item.type.place, f"unknown type '{item.type}'")
@@ -102,7 +102,7 @@ def check_length(types, item, problems):
 
 
 def check_type(types, variable, problems):
-    """True when the variable's size is known."""
+    """Reports problems of type, length and bounds; True if the variable's size is known."""
     sound = check_length(types, variable, problems)
     base = types.base(variable.type)
     bounds = [bound for bound in (variable.min, variable.max) if bound is not None]
@@ -143,7 +143,7 @@ def parse_float(bound, problems):
 def check_memory_table(model, problems):
     for place, memory in enumerate(model.memories):
         if memory.index != place:
-            reason = f"memory index {memory.index} stands where {place} is expected"
+            reason = f"memory index is {memory.index}, expected {place}"
             problems.report(memory.index.place, reason)
         if memory.count != len(memory.variables):
             reason = f"'{memory.name}' counts {memory.count} variables, but has {len(memory.variables)}"
@@ -164,7 +164,7 @@ def check_locations(types, memory, variables, problems):
             reason = f"'{variable.name}' ends at {variable.at + size}, '{memory.name}' at {memory.size}"
             problems.report(variable.at.place, reason)
         if memory.size % alignment:
-            reason = f"size {memory.size} is no multiple of {alignment}, which '{variable.name}' needs"
+            reason = f"size {memory.size} is not a multiple of {alignment}, which '{variable.name}' needs"
             problems.report(memory.size.place, reason)
     check_overlaps(types, variables, problems)
 

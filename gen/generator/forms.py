@@ -1,4 +1,4 @@
-"""The pieces of C++, C and Markdown that a model's parts become; the templates put them together."""
+"""The forms of a model's parts in C++, C and Markdown, for the templates."""
 
 import re
 
@@ -41,7 +41,7 @@ class Forms:
         return f"&ENUM_ARRAY[{self._enumerations.index(member.type)}]"
 
     def declaration(self, field):
-        """A field of a C structure; `item` None is bytes that belong to nobody."""
+        """A field of a C structure; without an `item` it is a gap."""
         if field.item is None:
             return f"uint8_t gap{field.offset}[{field.size}];"
         base = self.base(field.item)
@@ -51,13 +51,13 @@ class Forms:
         return f"{c_type} {field.item.name}{length};{comment}"
 
     def page_type(self, item):
-        """The type with its length, linked where it is explained."""
+        """The type with its length and a link to its section."""
         base = self.base(item)
         name = f"[{item.type}](#{item.type.lower()})" if base in (ENUM, STRUCT) else str(item.type)
         return name if item.length is None else f"{name}[{item.length}]"
 
     def takes(self, item):
-        """What a variable or member can be set to, in words."""
+        """The values that a variable or member accepts, in words."""
         base = self.base(item)
         if base in (INT, FLOAT):
             return self._range(item)
@@ -71,7 +71,7 @@ class Forms:
 
     @staticmethod
     def _range(item):
-        """REQUIRES: an int or float. A member has no bounds."""
+        """REQUIRES: an int or float. Members have no bounds."""
         lowest, highest = getattr(item, "min", None), getattr(item, "max", None)
         if lowest is None and highest is None:
             return "any"
@@ -97,5 +97,5 @@ def cell(text):
 
 
 def literal(text):
-    """A name or number as a C++ text, null when there is none."""
+    """A name or number as a C++ text, nullptr for None."""
     return "nullptr" if text is None else f'"{text}"'

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Checks the catalogue's model and writes the code and the pages that are made of it.
+"""Checks the catalogue's model and writes the generated code and pages.
 
     generate.py --model gen/model --out <folder>        writes <folder>/gen/code/... and <folder>/docs/...
     generate.py --model gen/model --extend-ledger       adds new variables to gen/model/ledger.csv
 
-Problems go to standard error, one "file:line: reason" each; then nothing is written and the status is 1. Files whose
-content stays are not touched.
+Problems go to standard error, one "file:line: reason" each; then nothing is written and the status is 1. Unchanged
+files are not rewritten.
 """
 
 import argparse

@@ -1,4 +1,4 @@
-"""Sizes, alignments and offsets as the C compiler of the 32-bit ARM target has them."""
+"""Sizes, alignments and offsets as in the C ABI of the 32-bit ARM target."""
 
 from dataclasses import dataclass
 from typing import Optional
@@ -18,22 +18,22 @@ def aligned(offset, alignment):
 
 @dataclass(frozen=True)
 class Field:
-    """A member of a structure or a variable of a memory, in its place."""
+    """A member of a structure or a variable of a memory, with offset and size in bytes."""
 
-    item: Optional[Member | Variable]  # None for bytes that belong to nobody
+    item: Optional[Member | Variable]  # None for a gap
     offset: int
     size: int
 
 
 class Types:
-    """What the type names of a model stand for. Structures are laid out in order with natural alignment."""
+    """The types of a model by name. Structures are laid out in order with natural alignment."""
 
     def __init__(self, model):
         self.enumerations = {enumeration.name: enumeration for enumeration in model.enumerations}
         self.structures = {structure.name: structure for structure in model.structures}
 
     def base(self, name):
-        """The base type's constant, None for a name that is no type."""
+        """The base type's constant, None for an unknown name."""
         if name in BASE_TYPES:
             return BASE_TYPES[name]
         if name in self.enumerations:
@@ -71,12 +71,12 @@ class Types:
         return max((self.alignment(variable.type) for variable in memory.variables), default=1)
 
     def fields(self, memory):
-        """The memory's variables by location, without the bytes between them."""
+        """The memory's variables by location, without gaps."""
         placed = sorted(memory.variables, key=lambda variable: variable.at)
         return [Field(variable, int(variable.at), self.size(variable)) for variable in placed]
 
     def fields_and_gaps(self, memory):
-        """As fields, with those gaps that alignment alone would not make, the one at the end included."""
+        """As fields, with the gaps that alignment does not produce, also that at the end."""
         rows, end = [], 0
         for field in self.fields(memory):
             if field.offset != aligned(end, self.alignment(field.item.type)):

@@ -1,8 +1,8 @@
-"""The ledger of what has been given out: one line per event of a variable, which never changes again.
+"""The ledger of published event ids and locations: one line per event of a variable, which never changes.
 
     event,name,memory,location,type,size
     206,RadioPower,MemPersistent,40,bool,1
-    95,CanBusLoad,,,,                          a variable of the device that is in no memory here
+    95,CanBusLoad,,,,                          a device variable outside these memories
 """
 
 from pathlib import Path
@@ -19,7 +19,7 @@ def ledger_path(folder):
 
 
 def model_rows(model):
-    """What the model gives out: (place, columns as text) by event id."""
+    """The model's rows: (place, columns as text) by event id."""
     types = Types(model)
     rows = [(event.name.place, (str(event.event), str(event.name), "", "", "", "")) for event in model.device]
     for memory, variable in model.variables():
@@ -29,7 +29,7 @@ def model_rows(model):
 
 
 def read_ledger(path, problems):
-    """The ledger's (place, columns); None when there is no ledger."""
+    """The ledger's (place, columns); None without a ledger."""
     if not path.exists():
         return None
     lines = path.read_text(encoding="utf-8", errors="replace").splitlines() or [""]
@@ -46,17 +46,17 @@ def read_ledger(path, problems):
 
 
 def check_ledger(model, folder, problems):
-    """Reports what the model changes of the ledger, and returns its rows that are new."""
+    """Reports changes of the ledger's rows, and returns the model's new rows."""
     rows = model_rows(model)
     ledger = read_ledger(ledger_path(folder), problems) or []
     by_name = {row[1]: (place, row) for place, row in rows}
     known = set()
     for place, given in ledger:
         if given[1] in known:
-            problems.report(place, f"'{given[1]}' stands twice")
+            problems.report(place, f"'{given[1]}' is listed twice")
         known.add(given[1])
         if given[1] not in by_name:
-            problems.report(place, f"'{given[1]}' is not in the model any more: what was given out stays")
+            problems.report(place, f"'{given[1]}' is no longer in the model, but published rows stay")
         else:
             check_row(place, given, *by_name[given[1]], problems)
     return [(place, row) for place, row in rows if row[1] not in known]
@@ -65,19 +65,19 @@ def check_ledger(model, folder, problems):
 def check_row(ledger_place, given, place, row, problems):
     for column, old, new in zip(COLUMNS, given, row):
         if old != new:
-            reason = f"'{row[1]}' was given out with {column} '{old}', not '{new}' ({ledger_place})"
+            reason = f"'{row[1]}' was published with {column} '{old}', not '{new}' ({ledger_place})"
             problems.report(place, reason)
 
 
 def check_complete(model, folder, problems):
-    """As check_ledger; a row that is new is a problem, too."""
+    """As check_ledger; a new row is also a problem."""
     for place, row in check_ledger(model, folder, problems):
         command = f"generate.py --model {folder} --extend-ledger"
         problems.report(place, f"'{row[1]}' is not in the ledger; add it with: {command}")
 
 
 def extend_ledger(model, folder, problems):
-    """Appends what is new, in order of the event ids, and returns the number of rows; nothing when there are
+    """Appends the new rows in order of the event ids and returns their number. Writes nothing if there are
     problems."""
     fresh = check_ledger(model, folder, problems)
     if problems:

@@ -10,7 +10,7 @@ NUMBERS = ("event", "at", "length")
 
 
 class Loader:
-    """Reads one file after the other. What has the wrong form is reported; the model is then incomplete."""
+    """Reads the files one by one. Reports what has the wrong form; the model is then incomplete."""
 
     def __init__(self, problems):
         self._problems = problems
@@ -59,7 +59,7 @@ class Loader:
         name = self._source.text(self._file, nodes.get("memory"))
         index, size, count = (self._source.number(self._file, nodes.get(key)) for key in ("index", "size", "count"))
         if name is not None and name != path.stem:
-            self._problems.report(name.place, f"memory '{name}' stands in the file of '{path.stem}'")
+            self._problems.report(name.place, f"memory '{name}' is in the file of '{path.stem}'")
         return Memory(name, index, size, count, self._rows(nodes.get("variables"), self._variable))
 
     def _variable(self, node):

@@ -1,4 +1,4 @@
-"""The model as it is written: no more than the files say, with the place of everything."""
+"""The model as written in the files, with the place of each part."""
 
 from dataclasses import dataclass
 from typing import Optional
@@ -49,7 +49,7 @@ class Memory:
 
 @dataclass(frozen=True)
 class Event:
-    """An event that is not a catalogue variable's. A device event has the name of its variable."""
+    """An event without a variable in the catalogue. A device event has the name of its variable."""
 
     event: Number
     name: Text

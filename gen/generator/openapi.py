@@ -1,4 +1,4 @@
-"""The OpenAPI description of the web API: a written frame, and what the model says about reading and setting.
+"""The OpenAPI description of the web API: a hand-written frame and the schemas of the model's variables.
 
     Memory.<memory>, Value.<type>                     as all.cgi and update.cgi deliver them
     SetMemory.<memory>, Set.<structure>               as set.cgi takes them
@@ -20,13 +20,13 @@ ENTRY_DEPTH = 3  # a line for each schema
 INT_BOUNDS = (-2147483648, 2147483647)
 FLOAT_MAX = 3.4028234663852886e38
 SMALLEST_NORMAL = 1.1754943508222875e-38  # where the service's check begins when there is only an upper bound
-# The service's parser knows no escapes: a backslash is a character, and a quotation mark ends the text.
+# The service's parser has no escapes: a backslash is an ordinary character, and a quotation mark ends the text.
 PLAIN_TEXT = r'^[^"\\\u0000-\u001f]*$'
 
 
 def openapi_text(model, comment):
     document = yaml.safe_load(FRAME.read_text())
-    # What the frame defines itself stands in for a model that does not have it.
+    # The model's schemas replace those of the frame.
     document["components"]["schemas"].update(schemas(model))
     return format_json({"openapi": document.pop("openapi"), "x-comment": comment, **document}, ENTRY_DEPTH) + "\n"
 
@@ -72,7 +72,7 @@ def read_memory(memory, values):
 
 
 def about(variable):
-    """What is said about a variable beside its form."""
+    """Description and event of a variable."""
     event = {"x-event": {"id": int(variable.event), "name": event_name(variable.name)}}
     return event if variable.about is None else {"description": str(variable.about), **event}
 
@@ -87,7 +87,7 @@ def one_of_them(properties):
 
 
 class SetSchema:
-    """What set.cgi takes and stores. It takes other notations of a value, too: numbers and switches as texts."""
+    """The values that set.cgi accepts. It also accepts numbers and booleans as texts."""
 
     def __init__(self, types):
         self._types = types
@@ -97,7 +97,7 @@ class SetSchema:
                             for variable in memory.variables})
 
     def structure(self, structure):
-        """Some members, and of which element."""
+        """Some members, and the index of the element."""
         members = {member.name: self._member(member) for member in structure.members}
         return {
             **closed_object({"Index": {"type": "integer", "minimum": 0}, **members}),
@@ -129,7 +129,7 @@ class SetSchema:
 
     @staticmethod
     def _plain(item, base):
-        """What has no bounds; lengths are bytes of UTF-8, of which a character may take more than one."""
+        """Types without bounds. Lengths are bytes of UTF-8, so fewer characters may fit."""
         return {
             BOOL: lambda: {"type": "boolean"},
             ENUM: lambda: reference(f"Entry.{item.type}"),
@@ -139,7 +139,7 @@ class SetSchema:
 
 
 def number(bound, otherwise):
-    """A bound as JSON has it."""
+    """A bound as a JSON number."""
     if bound is None:
         return otherwise
     value = float(bound)

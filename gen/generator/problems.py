@@ -1,4 +1,4 @@
-"""Where something stands in the model, and the collection of what is wrong with it."""
+"""Places in the model's files, and the collection of problems."""
 
 from dataclasses import dataclass
 
@@ -15,7 +15,7 @@ class Place:
 
 
 class Text(str):
-    """A scalar as it is written in the model, and its place."""
+    """A scalar as written in the model, and its place."""
 
     def __new__(cls, value, place):
         text = super().__new__(cls, value)
@@ -33,7 +33,7 @@ class Number(int):
 
 
 class Problems:
-    """Collects every problem, so that one run tells them all."""
+    """Collects all problems of a run."""
 
     def __init__(self):
         self._found = []

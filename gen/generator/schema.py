@@ -16,7 +16,7 @@ class Schema:
     """The whole tree has all memories and variables; an update has those that changed."""
 
     def __init__(self, types, place="#/$defs/"):
-        """place   what stands in front of a type's name in a reference to it."""
+        """place   prefix of a type's name in references."""
         self._types = types
         self._place = place
 
@@ -114,7 +114,7 @@ def bounds_and_length(variable, base):
 
 
 def entry_names(enumeration):
-    """An entry, or what stands for a stored value that is none."""
+    """An entry, or the text for a stored value that is not an entry."""
     return [{"enum": list(enumeration.entries)}, {"type": "string", "pattern": INVALID_VALUE}]
 
 

@@ -1,4 +1,4 @@
-"""Reads YAML files as trees whose scalars are the text that is written, and reports what has the wrong form."""
+"""Reads YAML files as trees whose scalars are texts, and reports what has the wrong form."""
 
 import re
 
@@ -10,7 +10,7 @@ MAX_NUMBER = 2147483647
 
 
 class Source:
-    """Forms a model file is read in. What has the wrong form is reported."""
+    """The forms of a model file. Reports what has another form."""
 
     def __init__(self, problems):
         self._problems = problems
@@ -32,8 +32,7 @@ class Source:
         return root
 
     def mapping(self, file, node, required, optional=()):
-        """The mapping's nodes by key: all of the required keys and others only as optional, else it is reported and
-        comes back with what is good of it."""
+        """The mapping's nodes by key. Reports missing, unknown and repeated keys and then returns the valid part."""
         place, fields = place_of(file, node), {}
         if not isinstance(node, yaml.MappingNode):
             self._refuse(place, "a mapping is expected here")
@@ -43,7 +42,7 @@ class Source:
             if name not in (*required, *optional):
                 self._refuse(place_of(file, key), f"unknown key '{name}'")
             elif name in fields:
-                self._refuse(place_of(file, key), f"key '{name}' stands twice")
+                self._refuse(place_of(file, key), f"key '{name}' is repeated")
             fields.setdefault(name, value)
         for name in required:
             if name not in fields:
@@ -51,7 +50,7 @@ class Source:
         return fields
 
     def sequence(self, file, node):
-        """The list's nodes; none where there is no node or something else."""
+        """The list's nodes; empty for None and for another kind of node."""
         if node is None:
             return []
         if not isinstance(node, yaml.SequenceNode):
@@ -60,7 +59,7 @@ class Source:
         return node.value
 
     def text(self, file, node):
-        """The scalar as it is written; None where there is no node."""
+        """The scalar as written; None for None."""
         if node is None:
             return None
         place = place_of(file, node)

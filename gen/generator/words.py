@@ -1,4 +1,4 @@
-"""Words that a generated identifier cannot be: the keywords of C++20, those of C among them."""
+"""The keywords of C++20, which include those of C, and which a generated identifier cannot be."""
 
 KEYWORDS = frozenset("""
 alignas alignof and and_eq asm auto bitand bitor bool break case catch char char8_t char16_t char32_t class

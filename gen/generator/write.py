@@ -4,7 +4,7 @@ from pathlib import Path
 
 
 def write_changed(folder, files):
-    """Writes every text whose file does not hold it already, so that what depends on the others is not built again."""
+    """Writes each file whose content changes, so that nothing that depends on the others is built again."""
     for name, text in files.items():
         path = Path(folder) / name
         content = text.encode("utf-8")

@@ -65,7 +65,7 @@ def test_ledger_gets_new_rows_unless_the_model_differs(tmp_path):
     assert extend() == (0, "0 rows added\n", "")
     ledger.write_text(header + first.replace(",0,", ",8,"))
     assert extend() == (1, "", "model/memories/MemApp.yaml:6: "
-                        "'AppLogLevel' was given out with location '8', not '0' (model/ledger.csv:2)\n")
+                        "'AppLogLevel' was published with location '8', not '0' (model/ledger.csv:2)\n")
     assert ledger.read_text() == header + first.replace(",0,", ",8,")
 
 

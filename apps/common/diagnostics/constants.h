@@ -1,10 +1,10 @@
 #pragma once
 
-/// Folders, files and parameter keys that the device's processes share. Paths are built by plain
-/// concatenation: a doubled slash where two constants meet is no mistake.
+/// Folders, files and parameter keys that the device's processes share. Paths are built by concatenation, and
+/// doubled slashes in them are intended.
 namespace Constants {
 
-// Folders. The kinds of user files (lens tables, focus rings, setups) have theirs below LOCAL_FOLDER.
+// Folders. Those of the user files (lens tables, focus rings, setups) are below LOCAL_FOLDER.
 constexpr const char* USB_FOLDER = "/media/usb/";
 constexpr const char* DATA_PARTITION_FOLDER = "/data/";
 constexpr const char* LOCAL_FOLDER = "/var/";

@@ -20,7 +20,7 @@ void writeLine(gen::LogLevel level, const char* file, int line, const char* form
     va_end(args);
 }
 
-// The exception carries where it comes from, so that a log line or an answer that shows its text does, too.
+// The text includes the location, which log lines and answers then show.
 [[noreturn]] void throwLine() {
     throw std::runtime_error(logWriter().text());
 }

@@ -12,13 +12,12 @@
 ///      program     level    source     line
 ///
 /// Program and source are right-aligned, the level is padded with blanks. The source column holds the file's
-/// base name. Location and message together are cut at 511 characters. When the log cannot be written, the
-/// reason goes to standard error as "FATAL: Logging: Write failed: <reason>" and the caller is not told;
-/// opening is tried again with the next line. One static buffer is shared by all of these functions: they are
-/// for a single thread.
+/// base name. Location and message together are cut at 511 characters. If the log cannot be written, the
+/// reason goes to standard error as "FATAL: Logging: Write failed: <reason>" and not to the caller; the next
+/// line opens the log again. All functions share one static buffer: they are for a single thread.
 
-/// The component's threshold: lines below it are dropped. Null until start-up has mapped the memories: then
-/// every line is written. It points into shared memory, so any process of the device changes it at run time.
+/// The component's threshold: lines below it are dropped. While it is null, until start-up has mapped the
+/// memories, every line is written. It points into shared memory, so any process of the device can change it.
 extern gen::LogLevel* gComponentLogLevel;
 
 /// Writes a line unless `threshold` is non-null and `level` is below the value that it points to.
@@ -34,13 +33,12 @@ void logMessageIntern(const gen::LogLevel* threshold, gen::LogLevel level, const
 [[noreturn]] void throwError(const char* file, int line, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
-/// throwError with the message "<text>: <text of errno>". For a system call that has just failed.
+/// throwError with the message "<text>: <text of errno>", for a system call that has just failed.
 [[noreturn]] void throwErrorNumber(const char* file, int line, const char* text);
 
 /// As throwErrorNumber, but the line is written at level LogLight: for a failure that is expected.
 [[noreturn]] void throwErrorNumberInfo(const char* file, int line, const char* text);
 
-/// logMessage against the component's threshold from the place where it stands: LOG_MESSAGE(Warn, "...",
-/// ...).
+/// logMessage with the component's threshold and the location of the call: LOG_MESSAGE(Warn, "...", ...).
 #define LOG_MESSAGE(level, ...)                                                                              \
     logMessage(gComponentLogLevel, gen::LogLevel::level, __FILE__, __LINE__, __VA_ARGS__)

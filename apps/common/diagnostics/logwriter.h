@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <cstddef>
 
-/// Writes diagnostic lines to one device, each with a single gather write, so that the device receives a line
-/// as one record whatever other processes write at the same time:
+/// Writes diagnostic lines to one device, each with a single gather write, so that the device receives it as
+/// one record even if other processes write at the same time:
 ///
 ///     gather element   0                1        2                                           3
 ///                      +----------------+--------+-------------------------------------------+----+
@@ -21,15 +21,15 @@ public:
     /// Opens nothing yet. `device` must live as long as the writer uses it.
     constexpr explicit LogWriter(const char* device) : device_(device) {}
 
-    /// Composes a line and writes it. When the write fails, standard error gets
-    /// "FATAL: Logging: Write failed: <reason>" and the caller goes on.
+    /// Composes a line and writes it. If that fails, writes "FATAL: Logging: Write failed: <reason>" to
+    /// standard error and returns.
     void write(gen::LogLevel level, const char* file, int line, const char* format, va_list args)
         __attribute__((format(printf, 5, 0)));
 
     /// Location column and message of the last line, without its newline.
     const char* text() const { return text_; }
 
-    /// Lets the lines that follow go to another device or file, which must exist. `device` as for the
+    /// Sends the following lines to another device or file, which must exist. `device` as for the
     /// constructor.
     void setDevice(const char* device);
 

@@ -22,7 +22,7 @@ struct Notify {
 };
 static_assert(sizeof(Notify) == 12);
 
-/// Ids of the events that speak to the broker.
+/// Ids of the events that control the broker.
 enum ControlEvent : std::uint32_t {
     EventSubscribe = 1,   ///< the record that follows names the event
     EventUnsubscribe = 2, ///< the record that follows names the event

@@ -9,7 +9,7 @@ bool OutputFile::open(const std::string& path) {
         errno = ENOENT;
         return false;
     }
-    // Non-blocking: a pipe that somebody has left under the name fails instead of waiting for its reader.
+    // Non-blocking: opening a named pipe fails instead of waiting for a reader.
     file_ = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666));
     return isOpen();
 }
@@ -22,7 +22,7 @@ bool OutputFile::write(std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(file_.get(), bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR)
-            continue; // a signal: the loop that this is called from looks at it later
+            continue; // the event loop handles the signal
         if (written <= 0)
             return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));

@@ -5,16 +5,16 @@
 #include <string>
 #include <string_view>
 
-/// A file that is written from its beginning, with few large writes. What goes wrong is kept, not thrown.
+/// A file that is written from its beginning, in few large writes. Errors are returned, not thrown.
 class OutputFile {
 public:
-    /// Creates the file or truncates it. Returns false, with the reason in errno, when it cannot be opened;
-    /// a path with a NUL character, which names nothing, counts as ENOENT.
+    /// Creates or truncates the file. Returns false with the reason in errno if it cannot be opened; the
+    /// reason for a path with a NUL character is ENOENT.
     bool open(const std::string& path);
     bool isOpen() const { return file_.isOpen(); }
 
-    /// Writes all of `bytes` at the file's end. Returns false, with the reason in errno, when the file is not
-    /// open or took only a part: the disk is full, for example.
+    /// Writes all of `bytes` at the end. Returns false with the reason in errno if the file is not open or
+    /// not all was written, for example on a full disk.
     bool write(std::string_view bytes);
 
 private:

@@ -9,8 +9,8 @@
 //     |  size  |  struct Mem...         |
 //     +--------+------------------------+
 //
-// Enumerations are the index of their entry, bool is one byte, text ends with a zero byte when it is shorter than its
-// field. Bytes named "gap" belong to nobody.
+// An enumeration is the index of its entry, bool is one byte, text ends with a zero byte if it is shorter than its
+// field. Bytes named "gap" are unused.
 #pragma once
 
 #include <stddef.h>
