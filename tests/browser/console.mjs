@@ -9,34 +9,25 @@ const packages = createRequire(`${process.env.BROWSER_MODULES}/`);
 const { chromium } = packages("playwright-core");
 const accessibilityChecker = readFileSync(packages.resolve("axe-core/axe.min.js"), "utf8");
 
-// Nothing is this slow; a machine that has much else to do is.
-const WAIT_MS = 120_000;
-const POLL_MS = 20;
-const WORDS_AT_MOST = 500;
-// Nothing leaves the machine, whatever a page asks for.
-const FLAGS = ["--no-sandbox", "--disable-gpu", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"];
+// Longer than a busy machine ever stalls.
+const WAIT_MS = 60_000;
+// Requests stay on this machine, and the browser asks nobody for updates.
+const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--disable-background-networking",
+    "--disable-component-update", "--disable-sync", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"];
 
-export function launchBrowser() {
-    return chromium.launch({ executablePath: process.env.CHROMIUM, args: FLAGS, timeout: WAIT_MS });
-}
+export const launchBrowser = () => chromium.launch({ executablePath: process.env.CHROMIUM, args: FLAGS, timeout: WAIT_MS });
 
-// Asks again and again until the answer is the wanted one (or matches it), and fails with the last answer otherwise.
+// Asks until the answer equals the wanted one or matches it; fails with the last answer otherwise.
 export async function until(question, wanted, what) {
+    const isWanted = (answer) =>
+        wanted instanceof RegExp ? wanted.test(answer) : JSON.stringify(answer) === JSON.stringify(wanted);
     const end = Date.now() + WAIT_MS;
     let answer = await question();
-    while (!isWanted(answer, wanted)) {
-        assert.ok(Date.now() < end, `${what}: ${inWords(answer)}, not ${inWords(wanted)}`);
-        await pause(POLL_MS);
+    while (!isWanted(answer)) {
+        assert.ok(Date.now() < end, `${what}: ${JSON.stringify(answer)?.slice(0, 500)}, not ${wanted}`);
+        await pause(20);
         answer = await question();
     }
-}
-
-function isWanted(answer, wanted) {
-    return wanted instanceof RegExp ? wanted.test(answer) : JSON.stringify(answer) === JSON.stringify(wanted);
-}
-
-function inWords(value) {
-    return value instanceof RegExp ? String(value) : String(JSON.stringify(value)).slice(0, WORDS_AT_MOST);
 }
 
 // A page that shows the console.
@@ -44,33 +35,32 @@ export class Console {
     // With a browser profile of its own, for which `options` are, or as one more page of the profile `context`. With
     // `prepare`, which gets the page before it loads anything, it polls by itself and not in the worker of all pages.
     static async open(browser, url, { view = "variables", context, prepare, ...options } = {}) {
-        const profile = context ?? (await browser.newContext(options));
-        const result = new Console(await profile.newPage(), profile, url);
+        const result = new Console(await (context ?? (await browser.newContext(options))).newPage(), url);
         await prepare?.(result.page);
         await result.page.goto(`${url}/${prepare ? "?alone" : ""}#${view}`);
         await result.isLive();
         return result;
     }
 
-    constructor(page, profile, url) {
+    // `faults` gets exceptions, what the content policy forbids, and addresses elsewhere.
+    constructor(page, url) {
         this.page = page;
-        this.profile = profile;
-        this.url = url;
         this.faults = [];
         page.setDefaultTimeout(WAIT_MS);
         page.on("pageerror", (error) => this.faults.push(String(error.stack)));
-        page.on("console", (message) => this.#hear(message));
-        page.on("request", (request) => this.#see(request.url()));
-    }
-
-    // Fails where the page had faults: an exception, something that its content policy forbids, a foreign address.
-    async close() {
-        await this.profile.close();
-        assert.deepEqual(this.faults, []);
+        page.on("console", (message) => {
+            const isAboutAnswer = message.text().startsWith("Failed to load resource");
+            if (message.type() === "error" && !isAboutAnswer) this.faults.push(message.text());
+        });
+        page.on("request", (request) => request.url().startsWith(`${url}/`) || this.faults.push(request.url()));
     }
 
     connection() {
         return this.page.locator("#connection").getAttribute("data-state");
+    }
+
+    isStale() {
+        return this.page.locator("body").evaluate((body) => body.hasAttribute("data-stale"));
     }
 
     async isLive() {
@@ -78,34 +68,26 @@ export class Console {
         await until(() => this.isStale(), false, "values that may be old");
     }
 
-    isStale() {
-        return this.page.locator("body").evaluate((body) => body.hasAttribute("data-stale"));
+    // Waits until the element shows the text.
+    says(selector, text) {
+        return until(async () => (await this.page.locator(selector).first().innerText()).trim(), text, selector);
     }
 
     async go(view) {
         await this.page.locator(`nav a[href="#${view}"]`).click();
-        await until(() => this.visibleViews(), [view], "the view");
+        await this.isIn(view);
     }
 
-    visibleViews() {
-        return this.page
-            .locator("section[data-view]:visible")
-            .evaluateAll((views) => views.map((view) => view.dataset.view));
+    isIn(view) {
+        const open = () => this.page.locator("section[data-view]:visible").evaluateAll((all) => all.map((one) => one.dataset.view));
+        return until(open, [view], "the view");
     }
 
-    // Shows the rows that match the text.
-    search(text) {
-        return this.page.locator("#search").fill(text);
-    }
-
-    // The row of a variable; searched for, since long lists draw only what is seen.
+    // The row of a variable; searched for, because long lists draw only what is seen.
     async row(variable) {
         const name = variable.split(".")[1];
-        if ((await this.page.locator("#search").inputValue()) !== name) await this.search(name);
-        return this.rowInView(variable);
-    }
-
-    rowInView(variable) {
+        const search = this.page.locator("#search");
+        if ((await search.inputValue()) !== name) await search.fill(name);
         return this.page.locator(`[data-variable="${variable}"]`).last();
     }
 
@@ -114,33 +96,25 @@ export class Console {
         await until(async () => (await value.innerText()).trim(), text, variable);
     }
 
-    // Opens the editor of a variable, gives it to `fill`, submits it and waits for the outcome.
-    async edit(variable, fill, outcome) {
+    // The open editor of a variable.
+    async editor(variable) {
         const row = await this.row(variable);
-        const editor = row.locator("form.editor");
-        if (!(await editor.isVisible())) await row.locator("button.edit").click();
-        await fill(editor);
-        await editor.locator("button[type=submit]").first().click();
-        await until(() => row.locator(".outcome").first().innerText(), outcome, `outcome of ${variable}`);
+        if (!(await row.locator("form.editor").isVisible())) await row.locator("button.edit").click();
+        return row.locator("form.editor");
     }
 
-    // What the checker finds, by weight: {critical: [...], serious: [...], moderate: [...], minor: [...]}.
+    // Opens the editor of a variable, gives it to `fill`, submits it and waits for the outcome.
+    async edit(variable, fill, outcome) {
+        const editor = await this.editor(variable);
+        await fill(editor);
+        await editor.locator("button[type=submit]").first().click();
+        await until(() => editor.locator(".outcome").first().innerText(), outcome, `outcome of ${variable}`);
+    }
+
+    // What the accessibility checker finds, with its impact.
     async findings() {
         await this.page.evaluate(accessibilityChecker);
         const { violations } = await this.page.evaluate(() => globalThis.axe.run({ resultTypes: ["violations"] }));
-        const about = ({ id, nodes }) => `${id}: ${nodes.map((node) => node.target.join(" ")).join(", ")}`;
-        const weights = ["critical", "serious", "moderate", "minor"];
-        const ofWeight = (weight) => violations.filter(({ impact }) => impact === weight).map(about);
-        return Object.fromEntries(weights.map((weight) => [weight, ofWeight(weight)]));
-    }
-
-    #hear(message) {
-        // The browser reports every answer that is no success; what the page makes of them is tested by itself.
-        const isAboutAnswer = message.text().startsWith("Failed to load resource");
-        if (message.type() === "error" && !isAboutAnswer) this.faults.push(message.text());
-    }
-
-    #see(address) {
-        if (!address.startsWith(`${this.url}/`)) this.faults.push(`asked for ${address}`);
+        return violations.map(({ impact, id, nodes }) => `${impact}, ${id}: ${nodes.map(({ target }) => target).join(", ")}`);
     }
 }

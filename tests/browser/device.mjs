@@ -1,63 +1,75 @@
-// The virtual device, behind a process that speaks JSON: see device.py for the commands.
+// The virtual device of a test.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
-import { appendFile, readFile } from "node:fs/promises";
+import { appendFile, open, readFile } from "node:fs/promises";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
 import { until } from "./console.mjs";
 
-const PYTHON = "/usr/bin/python3";
 const PROGRAM = fileURLToPath(new URL("device.py", import.meta.url));
+const SIZE_WORD = 4;
 
 export class Device {
-    // Options are those of the launcher's VirtualDevice, for example {simulation: ["--speed", "8"]}. Whoever starts a
-    // device stops it. It has a `url`, and its files are below the folder `root`.
+    // Options are those of the launcher's VirtualDevice, for example {simulation: ["--speed", "8"]}. The caller stops it.
+    // Has `url`, `root`, the folder of its files, and the process id `service`.
     static async start(options = {}) {
-        const device = new Device(options);
+        const device = new Device();
+        device.process = spawn("/usr/bin/python3", ["-B", PROGRAM, JSON.stringify(options)],
+            { stdio: ["pipe", "pipe", "inherit"] });
+        device.ended = once(device.process, "exit");
+        device.lines = createInterface(device.process.stdout)[Symbol.asyncIterator]();
         return Object.assign(device, await device.#answer());
     }
 
-    constructor(options) {
-        this.process = spawn(PYTHON, [PROGRAM, JSON.stringify(options)], {
-            stdio: ["pipe", "pipe", "inherit"],
-            env: { ...process.env, PYTHONDONTWRITEBYTECODE: "1" },
-        });
-        this.ended = once(this.process, "exit");
-        this.lines = createInterface(this.process.stdout)[Symbol.asyncIterator]();
+    // Ends or starts the service: "end" or "start".
+    async command(word) {
+        this.process.stdin.write(`${word}\n`);
+        this.service = await this.#answer();
     }
 
-    // Sends a command and returns its result; commands are answered in their order.
-    async ask(name, command = {}) {
-        this.process.stdin.write(JSON.stringify({ do: name, ...command }) + "\n");
-        const { result, error } = await this.#answer();
-        assert.equal(error, undefined);
-        return result;
+    // Stops the service's process as it is; the result lets it continue.
+    freeze() {
+        process.kill(this.service, "SIGSTOP");
+        return () => process.kill(this.service, "SIGCONT");
     }
 
-    store(variable, value) {
-        return this.ask("store", { variable, value });
+    // Stores a value, as another client does.
+    async store(variable, value) {
+        const [memory, name] = variable.split(".");
+        const body = `{"${memory}": {"${name}": ${JSON.stringify(value)}}}`;
+        const answer = await fetch(`${this.url}/api/v1/set.cgi`, { method: "POST", body });
+        assert.equal((await answer.json()).result, 1);
     }
 
-    // Returns a function that returns when so many requests more for updates have come to the service, whose log has to
-    // have the level DebugMost. Who does not wait for an update misses it.
+    // What a variable holds: its value, or the structure.
+    async load(variable) {
+        const [memory, name] = variable.split(".");
+        const { variables } = await (await fetch(`${this.url}/api/v1/all.cgi`)).json();
+        return variables[memory][name].value ?? variables[memory][name];
+    }
+
+    // Writes bytes into a segment, without an event.
+    async poke(memory, at, bytes) {
+        const segment = await open(`/dev/shm/${this.name}${memory}`, "r+");
+        await segment.write(Buffer.from(bytes), 0, bytes.length, SIZE_WORD + at);
+        await segment.close();
+    }
+
+    // Returns a function that returns when so many more update requests wait at the service, whose log level has to be
+    // DebugMost. A change that no request waits for is not reported.
     async countPolls() {
-        const log = `${this.root}/dev/kmsg`;
-        const count = async () => (await readFile(log, "utf8")).split(", /api/v1/update.cgi)").length;
+        const count = async () => (await readFile(`${this.root}/dev/kmsg`, "utf8")).split(", /api/v1/update.cgi)").length;
         const before = await count();
         return (polls) => until(async () => (await count()) - before >= polls, true, `${polls} polls`);
     }
 
-    // Stores what so many wait for, and returns when they wait again.
+    // Stores what so many pages wait for, and returns when they wait again.
     async tell(variable, value, count = 1) {
         const areWaiting = await this.countPolls();
         await this.store(variable, value);
         await areWaiting(count);
-    }
-
-    load(variable) {
-        return this.ask("load", { variable });
     }
 
     // Writes lines into the kernel log.
@@ -65,16 +77,14 @@ export class Device {
         return appendFile(`${this.root}/dev/kmsg`, `${lines}\n`);
     }
 
-    // Ends the device, and fails where one of its processes ended badly.
     async stop() {
         this.process.stdin.end();
-        const [code] = await this.ended;
-        assert.equal(code, 0, "the device's processes ended well");
+        assert.equal((await this.ended)[0], 0, "the device's processes ended well");
     }
 
     async #answer() {
         const { value, done } = await this.lines.next();
-        assert.ok(!done, "the device has gone");
+        assert.ok(!done, "the device has ended");
         return JSON.parse(value);
     }
 }

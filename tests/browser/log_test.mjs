@@ -62,9 +62,9 @@ test("no line is told twice or lost, over other views and an end of the service"
     await device.log("<6>once: elsewhere");
     await console.go("log");
     await shows("once: elsewhere");
-    await device.ask("end_service");
+    await device.command("end");
     await device.log("<6>once: without a service");
-    await device.ask("start_service");
+    await device.command("start");
     for (const text of ["once: without a service", "filler: line 123", "once: before", "once: elsewhere"]) {
         await shows(text);
     }

@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 import { after, afterEach } from "node:test";
-import { Console, launchBrowser } from "./console.mjs";
+import { Console, launchBrowser, until } from "./console.mjs";
 import { Device } from "./device.mjs";
 
 // The options are those of the device; open() of the result takes those of Console.open().
@@ -23,3 +23,18 @@ export async function setScene(options) {
     });
     return { device, browser, open };
 }
+
+// Brings something to see into a view that is open, and returns when it is there.
+export const FILL = {
+    variables: (console) => console.edit("MemPersistent.DisplayBrightness", (editor) => editor.locator("input").fill("11"), /refused/),
+    watch: async ({ page }) => {
+        for (const name of ["MemDynamic.LensActFocus", "MemDynamic.BattVoltage"]) {
+            await page.locator("#watch-add").fill(name);
+            await page.locator("#watch-add").press("Enter");
+        }
+        await until(() => page.locator("#watch-plots canvas").count(), 2, "plots");
+    },
+    log: (console) => console.says("#log-output", /\S/),
+    screen: ({ page }) => until(() => page.locator("#screen-save").isEnabled(), true, "a picture"),
+    device: (console) => console.says("#device-identity", /K1-00042/),
+};

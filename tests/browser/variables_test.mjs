@@ -1,4 +1,4 @@
-// Variables: what the device changes is seen, what a person changes is stored, what is not stored is said to be so.
+// Variables: what the device changes is seen, what a person changes is stored, and the page says what the segment holds.
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
@@ -7,88 +7,202 @@ import { setScene } from "./scene.mjs";
 
 const { device, open } = await setScene();
 
-test("a change that the device makes appears, and is marked for a moment", async () => {
-    const variable = "MemPersistent.DisplayBrightness";
-    await device.store(variable, 3);
+const BRIGHTNESS = "MemPersistent.DisplayBrightness";
+const NAME = "MemPersistent.ProductName";
+const FLAGS = "MemGuiLocal.RadioRegionFlags";
+const SHUTTER = "MemCamera.CamShutterCustomSet";
+const FOOTAGE = "MemCamera.CamFootage";
+const COUNTER = "MemDynamic.LostFrameCounter";
+const STEALTH = "MemPersistent.StealthMode";
+const COLOUR = "MemPersistent.KnobColor";
+
+// Enters a text into the first field of an editor, or what it is for a choice or a switch.
+const enter = (text) => async (editor) => {
+    const field = editor.locator("input, select, textarea").first();
+    const kind = await field.evaluate((node) => node.localName + node.type);
+    if (kind === "inputcheckbox") await field.setChecked(text === "true");
+    else if (kind.startsWith("select")) await field.selectOption(text);
+    else await field.fill(text);
+};
+const stored = /^stored$/;
+const FILLED = { [BRIGHTNESS]: "5", [COUNTER]: "7", [FOOTAGE]: "1.500000", [NAME]: "Device", [FLAGS]: "010203" };
+
+// Edits, what the page says of each, and what the variable holds then; without that, what it held before.
+const EDITS = [
+    [BRIGHTNESS, "10", stored, "10"], [BRIGHTNESS, "11", "refused: 0 to 10"], [BRIGHTNESS, "", /^not sent: a number/],
+    [COUNTER, "-2147483648", stored, "-2147483648"], [COUNTER, "2147483648", /^not sent: an int holds/],
+    [COUNTER, "1e21", /^not sent/], [COUNTER, "inf", /^not sent/], [COUNTER, "1.5", "stored as 1", "1"],
+    [COUNTER, "1e-7", "stored as 0", "0"], [COUNTER, "2,9", "stored as 2", "2"], [COUNTER, "010", stored, "10"],
+    [SHUTTER, "172.8", "stored as 172.800003", "172.800003"], [SHUTTER, "0,5", "stored as 0.500000", "0.500000"],
+    [SHUTTER, "0.0078125", "stored as 0.007812", "0.007812"], [SHUTTER, "1,5,0", /^not sent/],
+    [SHUTTER, "360.00001", "stored as 360.000000", "360.000000"], [SHUTTER, "361", "refused: 0 to 360"],
+    [FOOTAGE, "1e40", /^not sent: a float/], [FOOTAGE, "Infinity", /^not sent/], [FOOTAGE, "", /^not sent/],
+    [FOOTAGE, "1e22", "stored as 9999999778196308361216.000000", "9999999778196308361216.000000"],
+    [NAME, `"A" <b>ü</b>`, stored, `"A" <b>ü</b>`], [NAME, "", stored, ""], [NAME, `"'`, /^not sent/], [NAME, "}{", /^not sent/],
+    [NAME, "a text of more than 20 bytes", "stored, cut to 19 bytes: a text of more than", "a text of more than"],
+    [NAME, "1234567890123456😀😀", "stored, cut to 16 bytes: 1234567890123456", "1234567890123456"],
+    [FLAGS, "0affC3", stored, "0affc3"], [FLAGS, "", /^not sent/], [FLAGS, "12345678", /^not sent: the buffer holds 3/],
+    [FLAGS, "AB", "stored in the first 1 of 3 bytes", "ab0203"], [FLAGS, "zz", /^not sent/],
+    [COLOUR, "Magenta", stored, "Magenta"], [STEALTH, "true", stored, "true"], [STEALTH, "false", stored, "false"],
+];
+
+test("an edit is stored or refused, and the page says what the variable holds", async () => {
     const console = await open();
-    const row = await console.row(variable);
-    await console.shows(variable, "3");
-    await row.evaluate((node) => {
+    for (const [variable, text, outcome, held] of EDITS) {
+        if (FILLED[variable]) {
+            await device.store(variable, FILLED[variable]);
+            await console.shows(variable, FILLED[variable]);
+        }
+        await console.edit(variable, enter(text), outcome).catch((error) => assert.fail(`${text}: ${error.message}`));
+        assert.equal((await device.load(variable)).trim(), held?.trim() ?? FILLED[variable] ?? await device.load(variable), `${variable}: ${text}`);
+    }
+});
+
+// For each kind a value before, and two that are set.
+const KINDS = [[COUNTER, "1", "2", "3"], [SHUTTER, "1.500000", "2.500000", "3.500000"], [STEALTH, "false", "true", "false"],
+    [COLOUR, "Red", "Green", "Blue"], [NAME, "one", "two", "three"], [FLAGS, "010203", "020304", "030405"]];
+
+async function beginAll(console) {
+    for (const [variable, before] of KINDS) {
+        await device.store(variable, before);
+        await console.shows(variable, before);
+    }
+}
+
+test("what is set while a request is on its way is stored after it", async () => {
+    const console = await open();
+    await beginAll(console);
+    const held = [];
+    await console.page.route("**/set.cgi", (route) => held.push(route));
+    for (const [variable, , first, second] of KINDS) {
+        const editor = await console.editor(variable);
+        await enter(first)(editor);
+        await editor.locator(".primary").click();
+        await until(() => held.length, 1, "a request");
+        await enter(second)(editor);
+        await editor.locator(".primary").click();
+        await held.pop().continue();
+        await until(() => held.length, 1, "the next request");
+        await held.pop().continue();
+        await until(() => editor.locator(".outcome").innerText(), stored, variable);
+        assert.equal(await device.load(variable), second, variable);
+    }
+});
+
+test("while the service is frozen an edit is unknown, and stored when it continues", async () => {
+    const console = await open();
+    await beginAll(console);
+    const thaw = device.freeze();
+    const outcomes = [];
+    for (const [variable, , value] of KINDS.slice(0, 5)) {
+        const editor = await console.editor(variable);
+        await enter(value)(editor);
+        await editor.locator(".primary").click();
+        outcomes.push(() => editor.locator(".outcome").textContent());
+    }
+    const all = async () => [...new Set(await Promise.all(outcomes.map((outcome) => outcome())))];
+    await until(async () => (await all()).join(), /^waiting[^,]*$/, "outcomes of requests without an answer");
+    await until(async () => (await all()).map((text) => text.slice(0, 8)), ["unknown:"], "outcomes after the web server's timeout");
+    thaw();
+    await until(all, ["stored"], "outcomes of requests that the service has got");
+});
+
+test("an untouched field follows the value, and what is typed replaces a newer value only after a question", async () => {
+    const console = await open();
+    await beginAll(console);
+    const question = console.page.locator("#question");
+    for (const [variable, , meanwhile, typed] of KINDS) {
+        if (variable === STEALTH) continue; // has no third value
+        const editor = await console.editor(variable);
+        const field = editor.locator("input, select, textarea").first();
+        await device.store(variable, meanwhile);
+        await until(() => field.inputValue(), meanwhile, "the field");
+        await enter(typed)(editor);
+        const [, before] = KINDS.find(([name]) => name === variable);
+        await device.store(variable, before);
+        await until(() => editor.locator(".note").innerText(), new RegExp(`${meanwhile} → ${before}`), "the hint");
+        await editor.locator(".primary").click();
+        await question.getByRole("button", { name: "Cancel" }).click();
+        await until(() => editor.locator(".outcome").innerText(), "not sent", variable);
+        assert.equal(await device.load(variable), before);
+        await editor.locator(".primary").click();
+        await question.getByRole("button", { name: "Set" }).click();
+        await until(() => editor.locator(".outcome").innerText(), stored, variable);
+        assert.equal(await device.load(variable), typed);
+    }
+});
+
+test("a value that another process changes right after a set is not taken for a refusal", async () => {
+    const console = await open();
+    await device.store(BRIGHTNESS, 1);
+    let answer;
+    await console.page.route("**/set.cgi", async (route) => {
+        const response = await route.fetch();
+        answer = () => route.fulfill({ response });
+    });
+    const editor = await console.editor(BRIGHTNESS);
+    await enter("6")(editor);
+    await editor.locator(".primary").click();
+    await console.shows(BRIGHTNESS, "6");
+    await device.store(BRIGHTNESS, 7);
+    await console.shows(BRIGHTNESS, "7");
+    await answer();
+    await until(() => editor.locator(".outcome").innerText(), "stored; changed since: it holds 7", "the outcome");
+});
+
+test("an edited element of a list arrives alone, and what is typed is not discarded without a question", async () => {
+    const list = "MemLens.LensFileList";
+    const expected = await device.load(list);
+    const console = await open();
+    const editor = await console.editor(list);
+    const name = editor.locator("[name=LensFileName]");
+    const choose = (index) => editor.locator("input[name=Index]").fill(index).then(() => console.page.keyboard.press("Tab"));
+    await choose("2");
+    await console.edit(list, () => name.fill("x".repeat(32)), /^not sent: LensFileName: 31 bytes fit/);
+    await name.fill("Prime 50");
+    await choose("3");
+    await console.page.locator("#question").getByRole("button", { name: "Cancel" }).click();
+    assert.equal(await name.inputValue(), "Prime 50");
+    await console.edit(list, () => editor.locator("[name=LensFileValid]").setChecked(true), stored);
+    Object.assign(expected[2], { LensFileName: "Prime 50", LensFileValid: true });
+    assert.deepEqual(await device.load(list), expected);
+});
+
+test("a change is marked for a moment", async () => {
+    await device.store(BRIGHTNESS, 3);
+    const console = await open();
+    await console.shows(BRIGHTNESS, "3");
+    await (await console.row(BRIGHTNESS)).evaluate((node) => {
         globalThis.marks = [];
         const note = () => globalThis.marks.push(node.classList.contains("changed"));
         new MutationObserver(note).observe(node, { attributeFilter: ["class"] });
     });
-    await device.store(variable, 8);
-    await console.shows(variable, "8");
+    await device.store(BRIGHTNESS, 8);
+    await console.shows(BRIGHTNESS, "8");
     await until(() => console.page.evaluate(() => globalThis.marks), [true, false], "a mark, and its end");
 });
 
-const choose = (text) => (editor) => editor.locator("select").selectOption(text);
-const turn = (isOn) => (editor) => editor.locator("input[type=checkbox]").setChecked(isOn);
-const type = (text) => async (editor) => {
-    const input = editor.locator("input, textarea").first();
-    await input.evaluate((element) => element.removeAttribute("maxlength"));
-    await input.fill(text);
-};
-const stored = /^stored$/;
-
-const EDITS = [
-    ["MemPersistent.ButtonBrightness", type("4"), stored, "4"],
-    ["MemCamera.CamShutterCustomSet", type("172.8"), stored, "172.800003"],
-    ["MemPersistent.KnobColor", choose("Magenta"), stored, "Magenta"],
-    ["MemGuiLocal.RadioRegionFlags", type("0affC3"), stored, "0affc3"],
-    ["MemPersistent.StealthMode", turn(true), stored, "true"],
-    ["MemPersistent.StealthMode", turn(false), stored, "false"],
-    ["MemPersistent.ProductName", type(`"A" <b>ü</b>`), stored, `"A" <b>ü</b>`],
-    ["MemPersistent.ProductName", type("a text of more than 20 bytes"), /cut to 19/, "a text of more than"],
-    ["MemPersistent.DisplayBrightness", type("11"), /refused.*0 to 10/i, "5"],
-];
-
-test("an edit of each type arrives in the segment or is refused, and the page says what became of it", async () => {
-    await device.store("MemPersistent.DisplayBrightness", 5);
+test("the search looks through names, types and values, open editors or not, and a favourite survives a reload", async () => {
+    await device.store(NAME, "Needle");
     const console = await open();
-    for (const [variable, fill, outcome, held] of EDITS) {
-        await console.edit(variable, fill, outcome);
-        assert.equal(await device.load(variable), held, variable);
+    await console.editor(BRIGHTNESS);
+    const search = (text) => console.page.locator("#search").fill(text);
+    const found = () => console.page.locator("[data-variable]:visible").evaluateAll((rows) => rows.map((row) => row.dataset.variable));
+    for (const [text, variable] of [["stealthm all lights", STEALTH], ["KnobColor", COLOUR], ["Needle", NAME]]) {
+        await search(text);
+        await until(found, [variable], text);
     }
-    await console.shows("MemPersistent.DisplayBrightness", "5");
-});
-
-test("an edited element of a list of structures arrives in that element only", async () => {
-    const expected = await device.load("MemLens.LensFileList");
-    const console = await open();
-    await console.edit("MemLens.LensFileList", async (editor) => {
-        await editor.locator("input[name=Index]").fill("2");
-        await console.page.keyboard.press("Tab");
-        await editor.locator("[name=LensFileName]").fill("Prime 50");
-        await editor.locator("[name=LensFileValid]").setChecked(true);
-    }, stored);
-    Object.assign(expected[2], { LensFileName: "Prime 50", LensFileValid: true });
-    assert.deepEqual(await device.load("MemLens.LensFileList"), expected);
-});
-
-test("the search looks through names, types and values, and a favourite survives a reload in front", async () => {
-    await device.store("MemPersistent.ProductName", "Needle");
-    const console = await open();
-    const searches = [["stealthm", "StealthMode"], ["KnobColor", "KnobColor"], ["Needle", "ProductName"]];
-    for (const [text, name] of searches) {
-        await console.search(text);
-        await until(() => console.rowInView(`MemPersistent.${name}`).isVisible(), true, `${name} for ${text}`);
-    }
-    await console.search("no such thing anywhere");
-    await until(() => console.page.locator("[data-variable]:visible").count(), 0, "nothing found");
-    await (await console.row("MemPersistent.StealthMode")).locator("button.pin").click();
+    await (await console.row(STEALTH)).locator("button.pin").click();
     await console.page.reload();
-    const pin = console.page.locator(`#favourites [data-variable="MemPersistent.StealthMode"] button.pin`);
-    await until(() => pin.count(), 1, "the favourite");
+    const pin = console.page.locator(`#favourites [data-variable="${STEALTH}"] button.pin`);
     await pin.click();
     await until(() => pin.count(), 0, "no favourite");
 });
 
 test("a value that cannot be printed costs that value, not the page", async () => {
-    await device.store("MemPersistent.ProductName", null);
+    await device.poke("MemPersistent", 0, [0xff, 0]);
     const console = await open();
-    await console.shows("MemPersistent.DisplayBrightness", /^\d+$/);
-    await device.store("MemPersistent.ProductName", "Printable");
-    await console.shows("MemPersistent.ProductName", "Printable");
+    await console.shows(NAME, /cannot be printed/);
+    await console.shows(BRIGHTNESS, /^\d+$/);
+    await console.edit(NAME, enter("Printable"), stored);
 });

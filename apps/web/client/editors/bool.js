@@ -6,6 +6,6 @@ export function boolField(form, value, attributes) {
   return {
     node,
     get text() { return String(node.checked); },
-    problem: () => "",
+    show: (text) => { node.checked = String(text) === "true"; },
   };
 }

@@ -7,8 +7,8 @@ const ROWS_AT_ONCE = 20;
 
 export const heading = (text) => element("th", { scope: "col" }, text);
 
-// By its index, or from a table that shows some at a time; choose(index) is called. `nodes` of the result are its parts,
-// update() brings in what has changed.
+// By its index, or from a table that shows some at a time; choose(index) resolves to the index that is chosen from then on.
+// `nodes` of the result are its parts, update() brings in what has changed.
 export function elementPicker(variable, choose) {
   let first = 0;
   const last = variable.data.length - 1;
@@ -16,9 +16,8 @@ export function elementPicker(variable, choose) {
   const field = element("input", { type: "number", name: "Index", min: 0, max: last, value: 0, step: 1 });
   const body = element("tbody");
   const position = element("span", { class: "note" });
-  const pick = (index) => {
-    field.value = index;
-    choose(index);
+  const pick = async (index) => {
+    field.value = await choose(index);
     mark();
   };
   const mark = () => body.querySelectorAll("button").forEach((button) =>

@@ -2,24 +2,53 @@
 
 import { element, setText } from "../dom.js";
 
-// A form with a button that calls act(), which resolves to the outcome {ok, text}.
-export function frame({ name }, content, act) {
+const SLOW_MS = 1000;
+
+// A form with a button. capture() takes what is entered and returns {entered, act}: that in words, and what sends it and
+// resolves to {ok, text, later}. What is submitted while a request is on its way is sent after it.
+export function frame({ name }, content, capture) {
   const outcome = element("output", { class: "outcome", role: "status" });
   const submit = element("button", { type: "submit", class: "primary" }, "Set");
   // The service decides what is in range and the outcome shows it: the browser does not check.
   const form = element("form", { class: "editor", novalidate: true, autocomplete: "off", "aria-label": `Set ${name}` },
     ...content, element("div", { class: "actions" }, submit, outcome));
+  let next = null;
   let isBusy = false;
+  let isEdited = false;
+  let turn = 0;
+
+  const say = (text, ok) => {
+    outcome.dataset.ok = ok ?? "";
+    setText(outcome, text);
+  };
+  // An outcome beside a field that holds something else by now names what it is about.
+  const show = (entered, { ok, text }) => say(isEdited ? `${entered}: ${text}` : text, ok);
+
+  async function run({ entered, act }) {
+    const number = ++turn;
+    isEdited = false;
+    say("…");
+    const slow = setTimeout(() => say("waiting for the service …"), SLOW_MS);
+    const result = await act().finally(() => clearTimeout(slow));
+    show(entered, result);
+    result.later?.then((late) => number === turn && show(entered, late));
+  }
+
+  form.addEventListener("input", () => { isEdited = true; });
   form.addEventListener("submit", async (event) => {
     event.preventDefault();
+    next = capture();
     if (isBusy) return;
     isBusy = true;
-    delete outcome.dataset.ok;
-    setText(outcome, "…");
-    const { ok, text } = await act();
-    outcome.dataset.ok = ok;
-    setText(outcome, text);
-    isBusy = false;
+    try {
+      while (next !== null) {
+        const captured = next;
+        next = null;
+        await run(captured);
+      }
+    } finally {
+      isBusy = false;
+    }
   });
   return form;
 }

@@ -1,12 +1,8 @@
 import { element } from "../dom.js";
+import { typedField } from "./typed.js";
 
-export function numberField({ kind, min, max }, value, attributes) {
-  const isInt = kind === "int";
-  const node = element("input", { ...attributes, type: "number", value, min, max, step: isInt ? 1 : "any",
-    inputmode: isInt ? "numeric" : "decimal" });
-  return {
-    node,
-    get text() { return node.value; },
-    problem: () => (node.value === "" ? "a number is needed" : ""),
-  };
+// No input of the type "number": it drops the comma of a decimal number.
+export function numberField({ kind }, value, attributes) {
+  const inputmode = kind === "int" ? "numeric" : "decimal";
+  return typedField(element("input", { ...attributes, type: "text", value, inputmode }));
 }

@@ -1,73 +1,80 @@
 // The editor of structures: members in a table, with the present value and a field for the new one. Of a list it edits the
 // element that is chosen from a table.
 
-import { element, setText } from "../dom.js";
+import { ask, element, setText } from "../dom.js";
 import { assignMembers } from "../model/assign.js";
 import { memberText } from "../model/format.js";
 import { elementPicker, heading } from "./elements.js";
+import { Entry } from "./entry.js";
 import { createField } from "./field.js";
 import { frame } from "./frame.js";
 
 export function structureEditor(app, variable) {
   const isList = variable.kind === "list";
   let index = 0;
-  let fields = new Map();
+  let members = [];
   const item = () => (isList ? variable.data[index] : variable.data) ?? {};
-  const members = element("tbody");
+  const body = element("tbody");
   const table = element("table", { class: "members" },
-    element("thead", {}, element("tr", {}, ...["Member", "Now", "Set to"].map(heading))), members);
+    element("thead", {}, element("tr", {}, ...["Member", "Now", "Set to"].map(heading))), body);
   const show = () => {
-    fields = fillMembers(app, variable, item(), members);
+    members = Object.entries(item()).map(([name, value]) => memberRow(app.catalogue, variable.type, name, value));
+    body.replaceChildren(...members.map(({ row }) => row));
   };
-  const picker = isList ? elementPicker(variable, (chosen) => {
-    index = chosen;
-    show();
-  }) : { nodes: [], update: () => {} };
-  show();
-  const form = frame(variable, [...picker.nodes, element("div", { class: "scroll" }, table)], async () => {
-    const { wanted, why } = changedMembers(item(), fields);
-    if (why || Object.keys(wanted).length === 0) return { ok: false, text: why || "nothing is changed" };
-    fields.forEach((each) => { each.before = each.field.text; });
-    return assignMembers(app, variable, wanted, index);
-  });
+  const touched = () => members.filter(({ entry }) => entry.isTouched);
+  const choose = async (chosen) => {
+    const names = touched().map(({ name }) => name).join(", ");
+    if (names === "" || await ask(`Discard what is entered for element ${index}: ${names}?`, "Discard")) {
+      index = chosen;
+      show();
+    }
+    return index;
+  };
   const update = () => {
     picker.update();
-    fields.forEach(({ now }, name) => setText(now, memberText(item()[name])));
+    members.forEach((member) => member.update(item()[member.name]));
   };
-  return { form, update };
+  const picker = isList ? elementPicker(variable, choose) : { nodes: [], update: () => {} };
+  show();
+  const form = frame(variable, [...picker.nodes, element("div", { class: "scroll" }, table)],
+    () => captured(app, variable, touched(), index, item));
+  return { form, update, isTouched: () => touched().length > 0 };
 }
 
-// Fills the rows and returns by member its field, the cell that shows its present value, and the text it began with.
-function fillMembers(app, variable, item, body) {
-  const fields = new Map();
-  body.replaceChildren(...Object.entries(item).map(([name, value]) => {
-    const now = element("td", { class: "now" }, memberText(value));
-    const form = memberForm(app.catalogue, variable.type, name, value);
-    const field = createField(form, value, { name, "aria-label": `New ${name}` });
-    fields.set(name, { field, now, before: field.text });
-    return element("tr", {}, element("th", { scope: "row" }, name), now, element("td", {}, field.node));
-  }));
-  return fields;
+// What is entered for members at this moment, and how it is sent.
+function captured(app, variable, members, index, item) {
+  const entered = members.map(({ name, form, entry }) => ({ name, form, entry, text: entry.field.text }));
+  const act = async () => {
+    if (entered.length === 0) return { ok: false, text: "nothing is changed" };
+    const changed = entered.filter(({ name, entry }) => item()[name] !== entry.base)
+      .map(({ name, entry }) => `${name} from ${memberText(entry.base)} to ${memberText(item()[name])}`);
+    const isMeant = changed.length === 0 || await ask(`Meanwhile changed: ${changed.join(", ")}. Set what is entered?`, "Set");
+    if (!isMeant) return { ok: false, text: "not sent" };
+    const outcome = await assignMembers(app, variable, entered, index);
+    if (outcome.ok) entered.forEach(({ name, entry, text }) => entry.settle(text, item()[name]));
+    return outcome;
+  };
+  return { entered: entered.map(({ name, text }) => `${name} ${text}`).join(", "), act };
+}
+
+// A row with the member's name, its present value and its field.
+function memberRow(catalogue, structure, name, value) {
+  const form = memberForm(catalogue, structure, name, value);
+  const field = createField(form, value, { name, "aria-label": `New ${name}` });
+  const entry = new Entry(field, value);
+  const now = element("td", { class: "now" }, memberText(value));
+  const row = element("tr", {}, element("th", { scope: "row" }, name), now, element("td", {}, field.node));
+  const update = (latest) => {
+    setText(now, memberText(latest));
+    row.classList.toggle("behind", !entry.follow(latest));
+  };
+  return { name, form, entry, row, update };
 }
 
 function memberForm(catalogue, structure, name, value) {
   const known = catalogue.structures[structure]?.[name];
   const entries = catalogue.enumerations[known?.type];
   if (entries) return { kind: "enum", entries };
-  const kind = { boolean: "bool", number: known?.type === "int" ? "int" : "float" }[typeof value] ?? "string";
-  return { kind, length: known?.length };
-}
-
-// What was edited, as JSON has it, or why that cannot be sent.
-function changedMembers(item, fields) {
-  const wanted = {};
-  for (const [name, { field, before }] of fields) {
-    const { text } = field;
-    if (text === before) continue;
-    const problem = field.problem();
-    if (problem) return { wanted, why: `${name}: ${problem}` };
-    const type = typeof item[name];
-    wanted[name] = type === "number" ? Number(text) : type === "boolean" ? text === "true" : text;
-  }
-  return { wanted };
+  const kind = { boolean: "bool", number: "float", object: "float" }[typeof value] ?? "string";
+  return { kind: known?.type === "int" ? "int" : kind, length: known?.length };
 }

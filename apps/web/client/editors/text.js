@@ -1,11 +1,9 @@
 import { element } from "../dom.js";
-import { whyUnsendable } from "../model/assign.js";
+import { bytesOf } from "../model/written.js";
+import { typedField } from "./typed.js";
 
 export function textField({ length }, value, attributes) {
-  const node = element("input", { ...attributes, type: "text", value, maxlength: length ? length - 1 : false });
-  return {
-    node,
-    get text() { return node.value; },
-    problem: () => whyUnsendable(node.value),
-  };
+  const node = element("input", { ...attributes, type: "text", value });
+  const hint = () => (length ? `${bytesOf(node.value)} of ${length - 1} bytes` : "");
+  return Object.assign(typedField(node), { hint });
 }

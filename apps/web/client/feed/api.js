@@ -13,11 +13,16 @@ const WORDS = {
   504: "the service does not answer",
 };
 
-// What went wrong with a request: `status` is the web server's, 0 when there was no answer at all.
+// Answers of the web server that never come after the service has got the request.
+const REFUSALS = [403, 404, 413, 503];
+
+// What went wrong with a request: `status` is the web server's, 0 when there was no answer at all. Without `isRefusal` the
+// service may have got the request.
 export class RequestError extends Error {
   constructor(status) {
     super(WORDS[status] ?? `status ${status}`);
     this.status = status;
+    this.isRefusal = REFUSALS.includes(status);
   }
 }
 

@@ -1,109 +1,98 @@
-// Sets a variable and finds out what has become of it: set.cgi answers result 1 also where it refused.
+// Sets a variable and finds out what the service has made of it: set.cgi answers result 1 also where it refuses.
 
 import { RequestError, set } from "../feed/api.js";
 import { bounds } from "./format.js";
+import { write } from "./written.js";
 
-// The service tells a change within its 100 ms; what comes later is on a slow way, and then the tree is asked.
-const TOLD_WITHIN_MS = 300;
+// The service reports a change within its 100 ms; when none comes, the tree is read.
+const REPORTED_WITHIN_MS = 300;
 
-// Sets a variable of a base type to a text. Resolves to what has happened, in words, with `ok`.
+const done = (text) => ({ ok: true, text });
+const failed = (text) => ({ ok: false, text });
+
+// Sets a variable of a base type to a text. Resolves to {ok, text, later}: what has happened, in words; where that is
+// unknown, `later` resolves to words when the value is seen after all.
 export async function assign(app, variable, text) {
-  const before = variable.raw;
-  const body = `{"${variable.memory}": {"${variable.name}": ${written(variable.kind, text)}}}`;
-  return outcome(app, variable, body, {
-    isStored: () => isEqual(variable.kind, variable.value, text),
-    describe: () => describe(variable, text, variable.raw !== before),
+  const { problem, literal, holds, remark } = write(variable, text);
+  if (problem) return failed(`not sent: ${problem}`);
+  const body = `{"${variable.memory}": {"${variable.name}": ${literal}}}`;
+  return send(app, variable, body, {
+    isStored: () => variable.kind !== "unprintable" && holds(variable.value),
+    stored: `stored${remark}`,
+    refused: () => (isOutside(variable, literal) ? `refused: ${bounds(variable)}` : "refused by the device"),
+    now: () => `it holds ${variable.value}`,
   });
 }
 
-// Sets members of a structure, {name: value} with the values as JSON has them; of a list, those of one element.
+// Sets members of a structure, a list of {name, form, text}; of a list, those of the element with the index.
 export async function assignMembers(app, variable, members, index) {
-  const pairs = Object.entries(members)
-    .map(([name, value]) => `"${name}": ${written(typeof value === "string" ? "string" : "int", String(value))}`);
+  const plans = members.map(({ name, form, text }) => ({ name, ...write({ ...form, isMember: true }, text) }));
+  const problems = plans.filter(({ problem }) => problem).map(({ name, problem }) => `${name}: ${problem}`);
+  if (problems.length > 0) return failed(`not sent: ${problems.join("; ")}`);
   const place = variable.kind === "list" ? [`"Index": ${index}`] : [];
-  const body = `{"${variable.memory}": {"${variable.name}": {${[...place, ...pairs].join(", ")}}}}`;
-  const isTaken = ([name, value]) => {
-    const item = variable.kind === "list" ? variable.data[index] : variable.data;
-    return typeof value === "number" ? isEqual("float", item?.[name], value) : item?.[name] === value;
-  };
-  const refused = () => Object.entries(members).filter((member) => !isTaken(member)).map(([name]) => name);
-  return outcome(app, variable, body, {
-    isStored: () => refused().length === 0,
-    describe: () => ({ ok: false, text: `not stored: ${refused().join(", ")}` }),
+  const pairs = [...place, ...plans.map(({ name, literal }) => `"${name}": ${literal}`)];
+  const body = `{"${variable.memory}": {"${variable.name}": {${pairs.join(", ")}}}}`;
+  const item = () => (variable.kind === "list" ? variable.data?.[index] : variable.data) ?? {};
+  const others = () => plans.filter(({ name, holds }) => !holds(item()[name])).map(({ name }) => name);
+  const remarks = plans.filter(({ remark }) => remark).map(({ name, remark }) => `; ${name}${remark}`);
+  return send(app, variable, body, {
+    isStored: () => others().length === 0,
+    stored: `stored${remarks.join("")}`,
+    refused: () => `refused by the device: ${others().join(", ")}`,
+    now: () => others().map((name) => `${name} is ${item()[name]}`).join(", "),
   });
 }
 
-async function outcome(app, variable, body, { isStored, describe: explain }) {
+async function send(app, variable, body, wish) {
+  const watch = watchFor(app.store, variable, wish.isStored);
   try {
     const answer = await set(body);
-    if (answer.result !== 1) {
-      return { ok: false, text: `refused: ${answer.error.trim() || "the service cannot take this"}` };
-    }
-    if (!await isTold(app.store, variable, isStored) && !await app.readBack()) {
-      return { ok: false, text: "sent, but reading it back failed" };
-    }
+    if (answer.result !== 1) return failed(`refused: ${answer.error.trim() || "the service cannot take this"}`);
+    const isKnown = await watch.seen(REPORTED_WITHIN_MS) || await app.readBack();
+    return isKnown ? outcome(variable, watch, wish) : unknown(app, variable, wish, "reading it back failed");
   } catch (error) {
-    if (error instanceof RequestError) return { ok: false, text: `not sent: ${error.message}` };
-    throw error;
+    if (!(error instanceof RequestError)) throw error;
+    return error.isRefusal ? failed(`not sent: ${error.message}`) : unknown(app, variable, wish, error.message);
+  } finally {
+    watch.end();
   }
-  return isStored() ? { ok: true, text: "stored" } : explain();
 }
 
-// Whether an update brings the value in time.
-function isTold(store, variable, isStored) {
-  return new Promise((resolve) => {
-    const end = (told) => {
-      clearTimeout(timer);
-      stop();
-      resolve(told);
-    };
-    const timer = setTimeout(end, TOLD_WITHIN_MS, false);
-    const stop = store.subscribe((changed) => changed.has(variable) && isStored() && end(true));
+function outcome(variable, watch, wish) {
+  if (wish.isStored()) return done(wish.stored);
+  if (watch.hasSeen) return done(`${wish.stored}; changed since: ${wish.now()}`);
+  if (!watch.hasChanged) return failed(wish.refused());
+  if (variable.kind === "unprintable") return failed("it cannot be printed now");
+  return failed(`changed by another process: ${wish.now()}`);
+}
+
+// The request may be stored at any time: what is on its way cannot be taken back.
+function unknown(app, variable, wish, reason) {
+  const watch = watchFor(app.store, variable, wish.isStored);
+  const later = watch.seen().then(() => {
+    watch.end();
+    return done(wish.stored);
   });
+  return { ...failed(`unknown: ${reason}; it may be stored later`), later };
 }
 
-function describe(variable, text, hasChanged) {
-  const { kind, value, min, max } = variable;
-  const isNumber = kind === "int" || kind === "float";
-  if (isNumber && (Number(text) < Number(min) || Number(text) > Number(max))) {
-    return { ok: false, text: `refused, ${bounds(variable)}` };
-  }
-  if (kind === "string" && value !== "" && text.startsWith(value)) {
-    return { ok: true, text: `stored, cut to ${value.length} characters` };
-  }
-  if (!hasChanged) return { ok: false, text: "refused by the device" };
-  if (kind === "unprintable") return { ok: false, text: "stored, and cannot be printed now" };
-  return { ok: true, text: `stored; now ${value}` };
+// Notes changes of a variable until end(). seen(ms) resolves to whether an update brings the wanted value in time.
+function watchFor(store, variable, isStored) {
+  let tell = () => {};
+  const watch = { hasSeen: false, hasChanged: false };
+  watch.end = store.subscribe((changed) => {
+    if (!changed.has(variable)) return;
+    watch.hasChanged = true;
+    watch.hasSeen ||= isStored();
+    if (watch.hasSeen) tell(true);
+  });
+  watch.seen = (ms) => new Promise((resolve) => {
+    tell = resolve;
+    if (watch.hasSeen) resolve(true);
+    if (ms !== undefined) setTimeout(resolve, ms, false);
+  });
+  return watch;
 }
 
-// The service prints floats with six decimals and holds them with 32 bits.
-function isEqual(kind, value, text) {
-  if (kind === "int") return Number(value) === Number(text);
-  if (kind === "float") {
-    const wanted = Math.fround(Number(text));
-    return Math.abs(Number(value) - wanted) <= Math.max(1e-6, Math.abs(wanted) * 1e-5);
-  }
-  return kind === "buffer" ? value.startsWith(text.toLowerCase()) : value === text;
-}
-
-// The value as the service's reader takes it. It knows no escapes: a text ends at the next quote of its own kind.
-function written(kind, text) {
-  if (kind === "int" || kind === "float" || kind === "bool") {
-    return kind === "bool" || typeof text !== "string" ? text : plainNumber(text);
-  }
-  return text.includes("\"") ? `'${text}'` : `"${text}"`;
-}
-
-// Why a text cannot be sent, or "". Braces are counted wherever they stand, so they have to match.
-export function whyUnsendable(text) {
-  if (text.includes("\"") && text.includes("'")) return "cannot be sent: it holds both kinds of quotes";
-  let depth = 0;
-  for (const character of text) {
-    depth += character === "{" ? 1 : character === "}" ? -1 : 0;
-    if (depth < 0) break;
-  }
-  return depth === 0 ? "" : "cannot be sent: braces have to match";
-}
-
-// 010 would be octal.
-const plainNumber = (text) => (Number.isFinite(Number(text)) && text.trim() !== "" ? String(Number(text)) : text);
+const isOutside = ({ kind, min, max }, literal) =>
+  (kind === "int" || kind === "float") && (Number(literal) < Number(min) || Number(literal) > Number(max));

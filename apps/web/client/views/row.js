@@ -1,6 +1,6 @@
 // A row of the Variables view.
 
-import { element, setText } from "../dom.js";
+import { ask, element, setText } from "../dom.js";
 import { createEditor } from "../editors/editor.js";
 import { typeText, valueText } from "../model/format.js";
 
@@ -64,17 +64,23 @@ export class Row {
     }
   }
 
-  // Shows the row when each word is in its name, type or value. A row that is being edited stays.
+  // Shows the row when each word is in its name, type or value.
   filter(words, memory) {
     const isWanted = memory === "" || memory === this.variable.memory;
     const { type, value } = this.#parts;
     const text = words.length === 0 ? ""
       : [this.variable.key, this.variable.about, type.textContent, value.textContent].join("\n").toLowerCase();
-    this.node.hidden = !(isWanted && words.every((word) => text.includes(word))) && this.#editor === null;
+    this.node.hidden = !(isWanted && words.every((word) => text.includes(word)));
   }
 
-  #toggleEditor() {
+  get isEdited() {
+    return this.#editor !== null;
+  }
+
+  async #toggleEditor() {
     if (this.#editor) {
+      const isMeant = !this.#editor.isTouched() || await ask(`Discard what is entered for ${this.variable.name}?`, "Discard");
+      if (!isMeant) return;
       this.#editor.form.remove();
       this.#editor = null;
       this.#parts.edit.focus();

@@ -125,6 +125,8 @@ export class VariablesView {
       shown += count;
     }
     const all = this.#rows.size;
-    setText(byId("search-count"), shown === all ? `${all} variables` : `${shown} of ${all}`);
+    const edited = [...this.#rows.values()].filter((row) => row.isEdited && row.node.hidden).length;
+    const aside = edited === 0 ? "" : `, ${edited} open editor${edited === 1 ? "" : "s"} hidden`;
+    setText(byId("search-count"), (shown === all ? `${all} variables` : `${shown} of ${all}`) + aside);
   }
 }
