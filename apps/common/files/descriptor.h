@@ -19,6 +19,9 @@ public:
     int get() const { return fd_; }
     bool isOpen() const { return fd_ >= 0; }
 
+    /// Gives up ownership: returns the descriptor, which stays open.
+    int release() { return std::exchange(fd_, -1); }
+
     /// Returns the result of ::close, with the reason in errno, or a negative value when nothing is open.
     int close() { return isOpen() ? ::close(std::exchange(fd_, -1)) : fd_; }
 

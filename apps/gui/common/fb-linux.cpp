@@ -37,6 +37,7 @@ FbLinux::FbLinux(const std::string& path) : path_(path), isReadOnly_(true), mapp
 FbLinux::~FbLinux() {
     if (mapping_ != unmapped())
         munmap(mapping_, memory_.smem_len);
+    fd_.release();
 }
 
 void FbLinux::init() {
@@ -47,7 +48,7 @@ void FbLinux::mapFramebuffer() {
     openDevice();
     readScreenInfo();
     setBuffers();
-    if (ioctl(fd_, FBIOGET_FSCREENINFO, &memory_) < 0)
+    if (ioctl(fd_.get(), FBIOGET_FSCREENINFO, &memory_) < 0)
         throwErrorNumber(__FILE__, __LINE__, "screen info");
     if (!isReadOnly_) {
         screen_.yoffset = 0;
@@ -60,13 +61,13 @@ void FbLinux::mapFramebuffer() {
 }
 
 void FbLinux::openDevice() {
-    fd_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd_ < 0)
+    fd_ = Descriptor(open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    if (!fd_.isOpen())
         throwErrorNumber(__FILE__, __LINE__, "frambuffer open");
 }
 
 void FbLinux::readScreenInfo() {
-    if (ioctl(fd_, FBIOGET_VSCREENINFO, &screen_) < 0)
+    if (ioctl(fd_.get(), FBIOGET_VSCREENINFO, &screen_) < 0)
         throwErrorNumber(__FILE__, __LINE__, "screen info");
 }
 
@@ -77,15 +78,16 @@ void FbLinux::setBuffers() {
         return;
     }
     waitVSync();
-    screen_.yres_virtual = static_cast<std::uint32_t>(buffers_) * screen_.yres; // the device refuses nonsense
-    if (ioctl(fd_, FBIOPUT_VSCREENINFO, &screen_) < 0)
+    screen_.yres_virtual =
+        static_cast<std::uint32_t>(buffers_) * screen_.yres; // the driver refuses invalid counts
+    if (ioctl(fd_.get(), FBIOPUT_VSCREENINFO, &screen_) < 0)
         throwErrorNumber(__FILE__, __LINE__, "screen info");
     readScreenInfo();
 }
 
-// A signal that comes in between is no failure: the next frame pans again.
+// A signal is not a failure: the next frame pans again.
 void FbLinux::pan() {
-    if (ioctl(fd_, FBIOPAN_DISPLAY, &screen_) < 0 && errno != EINTR)
+    if (ioctl(fd_.get(), FBIOPAN_DISPLAY, &screen_) < 0 && errno != EINTR)
         throwErrorNumber(__FILE__, __LINE__, "pan");
 }
 
@@ -103,16 +105,16 @@ void FbLinux::logGeometry() const {
 }
 
 void FbLinux::map() {
-    void* const start = mmap(nullptr, memory_.smem_len, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, 0);
+    void* const start = mmap(nullptr, memory_.smem_len, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), 0);
     if (start == MAP_FAILED)
         throwErrorNumber(__FILE__, __LINE__, "map framebuffer");
     mapping_ = static_cast<unsigned char*>(start);
 }
 
-// A signal that ends the wait is no failure either: the frame is drawn a little early.
+// A signal is not a failure: the next frame is drawn a little early.
 void FbLinux::waitVSync() {
     std::uint32_t display = 0;
-    if (ioctl(fd_, FBIO_WAITFORVSYNC, &display) < 0 && errno != EINTR)
+    if (ioctl(fd_.get(), FBIO_WAITFORVSYNC, &display) < 0 && errno != EINTR)
         throwErrorNumber(__FILE__, __LINE__, "vsync");
 }
 
@@ -153,17 +155,17 @@ unsigned char* FbLinux::currentAddress() {
 
 unsigned char* FbLinux::bufferAddress(std::int64_t index) const {
     const std::uint64_t usable = usableSize();
-    const std::uint64_t begin = product(static_cast<std::uint64_t>(index), frameSize()); // vast if negative
+    const std::uint64_t begin =
+        product(static_cast<std::uint64_t>(index), frameSize()); // beyond any mapping if negative
     if (mapping_ == unmapped() || begin > usable || frameSize() > usable - begin)
         return nullptr;
     return mapping_ + begin;
 }
 
-// How much of the mapping there is. Of a plain file in the device's place no more can be touched than it
-// holds: beyond its end waits SIGBUS.
+// The accessible size of the mapping. If the device is a regular file, access beyond its end raises SIGBUS.
 std::uint64_t FbLinux::usableSize() const {
     struct stat status {};
-    if (mapping_ == unmapped() || fstat(fd_, &status) < 0)
+    if (mapping_ == unmapped() || fstat(fd_.get(), &status) < 0)
         return 0;
     if (!S_ISREG(status.st_mode))
         return memory_.smem_len;

@@ -1,13 +1,14 @@
 #pragma once
 
-#include <cstddef>
+#include "apps/common/files/descriptor.h"
+
 #include <cstdint>
 #include <linux/fb.h>
 #include <string>
 
-/// A Linux framebuffer device, mapped into the process: to draw into, or to read what another process shows.
+/// A Linux framebuffer device, mapped into the process for drawing or for reading what another process shows.
 /// The video memory holds several buffers of the size of the screen, one below the other. One of them is on
-/// display, and panning puts another one there at once:
+/// display; panning displays another one:
 ///
 ///     mapping   address of buffer i = mapping + i * frameSize
 ///     |
@@ -19,10 +20,10 @@
 ///
 /// Rows lie xres * bytesPerPixel() apart.
 ///
-/// What the device says of its geometry is not believed: a buffer that is not wholly inside the mapping has
-/// no address, and nothing here reads or writes outside.
+/// The geometry that the device reports is not trusted: a buffer that is not entirely inside the mapping has
+/// no address, and no function reads or writes outside the mapping.
 ///
-/// Failures throw std::runtime_error through throwErrorNumber with the text named, ": " and the reason.
+/// Failures throw std::runtime_error through throwErrorNumber with the given text, ": " and the reason.
 class FbLinux {
 public:
     /// For drawing, with `buffers` buffers. Opens nothing yet.
@@ -39,29 +40,29 @@ public:
     /// mapFramebuffer(). REQUIRES: called once.
     void init();
 
-    /// Opens the device and maps it; for drawing also sets the number of buffers up, puts buffer 0 on display
-    /// and clears it. The mapping is writable in either mode. Throws "frambuffer open", "screen info",
+    /// Opens the device and maps it; for drawing also sets the number of buffers, displays buffer 0 and
+    /// clears it. The mapping is writable in both modes. Throws "frambuffer open", "screen info",
     /// "vsync", "pan", "map framebuffer".
     void mapFramebuffer();
 
-    /// Waits until the first display begins a new frame. Returns early when a signal comes. Throws "vsync".
+    /// Waits until the first display begins a new frame. A signal ends the wait early. Throws "vsync".
     void waitVSync();
 
-    /// Puts the back buffer on display and takes the next one as back buffer. Throws "pan", and when the
-    /// object is for reading, "Not allowed in read only mode".
+    /// Displays the back buffer and makes the next one the back buffer. Throws "pan"; if the object is for
+    /// reading, "Not allowed in read only mode".
     void show();
 
-    /// Zeroes the back buffer, as much of it as is inside the mapping. Throws "Not allowed in read only
+    /// Zeroes the part of the back buffer that is inside the mapping. Throws "Not allowed in read only
     /// mode".
     void clear();
 
-    /// The buffer to draw into next, and the one that show() has put on display last. Null when it is not
-    /// inside the mapping.
+    /// The buffer to draw into next, and the one that show() displayed last. Null if it is not inside the
+    /// mapping.
     unsigned char* backbufferAddress() const;
     unsigned char* frontbufferAddress() const;
 
-    /// The buffer that is on display now, whoever put it there. Null when it is not inside the mapping. The
-    /// geometry is read anew for this and holds for the answer. Throws "screen info".
+    /// The buffer that is on display now, whichever process panned it. Reads the geometry again. Null if the
+    /// buffer is not inside the mapping. Throws "screen info".
     unsigned char* currentAddress();
 
     std::uint32_t width() const { return screen_.xres; }
@@ -86,7 +87,7 @@ private:
     unsigned char* bufferAddress(std::int64_t index) const;
 
     std::string path_;
-    int fd_ = -1;
+    Descriptor fd_;
     int buffers_ = 0;
     int index_ = 0; // of the back buffer
     bool isReadOnly_;

@@ -7,17 +7,17 @@ namespace {
 constexpr std::uint32_t POLYNOMIAL = 0x04C11DB7;
 constexpr std::uint32_t TOP_BIT = 0x80000000;
 
-constexpr std::uint32_t divided(std::uint32_t byte) {
-    std::uint32_t rest = byte << 24;
+constexpr std::uint32_t remainderOf(std::uint32_t byte) {
+    std::uint32_t remainder = byte << 24;
     for (int bit = 0; bit < 8; ++bit)
-        rest = (rest << 1) ^ ((rest & TOP_BIT) != 0 ? POLYNOMIAL : 0);
-    return rest;
+        remainder = (remainder << 1) ^ ((remainder & TOP_BIT) != 0 ? POLYNOMIAL : 0);
+    return remainder;
 }
 
 constexpr std::array<std::uint32_t, 256> makeTable() {
     std::array<std::uint32_t, 256> table{};
     for (std::uint32_t byte = 0; byte < table.size(); ++byte)
-        table[byte] = divided(byte);
+        table[byte] = remainderOf(byte);
     return table;
 }
 

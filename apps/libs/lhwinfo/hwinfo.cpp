@@ -2,7 +2,6 @@
 
 #include "apps/common/diagnostics/constants.h"
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/libs/lhwinfo/parameters.h"
 
 #include <cstring>
 
@@ -46,9 +45,9 @@ void HwInfo::declareParameters() {
 }
 
 void HwInfo::declareCard() {
-    add<PersistentInfo::Int>(card_, VERSION, PersistentInfo::PRIVATE);
-    add<PersistentInfo::Int>(card_, LENGTH, PersistentInfo::PRIVATE, CARD_SIZE);
-    add<PersistentInfo::Int>(card_, CHECKSUM, PersistentInfo::PRIVATE);
+    add<PersistentInfo::Int>(card_, VERSION, Parameter::PRIVATE);
+    add<PersistentInfo::Int>(card_, LENGTH, Parameter::PRIVATE, CARD_SIZE);
+    add<PersistentInfo::Int>(card_, CHECKSUM, Parameter::PRIVATE);
     for (const char* name : TEXTS)
         add<PersistentInfo::String>(card_, name, TEXT_LENGTH);
     for (const char* name : NUMBERS)
@@ -58,7 +57,7 @@ void HwInfo::declareCard() {
 
 void HwInfo::declareRegister() {
     add<PersistentInfo::Bits>(register_, Constants::HWINFO_UPDATE_REQ, 1u);
-    add<PersistentInfo::Bits>(register_, Constants::HWINFO_UNUSED, 26u, PersistentInfo::FILLER);
+    add<PersistentInfo::Bits>(register_, Constants::HWINFO_UNUSED, 26u, Parameter::FILLER);
     add<PersistentInfo::Bits>(register_, Constants::HWINFO_BOOT_FAILED, 1u);
     add<PersistentInfo::Bits>(register_, Constants::HWINFO_BOOT_FAILED_COUNTER, 4u);
 }
@@ -82,7 +81,7 @@ HwInfo::Content HwInfo::examine() {
     const unsigned int length = number(LENGTH);
     if (length >= card_.size())
         return isIntact(length) ? Content::Valid : Content::Invalid;
-    // Where growing was cut short the new checksum stands beside the old length.
+    // If a power cut interrupts growing, the block has the new checksum and the old length.
     const bool isBlock = length > PersistentInfo::HEADER_SIZE && (isIntact(length) || isIntact(card_.size()));
     return isBlock ? Content::Older : Content::Invalid;
 }
@@ -127,12 +126,12 @@ bool HwInfo::write(const std::string& assignment) {
 }
 
 bool HwInfo::write(const char* name, const char* text, unsigned int length) {
-    const PersistentInfo::Base* const parameter = card_.parameter(name);
+    const Parameter* const parameter = card_.parameter(name);
     if (parameter == nullptr)
         return false;
     if (parameter->isPrivate())
         throwError(__FILE__, __LINE__, "%s is private.", name);
-    if (parameter->kind() != PersistentInfo::Kind::String || text == nullptr)
+    if (parameter->kind() != Parameter::Kind::String || text == nullptr)
         return false;
     card_.requireInside(number(LENGTH));
     return sealed(card_.set(name, std::string(text, strnlen(text, length))));
@@ -143,11 +142,11 @@ std::string HwInfo::refusal(const std::string& assignment) const {
     if (end == std::string::npos)
         return assignment + " has no \"=\"";
     const std::string name = assignment.substr(0, end);
-    const PersistentInfo::Base* parameter = card_.parameter(name.c_str());
+    const Parameter* parameter = card_.parameter(name.c_str());
     if (parameter == nullptr)
         parameter = register_.parameter(name.c_str());
     if (parameter == nullptr || parameter->name() != name)
-        return name + " is no parameter";
+        return "Unknown parameter: " + name;
     return parameter->isPrivate() ? name + " is private" : parameter->refusal(assignment.substr(end + 1));
 }
 
@@ -167,7 +166,7 @@ void HwInfo::initNewMemory(unsigned int length) {
 }
 
 void HwInfo::clear() {
-    // With a shorter length, a block that is half cleared would be taken for an older one and be kept.
+    // The length first: otherwise a half-cleared block with a shorter length would count as an older one.
     const unsigned int size = card_.size();
     card_.set(LENGTH, &size);
     card_.setNewMemToDefault(PersistentInfo::HEADER_SIZE, size);
@@ -175,12 +174,12 @@ void HwInfo::clear() {
     updateChecksum();
 }
 
-void HwInfo::printParameters(std::ostream& out) const {
-    card_.printParameters(out);
-    register_.printParameters(out);
+void HwInfo::printParameters() const {
+    card_.printParameters();
+    register_.printParameters();
 }
 
-void HwInfo::printAll(std::ostream& out) const {
-    card_.printAll(out);
-    register_.printAll(out);
+void HwInfo::printAll() const {
+    card_.printAll();
+    register_.printAll();
 }

@@ -1,7 +1,6 @@
 #include "apps/libs/lhwinfo/parameters.h"
 
 #include <charconv>
-#include <optional>
 
 namespace {
 
@@ -31,51 +30,59 @@ ConstBlock wordOf(ConstBlock block, unsigned int bit) {
     return block + std::size_t{bit / WORD_BITS} * WORD_BYTES;
 }
 
-std::size_t byteAtOrBehind(unsigned int bit) {
+std::size_t nextByte(unsigned int bit) {
     return (std::size_t{bit} + 7) / 8;
 }
 
 } // namespace
 
-std::string PersistentInfo::Number::value(ConstBlock block, unsigned int bit) const {
+std::string NumberParameter::value(ConstBlock block, unsigned int bit) const {
     return std::to_string(load(block, bit));
 }
 
-bool PersistentInfo::Number::setValue(Block block, unsigned int bit, const std::string& text) const {
+bool NumberParameter::setValue(Block block, unsigned int bit, const std::string& text) const {
     const std::optional<std::uint32_t> number = parse(text);
-    if (!number || *number > maximum())
-        return false;
-    store(block, bit, *number);
-    return true;
+    return number && setValue(block, bit, *number);
 }
 
-std::string PersistentInfo::Number::refusal(const std::string& text) const {
+bool NumberParameter::setValue(Block block, unsigned int bit, std::uint32_t number) const {
+    if (number > maximum())
+        return false;
+    store(block, bit, number);
+    return load(block, bit) == number;
+}
+
+std::optional<std::uint32_t> NumberParameter::number(ConstBlock block, unsigned int bit) const {
+    return load(block, bit);
+}
+
+std::string NumberParameter::refusal(const std::string& text) const {
     const std::optional<std::uint32_t> number = parse(text);
     if (number && *number <= maximum())
         return "";
     return name() + " takes a number from 0 to " + std::to_string(maximum());
 }
 
-std::uint64_t PersistentInfo::Int::endByte(unsigned int bit) const {
-    return std::uint64_t{byteAtOrBehind(bit)} + WORD_BYTES;
+std::uint64_t IntParameter::endByte(unsigned int bit) const {
+    return std::uint64_t{nextByte(bit)} + WORD_BYTES;
 }
 
-std::uint32_t PersistentInfo::Int::load(ConstBlock block, unsigned int bit) const {
-    return loadWord(block + byteAtOrBehind(bit));
+std::uint32_t IntParameter::load(ConstBlock block, unsigned int bit) const {
+    return loadWord(block + nextByte(bit));
 }
 
-void PersistentInfo::Int::store(Block block, unsigned int bit, std::uint32_t number) const {
-    storeWord(block + byteAtOrBehind(bit), number);
+void IntParameter::store(Block block, unsigned int bit, std::uint32_t number) const {
+    storeWord(block + nextByte(bit), number);
 }
 
-std::string PersistentInfo::String::value(ConstBlock block, unsigned int bit) const {
+std::string StringParameter::value(ConstBlock block, unsigned int bit) const {
     std::string text;
     for (ConstBlock next = block + bit / 8; text.size() < length_ && *next != 0; ++next)
         text.push_back(static_cast<char>(*next));
     return text;
 }
 
-bool PersistentInfo::String::setValue(Block block, unsigned int bit, const std::string& text) const {
+bool StringParameter::setValue(Block block, unsigned int bit, const std::string& text) const {
     if (!refusal(text).empty())
         return false;
     const Block field = block + bit / 8;
@@ -84,27 +91,27 @@ bool PersistentInfo::String::setValue(Block block, unsigned int bit, const std::
     return true;
 }
 
-std::string PersistentInfo::String::refusal(const std::string& text) const {
+std::string StringParameter::refusal(const std::string& text) const {
     if (text.size() > length_)
         return name() + " takes at most " + std::to_string(length_) + " bytes";
     return text.find('\0') == std::string::npos ? "" : name() + " takes no zero bytes";
 }
 
-std::uint64_t PersistentInfo::String::endByte(unsigned int bit) const {
+std::uint64_t StringParameter::endByte(unsigned int bit) const {
     return std::uint64_t{bit / 8} + length_;
 }
 
-std::uint64_t PersistentInfo::Bits::endByte(unsigned int bit) const {
+std::uint64_t BitsParameter::endByte(unsigned int bit) const {
     if (width_ == 0 || width_ > WORD_BITS - bit % WORD_BITS)
         return NOWHERE;
     return std::uint64_t{bit / WORD_BITS} * WORD_BYTES + WORD_BYTES;
 }
 
-std::uint32_t PersistentInfo::Bits::load(ConstBlock block, unsigned int bit) const {
+std::uint32_t BitsParameter::load(ConstBlock block, unsigned int bit) const {
     return (loadWord(wordOf(block, bit)) >> shift(bit)) & maximum();
 }
 
-void PersistentInfo::Bits::store(Block block, unsigned int bit, std::uint32_t number) const {
+void BitsParameter::store(Block block, unsigned int bit, std::uint32_t number) const {
     const Block address = wordOf(block, bit);
     const std::uint32_t others = loadWord(address) & ~(maximum() << shift(bit));
     storeWord(address, others | (number << shift(bit)));

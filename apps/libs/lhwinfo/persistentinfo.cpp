@@ -2,14 +2,13 @@
 
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/libs/lhwinfo/checksum.h"
-#include "apps/libs/lhwinfo/parameters.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <fcntl.h>
-#include <ostream>
+#include <iostream>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,7 +33,8 @@ std::string printable(const std::string& text) {
     return result;
 }
 
-// Whether a file or block device ends before byte `end`. Of a device without an end, as /dev/mem, false.
+// Returns whether a file or block device ends before byte `end`; false for a device without an end, as
+// /dev/mem.
 bool endsBefore(int fd, off_t end) {
     struct stat status {};
     if (fstat(fd, &status) < 0 || (!S_ISREG(status.st_mode) && !S_ISBLK(status.st_mode)))
@@ -54,16 +54,16 @@ PersistentInfo::~PersistentInfo() {
     release();
 }
 
-// Opening one of these devices does not wait, so no signal interrupts it.
+// No retry after EINTR: opening one of these devices does not block.
 void PersistentInfo::open() {
     release();
-    fd_ = ::open(device_, O_RDWR | O_CLOEXEC);
-    if (fd_ < 0)
-        fail("open");
-    // Touching a page behind the end of a file would end the process.
-    if (endsBefore(fd_, off_t{offset_} + off_t{size_})) {
+    fd_ = Descriptor(::open(device_, O_RDWR | O_CLOEXEC));
+    if (!fd_.isOpen())
+        throwErrorNumber(__FILE__, __LINE__, "open");
+    // Access to a page beyond the end of a file raises SIGBUS.
+    if (endsBefore(fd_.get(), off_t{offset_} + off_t{size_})) {
         errno = ENXIO;
-        fail("mmap");
+        throwErrorNumber(__FILE__, __LINE__, "mmap");
     }
     map();
 }
@@ -72,9 +72,9 @@ void PersistentInfo::map() {
     distance_ = offset_ % static_cast<unsigned int>(getpagesize());
     mappedLength_ = std::size_t{size_} + distance_;
     const off_t start = off_t{offset_} - off_t{distance_};
-    void* const mapping = mmap(nullptr, mappedLength_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, start);
+    void* const mapping = mmap(nullptr, mappedLength_, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), start);
     if (mapping == nullptr || mapping == MAP_FAILED)
-        fail("mmap");
+        throwErrorNumber(__FILE__, __LINE__, "mmap");
     mapping_ = mapping;
     block_ = static_cast<Block>(mapping_) + distance_;
 }
@@ -82,23 +82,13 @@ void PersistentInfo::map() {
 void PersistentInfo::release() noexcept {
     if (mapping_ != nullptr)
         munmap(mapping_, mappedLength_);
-    if (fd_ >= 0)
-        close(fd_);
     mapping_ = nullptr;
     block_ = nullptr;
-    fd_ = -1;
-}
-
-// A constructor that throws has no destructor to close what it opened.
-void PersistentInfo::fail(const char* call) {
-    const int reason = errno;
-    release();
-    errno = reason;
-    throwErrorNumber(__FILE__, __LINE__, call);
+    fd_.close();
 }
 
 void PersistentInfo::addInfo(std::unique_ptr<Base> parameter) {
-    // Bits are counted in 32 bits.
+    // bits_ has 32 bits.
     const std::uint64_t limit = std::min(size_, UINT_MAX / 8);
     if (parameter->endByte(bits_) > limit)
         throwError(__FILE__, __LINE__, "%s does not fit.", parameter->name().c_str());
@@ -127,11 +117,11 @@ PersistentInfo::Place PersistentInfo::findToSet(const char* name, bool refusePri
 
 bool PersistentInfo::get(const char* name, unsigned int& out) const {
     const Place place = find(name);
-    const auto* const number = dynamic_cast<const Number*>(place.parameter);
-    if (number == nullptr)
+    if (place.parameter == nullptr)
         return false;
-    out = number->load(block_, place.bit);
-    return true;
+    const std::optional<std::uint32_t> number = place.parameter->number(block_, place.bit);
+    out = number.value_or(out);
+    return number.has_value();
 }
 
 bool PersistentInfo::get(const char* name, std::string& out) const {
@@ -144,11 +134,8 @@ bool PersistentInfo::get(const char* name, std::string& out) const {
 
 bool PersistentInfo::set(const char* name, const unsigned int* value, bool refusePrivate) {
     const Place place = findToSet(name, refusePrivate);
-    const auto* const number = dynamic_cast<const Number*>(place.parameter);
-    if (number == nullptr || value == nullptr || *value > number->maximum())
-        return false;
-    number->store(block_, place.bit, *value);
-    return true;
+    return place.parameter != nullptr && value != nullptr &&
+           place.parameter->setValue(block_, place.bit, std::uint32_t{*value});
 }
 
 bool PersistentInfo::set(const char* name, const std::string& text, bool refusePrivate) {
@@ -178,29 +165,29 @@ void PersistentInfo::setNewMemToDefault(unsigned int from, unsigned int to) {
 void PersistentInfo::clearAll() {
     unsigned int bit = 0;
     for (const std::unique_ptr<Base>& parameter : parameters_) {
-        parameter->setValue(block_, bit, parameter->kind() == Kind::String ? "" : "0");
+        parameter->setValue(block_, bit, parameter->kind() == Base::Kind::String ? "" : "0");
         bit += parameter->sizeInBits();
     }
 }
 
-void PersistentInfo::printParameters(std::ostream& out) const {
+void PersistentInfo::printParameters() const {
     unsigned int bit = 0;
     for (const std::unique_ptr<Base>& parameter : parameters_) {
         if (!parameter->isPrivate() && !parameter->isFiller())
-            out << parameter->name() << '=' << printable(parameter->value(block_, bit)) << '\n';
+            std::cout << parameter->name() << '=' << printable(parameter->value(block_, bit)) << '\n';
         bit += parameter->sizeInBits();
     }
 }
 
-void PersistentInfo::printAll(std::ostream& out) const {
-    out << "   byte.bit   bits  name                          value\n";
+void PersistentInfo::printAll() const {
+    std::cout << "   byte.bit   bits  name                          value\n";
     unsigned int bit = 0;
     for (const std::unique_ptr<Base>& parameter : parameters_) {
         const char* const remark = parameter->isPrivate() ? "private" : parameter->isFiller() ? "filler" : "";
         char columns[128];
         std::snprintf(columns, sizeof columns, "%9u.%u %6u  %-21s %-7s ", bit / 8, bit % 8,
                       parameter->sizeInBits(), parameter->name().c_str(), remark);
-        out << columns << printable(parameter->value(block_, bit)) << '\n';
+        std::cout << columns << printable(parameter->value(block_, bit)) << '\n';
         bit += parameter->sizeInBits();
     }
 }

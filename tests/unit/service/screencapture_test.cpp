@@ -109,18 +109,12 @@ TEST_F(ScreenCaptureTest, GeometryThatLiesFailsThePictureOnlyAndOneThatChangesIs
         {"image", 320, 200, 16, 0},     {"image", 320, 200, 24, 0},   {"image", 320, 200, 0, 0},
         {"image", 65536, 65536, 32, 0},
     };
-    const auto set = [&](std::uint32_t xres, std::uint32_t yres, std::uint32_t bits, std::uint32_t yoffset) {
-        screen_.state().xres = xres;
-        screen_.state().yres = yres;
-        screen_.state().bitsPerPixel = bits;
-        screen_.state().yoffset = yoffset;
-    };
     for (const auto& [stage, xres, yres, bits, yoffset] : lies) {
-        set(xres, yres, bits, yoffset);
+        screen_.setGeometry(xres, yres, bits, yoffset);
         EXPECT_THAT(failure(capture_), EndsWith(std::string(" PNG: write ") + stage + " error"));
     }
     screen_.paint(0, 1);
-    set(100, 500, 32, 0);
+    screen_.setGeometry(100, 500, 32, 0);
     const Picture picture = decoded(captured(capture_));
     EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(100U, 500U));
     EXPECT_EQ(picture.pixels, Bytes(screen_.buffer(0), screen_.buffer(0) + 4 * 100 * 500));

@@ -1,24 +1,23 @@
 #include "apps/libs/lhwinfo/tool/commands.h"
 
-#include "apps/libs/lhwinfo/hwinfo.h"
-
 #include <algorithm>
 #include <iostream>
 
 const char* const USAGE =
-    R"(usage: hwinfo print [--all]                   list the values, or all there is with its place
+    R"(usage: hwinfo print [--all]                   list the values; --all: all parameters with their places
        hwinfo get NAME                        print one value
        hwinfo set NAME=VALUE...               set values
        hwinfo create [--force] [NAME=VALUE...]
-                                              make a new block: all zero or empty but what is given
-       hwinfo help                            print this
+                                              create a block of zero and empty values, except those given
+       hwinfo help                            print this text
 
-Hardware information of the card /dev/mmcblk1 and of the register in /dev/mem. Numbers are decimal or, behind
-0x, hexadecimal. Of several values either all are set or none. create keeps a block that is valid unless
---force is given, and leaves the register but for what is given. The other commands take a valid block; one
-of an older layout is grown to the new layout first.
+Hardware information on the card /dev/mmcblk1 and in the register in /dev/mem. Numbers are decimal, or
+hexadecimal with the prefix 0x. If one of several values is invalid, none is set. create replaces a valid block
+only with --force and sets in the register only the given values. The other commands need a valid block; they
+extend a block of an older layout to the new layout first.
 
-Exit status: 0 done, 1 failed, nothing is changed, 2 not a command line as above. Reasons go to standard error.
+Exit status: 0 success; 1 failure, nothing is changed, unless the message says that the device does not store a
+value: then the values before it are set; 2 invalid command line. Error messages go to standard error.
 )";
 
 namespace {
@@ -26,7 +25,7 @@ namespace {
 using Words = std::span<const std::string>;
 using Content = HwInfo::Content;
 
-// Takes `option` off the front of `words`. Returns whether it was there.
+// Removes `option` from the front of `words`. Returns whether it was there.
 bool takeOption(Words& words, const char* option) {
     if (words.empty() || words.front() != option)
         return false;
@@ -46,7 +45,8 @@ HwInfo openDevices() {
 
 void requireValid(HwInfo& info) {
     if (info.examine() == Content::Invalid)
-        throw std::runtime_error("The card holds no valid hardware information. \"hwinfo create\" makes it.");
+        throw std::runtime_error(
+            "The card holds no valid hardware information. \"hwinfo create\" creates it.");
     info.initialize();
 }
 
@@ -56,23 +56,24 @@ void requireAcceptable(const HwInfo& info, Words assignments) {
             throw std::runtime_error(reason + ".");
 }
 
-void write(HwInfo& info, Words assignments) {
-    for (const std::string& assignment : assignments)
-        if (!info.write(assignment))
-            throw std::runtime_error(assignment + " is not stored.");
-    info.flush();
+// "<name> is <value>": what the device holds instead of the value that it did not store.
+std::string present(const HwInfo& info, const std::string& assignment) {
+    const std::string name = assignment.substr(0, assignment.find('='));
+    std::string value;
+    info.read(name.c_str(), value);
+    return name + " is " + value;
 }
 
 void print(Words words) {
     const bool isAll = takeOption(words, "--all");
     if (!words.empty())
-        throw UsageError("print takes no \"" + words.front() + "\".");
+        throw UsageError("Unknown argument: " + words.front() + ".");
     HwInfo info = openDevices();
     requireValid(info);
     if (isAll)
-        info.printAll(std::cout);
+        info.printAll();
     else
-        info.printParameters(std::cout);
+        info.printParameters();
 }
 
 void get(Words words) {
@@ -82,7 +83,7 @@ void get(Words words) {
     requireValid(info);
     std::string value;
     if (!info.read(words.front().c_str(), value))
-        throw std::runtime_error(words.front() + " is no parameter.");
+        throw std::runtime_error("Unknown parameter: " + words.front() + ".");
     std::cout << value << '\n';
 }
 
@@ -91,25 +92,33 @@ void set(Words words) {
         throw UsageError("set takes at least one NAME=VALUE.");
     HwInfo info = openDevices();
     requireValid(info);
-    requireAcceptable(info, words);
-    write(info, words);
+    setValues(info, words);
 }
 
 void create(Words words) {
     const bool isForced = takeOption(words, "--force");
     HwInfo info = openDevices();
     if (info.examine() != Content::Invalid && !isForced)
-        throw std::runtime_error("The card holds valid hardware information. With --force it is replaced.");
+        throw std::runtime_error("The card holds valid hardware information. --force replaces it.");
     requireAcceptable(info, words);
     info.clear();
-    write(info, words);
+    setValues(info, words);
 }
 
 } // namespace
 
+void setValues(HwInfo& info, std::span<const std::string> assignments) {
+    requireAcceptable(info, assignments);
+    for (const std::string& assignment : assignments)
+        if (!info.write(assignment))
+            throw std::runtime_error("The device does not store " + assignment + ": " +
+                                     present(info, assignment) + ".");
+    info.flush();
+}
+
 void runCommand(std::span<const std::string> words) {
     if (words.empty())
-        throw UsageError("A command is missing.");
+        throw UsageError("The command is missing.");
     const std::string& name = words.front();
     const Words arguments = words.subspan(1);
     if (name == "print")
@@ -123,5 +132,5 @@ void runCommand(std::span<const std::string> words) {
     else if (name == "help" || name == "--help")
         std::cout << USAGE;
     else
-        throw UsageError("\"" + name + "\" is no command.");
+        throw UsageError("Unknown command: " + name + ".");
 }
