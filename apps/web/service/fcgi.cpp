@@ -17,7 +17,7 @@ namespace {
 constexpr int BACKLOG = 10;
 constexpr int INHERITED_FD = 0;
 
-Descriptor openSpare() {
+Descriptor openReserved() {
     return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
@@ -31,8 +31,8 @@ Descriptor listenOn(int port) {
     if (!fd.isOpen())
         throwErrorNumber(__FILE__, __LINE__, "socket");
     setOption(fd.get(), SOL_SOCKET, SO_REUSEADDR);
-    setOption(fd.get(), IPPROTO_TCP,
-              TCP_NODELAY); // accepted sockets inherit it: an answer's end goes out at once
+    // Accepted sockets inherit this: the end of an answer is sent at once.
+    setOption(fd.get(), IPPROTO_TCP, TCP_NODELAY);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<in_port_t>(port));
@@ -46,11 +46,11 @@ Descriptor listenOn(int port) {
 } // namespace
 
 Fcgi::Fcgi(int port, EventPoll& poll)
-    : socket_(listenOn(port)), poll_(poll), parked_(poll), spare_(openSpare()) {
+    : socket_(listenOn(port)), poll_(poll), parked_(poll), reserved_(openReserved()) {
     poll_.add(listening(), this, EPOLLIN);
 }
 
-Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), spare_(openSpare()) {
+Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), reserved_(openReserved()) {
     poll_.add(listening(), this, EPOLLIN);
 }
 
@@ -69,29 +69,29 @@ int Fcgi::listening() const {
 void Fcgi::event(EventType type) {
     if (type > Readable)
         return;
-    const int fd = accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0)
+    Descriptor connection(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!connection.isOpen())
         acceptFailed();
     else if (isFull())
-        parked_.add(fd);
+        parked_.add(std::move(connection));
     else
-        serve(fd);
+        serve(std::move(connection));
 }
 
 bool Fcgi::isFull() {
     if (registry_.size() < MAX_REQUESTS)
         return false;
-    cleanup(); // safe here: a marked request has left the loop, no event of this turn can reach it any more
+    cleanup(); // safe: a marked request has left the loop and gets no more events
     const auto isOpen = [](const auto& entry) { return !entry.second->isFinished(); };
     return std::count_if(registry_.begin(), registry_.end(), isOpen) >=
            static_cast<std::ptrdiff_t>(MAX_REQUESTS);
 }
 
-void Fcgi::serve(int fd) {
-    const unsigned int id = nextId_++;
-    auto& request = accepted_[id];
-    request = std::make_unique<Request>(this, fd, id);
+void Fcgi::serve(Descriptor connection) {
+    const int fd = connection.release();
+    auto request = std::make_unique<Request>(this, fd, static_cast<int>(nextId_++));
     poll_.add(fd, request.get(), EPOLLIN);
+    accepted_.emplace(request.get(), std::move(request));
 }
 
 void Fcgi::acceptFailed() {
@@ -100,7 +100,7 @@ void Fcgi::acceptFailed() {
     case EAGAIN:
     case ECONNABORTED:
     case EPROTO:
-        return; // nobody there any more: the next readiness accepts
+        return; // the client has disconnected, or a signal came: the next event accepts
     case EMFILE:
     case ENFILE:
     case ENOBUFS:
@@ -111,13 +111,12 @@ void Fcgi::acceptFailed() {
     }
 }
 
-// Without descriptors the connection would stay in the queue and the listening socket readable for ever. The
-// spare one makes room to accept it and to close it.
+// Without a descriptor the connection stays in the queue and keeps the listening socket readable.
 void Fcgi::rejectConnection() {
     LOG_MESSAGE(Warn, "Out of descriptors, connection turned away");
-    spare_.close();
+    reserved_.close();
     Descriptor(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC)).close();
-    spare_ = openSpare();
+    reserved_ = openReserved();
 }
 
 Request* Fcgi::request(unsigned int id) const {
@@ -139,12 +138,18 @@ void Fcgi::removeRequest(Request* request) {
 
 void Fcgi::cleanup() {
     for (const unsigned int id : marked_) {
-        if (registry_.erase(id) == 0) {
+        const auto entry = registry_.extract(id);
+        if (!entry) {
             LOG_MESSAGE(Warn, "Request %u no longer a valid request, though marked for deletion.", id);
             continue;
         }
         LOG_MESSAGE(DebugMost, "REQUEST delete(%i)", static_cast<int>(id));
-        accepted_.erase(id);
+        destroy(entry.mapped());
     }
     marked_.clear();
+}
+
+void Fcgi::destroy(Request* request) {
+    if (accepted_.erase(request) == 0)
+        delete request; // addRequest has taken the ownership
 }

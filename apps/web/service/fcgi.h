@@ -3,6 +3,7 @@
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/files/descriptor.h"
 #include "apps/web/service/fastcgi/parkedconnections.h"
+#include "apps/web/service/fastcgi/requestregistry.h"
 
 #include <map>
 #include <memory>
@@ -10,15 +11,15 @@
 
 class Request;
 
-/// The FastCGI server's front: accepts the web server's connections, keeps a registry of the requests whose
-/// input is complete, hands each of them to one callback, and deletes finished requests later, at a safe
-/// point.
+/// The FastCGI server's listener: accepts the web server's connections, keeps a registry of the requests
+/// whose input is complete, dispatches each of them to one callback, and deletes finished requests later,
+/// outside of their own event callbacks.
 ///
-///     accepted --STDIN ends--> registered, handed over --end or hang-up--> marked --cleanup--> deleted
+///     accepted --STDIN ends--> registered, dispatched --end or hang-up--> marked --cleanup--> deleted
 ///
-/// A request that hangs up before its input is complete was never registered: its descriptor is closed, the
-/// object stays until the listener goes.
-class Fcgi : public EventPoll::Callback {
+/// A request that hangs up before its input is complete was never registered: its descriptor is closed, and
+/// the object is deleted with the listener.
+class Fcgi : public EventPoll::Callback, public RequestRegistry {
 public:
     class RequestCallback {
     public:
@@ -27,48 +28,50 @@ public:
         virtual void handleRequest(Request* request) = 0;
     };
 
-    /// Unfinished requests in the registry at most. A connection beyond is accepted and left alone.
+    /// At most this many requests may be unfinished. Further connections are accepted but not read, and
+    /// closed when the client disconnects.
     static constexpr std::size_t MAX_REQUESTS = 32;
 
     /// Listens on all IPv4 interfaces and registers with `poll`, which must outlive the object.
     /// Throws through throwErrorNumber with "socket", "bind".
     Fcgi(int port, EventPoll& poll);
 
-    /// Registers descriptor 0 as an inherited listening socket, which stays open.
+    /// Registers descriptor 0, an inherited listening socket, which stays open.
     explicit Fcgi(EventPoll& poll);
 
-    /// Stops listening, ends every request that is registered and not finished, in ascending id order, and
-    /// deletes all.
+    /// Stops listening and ends every request that is registered and not finished, in ascending id order.
+    /// Deletes the requests that the listener accepted.
     ~Fcgi() override;
     Fcgi(const Fcgi&) = delete;
     Fcgi& operator=(const Fcgi&) = delete;
 
-    /// Accepts one connection. A client that is gone again is no error, and when the process is out of
-    /// descriptors the connection is closed at once with a Warn line. Throws through throwErrorNumber with
-    /// "accept" when the listening socket itself fails.
+    /// Accepts one connection. A client that has disconnected is no error. When the process has no descriptor
+    /// left, a reserved one is released so that the connection can be accepted and closed, with a Warn line.
+    /// Throws through throwErrorNumber with "accept" when the listening socket itself fails.
     void event(EventType type) override;
 
-    /// The registered request with this id, null if there is none. For callers that keep an id across turns.
+    /// The registered request with this id, or null. For callers that keep an id across turns of the loop.
     Request* request(unsigned int id) const;
 
-    /// The registered requests by id. The pointers hold until the next cleanup.
+    /// The registered requests by id. The pointers are valid until the next cleanup.
     const std::map<unsigned int, Request*>& requests() const { return registry_; }
 
-    /// Registers a request whose input is complete and hands it to the callback.
-    void addRequest(Request* request);
+    /// Registers a request whose input is complete, takes ownership of it and dispatches it to the callback.
+    void addRequest(Request* request) override;
 
     /// Takes a finished request out of the event loop and marks it for deletion.
-    void removeRequest(Request* request);
+    void removeRequest(Request* request) override;
 
     /// Deletes the marked requests. A marked id that is not registered gets a Warn line.
     void cleanup();
 
-    /// Receives the completed requests; null drops them. Not owned.
+    /// Receives the completed requests; with null they are not dispatched. Not owned.
     RequestCallback* callback = nullptr;
 
 private:
     bool isFull();
-    void serve(int fd);
+    void serve(Descriptor connection);
+    void destroy(Request* request);
     void acceptFailed();
     void rejectConnection();
 
@@ -79,7 +82,7 @@ private:
     std::map<unsigned int, Request*> registry_;
     std::vector<unsigned int> marked_;
     EventPoll& poll_;
-    std::map<unsigned int, std::unique_ptr<Request>> accepted_; // owns all, registered or not
+    std::map<const Request*, std::unique_ptr<Request>> accepted_; // by this listener, registered or not
     ParkedConnections parked_;
-    Descriptor spare_; // held free for rejectConnection
+    Descriptor reserved_; // released by rejectConnection
 };

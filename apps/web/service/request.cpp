@@ -2,7 +2,6 @@
 
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/web/service/fastcgi/sendall.h"
-#include "apps/web/service/fcgi.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,17 +18,47 @@ constexpr std::size_t FLUSH_SIZE = 8192;
 constexpr char ZEROS[8] = {};
 constexpr std::size_t MAX_RESERVED = 96U << 20;
 
-// The bytes to make room for when a body of the length `text` begins to arrive: a body that outgrows its
-// room again and again is held twice while it moves. What the web server says is not trusted beyond a limit.
-std::size_t roomFor(const std::string& text) {
+// The bytes to reserve for a body of the announced length `text`: a body that outgrows its memory is held
+// twice while it is moved. The announcement is not trusted beyond a limit.
+std::size_t sizeToReserve(const std::string& text) {
     std::size_t length = 0;
     std::from_chars(text.data(), text.data() + text.size(), length);
     return std::min(length, MAX_RESERVED);
 }
 
+void clear(std::stringstream& stream) {
+    stream.str({});
+    stream.clear();
+}
+
+// Removes up to `count` bytes from the front of `text` and returns them.
+std::string_view takeFront(std::string_view& text, std::size_t count) {
+    const std::string_view front = text.substr(0, count);
+    text.remove_prefix(front.size());
+    return front;
+}
+
+int decodeLength(const unsigned char*& cursor, int& remaining) {
+    if (remaining < 1)
+        return -1;
+    const unsigned char first = *cursor++;
+    --remaining;
+    if (first < 128)
+        return first;
+    if (remaining < 3) {
+        remaining = 0;
+        return -1;
+    }
+    const int length = (first & 0x7F) << 24 | cursor[0] << 16 | cursor[1] << 8 | cursor[2];
+    cursor += 3;
+    remaining -= 3;
+    return length;
+}
+
 } // namespace
 
-Request::Request(Fcgi* fcgi, int fd, unsigned int id) : fcgi_(fcgi), fd_(fd), id_(id) {}
+Request::Request(RequestRegistry* fcgi, int fd, int id)
+    : fcgi_(fcgi), socket_(fd), id_(static_cast<unsigned int>(id)) {}
 
 Request::~Request() {
     close();
@@ -47,9 +76,9 @@ void Request::event(EventType type) {
 }
 
 void Request::receive() {
-    const ReceiveBuffer::Result result = input_.fill(fd_);
-    while (!isClosed() && input_.hasRecord())
-        readRecord();
+    const ReceiveBuffer::Result result = input_.fill(socket_.get());
+    while (!isClosed() && input_.missing() == 0)
+        takeRecord();
     input_.release();
     if (result == ReceiveBuffer::Result::Closed && !isClosed())
         hangUp();
@@ -58,9 +87,15 @@ void Request::receive() {
 bool Request::readRecord() {
     if (isClosed())
         throwError(__FILE__, __LINE__, "Request is already closed.");
+    while (input_.missing() > 0)
+        if (input_.fill(socket_.get(), input_.missing()) != ReceiveBuffer::Result::Data)
+            return false;
+    return takeRecord();
+}
+
+// REQUIRES: a complete record.
+bool Request::takeRecord() {
     const std::string_view header = input_.take(header_.size());
-    if (header.size() != header_.size())
-        return false;
     std::copy(header.begin(), header.end(), header_.begin());
     const unsigned char type = header_[1];
     const unsigned int length = static_cast<unsigned int>(header_[4]) << 8 | header_[5];
@@ -68,7 +103,7 @@ bool Request::readRecord() {
     LOG_MESSAGE(DebugAll, "REQUEST     rx(%i, %i, %i)", header_[2] << 8 | header_[3], type,
                 static_cast<int>(length));
     const std::string_view content = input_.take(length + padding);
-    if (content.size() != length + padding || type > MaxType)
+    if (type > MaxType)
         return false;
     handleRecord(type, content.substr(0, length));
     return true;
@@ -85,31 +120,22 @@ void Request::handleRecord(unsigned char type, std::string_view content) {
     } else if (type == Stdin && length > 0) {
         appendPostData(data, length);
     } else if (type == Stdin) {
+        requireRegistry();
         fcgi_->addRequest(this);
     }
 }
 
-int Request::getLength(const unsigned char*& cursor, int& remaining) {
-    if (remaining < 1)
-        return -1;
-    const unsigned char first = *cursor++;
-    --remaining;
-    if (first < 128)
-        return first;
-    if (remaining < 3) {
-        remaining = 0;
-        return -1;
-    }
-    const int length = (first & 0x7F) << 24 | cursor[0] << 16 | cursor[1] << 8 | cursor[2];
-    cursor += 3;
-    remaining -= 3;
+int Request::getLength(unsigned char*& cursor, int& remaining) {
+    const unsigned char* next = cursor;
+    const int length = decodeLength(next, remaining);
+    cursor += next - cursor;
     return length;
 }
 
 void Request::addParams(const unsigned char* data, int length) {
     while (length > 0) {
-        const int nameLength = getLength(data, length);
-        const int valueLength = getLength(data, length);
+        const int nameLength = decodeLength(data, length);
+        const int valueLength = decodeLength(data, length);
         if (nameLength < 0 || valueLength < 0 || (nameLength == 0 && valueLength == 0))
             return;
         if (nameLength > length || valueLength > length - nameLength) // their sum may not fit an int
@@ -128,7 +154,7 @@ void Request::addParam(const std::string& name, const std::string& value) {
 
 void Request::appendPostData(const unsigned char* data, int length) {
     if (postData_.empty())
-        postData_.reserve(roomFor(param("CONTENT_LENGTH")));
+        postData_.reserve(sizeToReserve(param("CONTENT_LENGTH")));
     postData_.append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
 }
 
@@ -138,25 +164,38 @@ const std::string& Request::param(const std::string& name) const {
     return found == params_.end() ? MISSING : found->second;
 }
 
+bool Request::waitsFor(int tag) const {
+    const int* value = std::any_cast<int>(&context);
+    return value != nullptr && *value == tag;
+}
+
 void Request::begin(unsigned short requestId, bool keepConnection) {
     params_.clear();
-    output_.reset();
-    error_.reset();
+    clear(output_);
+    clear(error_);
     postData_.clear();
     context.reset();
     headerWritten_ = false;
     finished_ = false;
     keepConnection_ = keepConnection;
     requestId_ = requestId;
-    LOG_MESSAGE(DebugMost, "REQUEST  begin(%i, %i, %s)", fd_, requestId, keepConnection ? "true" : "false");
+    LOG_MESSAGE(DebugMost, "REQUEST  begin(%i, %i, %s)", socket_.get(), requestId,
+                keepConnection ? "true" : "false");
 }
 
-std::ostream& Request::output() {
+std::stringstream& Request::output() {
     if (!headerWritten_)
         writeHeader(DEFAULT_HEADER);
-    if (output_.text().size() > FLUSH_SIZE)
+    if (output_.view().size() > FLUSH_SIZE)
         sendOutput();
     return output_;
+}
+
+void Request::write(std::string_view text) {
+    if (text.size() <= FLUSH_SIZE)
+        output() << text;
+    else if (output().good())
+        sendStream(Stdout, output_, text);
 }
 
 void Request::writeHeader(const char* header) {
@@ -167,35 +206,39 @@ void Request::writeHeader(const char* header) {
         output_ << header;
 }
 
+void Request::requireRegistry() const {
+    if (fcgi_ == nullptr)
+        throw std::runtime_error("Request has no Fcgi.");
+}
+
 void Request::sendOutput() {
-    sendStream(output_, Stdout);
+    sendStream(Stdout, output_);
 }
 
 void Request::sendError() {
-    sendStream(error_, Stderr);
+    requireRegistry();
+    if (!error_.view().empty())
+        sendStream(Stderr, error_);
 }
 
-void Request::sendStream(TextStream& stream, RecordType type) {
-    if (fcgi_ == nullptr)
-        throw std::runtime_error("Request has no Fcgi.");
+// Sends the stream's content and behind it `text`.
+void Request::sendStream(RecordType type, std::stringstream& stream, std::string_view text) {
+    requireRegistry();
     header_[1] = type;
-    const std::string_view text = stream.text();
-    writeRecord(text.data(), static_cast<unsigned int>(text.size()), true); // END_REQUEST comes after it
-    stream.erase();
+    sendRecords({stream.view(), text}, true); // at least END_REQUEST follows
+    stream.str({});
 }
 
 void Request::end() {
-    if (fcgi_ == nullptr)
-        throw std::runtime_error("Request has no Fcgi.");
     sendOutput();
     sendError();
     header_[1] = EndRequest;
-    writeRecord(ZEROS, sizeof(ZEROS)); // status 0, FCGI_REQUEST_COMPLETE
+    sendRecords({std::string_view(ZEROS, sizeof(ZEROS))}, false); // status 0, FCGI_REQUEST_COMPLETE
     LOG_MESSAGE(DebugMost, "REQUEST    end(%i, %i)", static_cast<int>(id_), requestId_);
     finished_ = true;
     context.reset();
-    output_.reset();
-    std::string().swap(postData_); // assigning an empty text would keep its memory
+    output_ = std::stringstream(); // an emptied stream or text keeps its memory
+    std::string().swap(postData_);
     if (!keepConnection_ || sendFailed_) {
         fcgi_->removeRequest(this);
         close();
@@ -203,22 +246,19 @@ void Request::end() {
 }
 
 int Request::close() {
-    if (isClosed())
-        return 0;
-    shutdown(fd_, SHUT_RDWR);
-    const int result = ::close(fd_);
-    fd_ = -1;
-    return result;
+    shutdown(socket_.get(), SHUT_RDWR);
+    return socket_.close();
 }
 
 void Request::hangUp() {
     if (isClosed())
         return;
-    fcgi_->removeRequest(this);
+    if (fcgi_ != nullptr)
+        fcgi_->removeRequest(this);
     close();
     context.reset();
     params_.clear();
-    std::string().swap(postData_); // assigning an empty text would keep its memory
+    std::string().swap(postData_);
     input_.release(true);
 }
 
@@ -226,7 +266,7 @@ void Request::fail(const char* reason) {
     LOG_MESSAGE(Error, "%s", reason);
     if (isFinished())
         return;
-    keepConnection_ = false; // its input may not be over: what comes next belongs to no request
+    keepConnection_ = false; // the rest of its input may still come and belongs to no other request
     try {
         end();
     } catch (const std::exception& exception) {
@@ -234,39 +274,46 @@ void Request::fail(const char* reason) {
     }
 }
 
-int Request::writeRecord(const char* data, unsigned int length, bool more) {
+int Request::writeRecord(const char* data, unsigned int length) {
+    return sendRecords({std::string_view(data, length)}, false);
+}
+
+// Sends both texts as one. `more` says that another record follows at once.
+int Request::sendRecords(Texts texts, bool more) {
     if (isClosed())
         throwErrorNumber(__FILE__, __LINE__, "Request is already closed.");
     if (sendFailed_)
         return -1;
-    const unsigned int padding = (8 - length % 8) % 8;
-    while (length > 0) {
-        const unsigned int chunk = std::min(length, MAX_CONTENT);
-        const bool isLast = chunk == length;
-        LOG_MESSAGE(DebugAll, "REQUEST     tx(%i, %i, %i)", requestId_, header_[1], static_cast<int>(chunk));
-        if (sendRecord(data, chunk, isLast ? padding : 0, more || !isLast) < 0) {
-            sendFailed_ = true; // part of a record may have gone out: the connection is of no more use
+    std::size_t remaining = texts[0].size() + texts[1].size();
+    const auto padding = static_cast<unsigned int>((8 - remaining % 8) % 8);
+    while (remaining > 0) {
+        const std::size_t chunk = std::min<std::size_t>(remaining, MAX_CONTENT);
+        const std::string_view first = takeFront(texts[0], chunk);
+        const std::string_view second = takeFront(texts[1], chunk - first.size());
+        remaining -= chunk;
+        if (sendRecord({first, second}, remaining == 0 ? padding : 0, more || remaining > 0) < 0) {
+            sendFailed_ = true; // part of a record may have been sent: the connection is unusable
             return -1;
         }
-        data += chunk;
-        length -= chunk;
     }
     return 0;
 }
 
-int Request::sendRecord(const char* content, unsigned int length, unsigned int padding, bool more) {
+int Request::sendRecord(const Texts& content, unsigned int padding, bool more) {
+    const std::size_t length = content[0].size() + content[1].size();
+    LOG_MESSAGE(DebugAll, "REQUEST     tx(%i, %i, %i)", requestId_, header_[1], static_cast<int>(length));
     header_[2] = static_cast<unsigned char>(requestId_ >> 8);
     header_[3] = static_cast<unsigned char>(requestId_ & 0xFF);
     header_[4] = static_cast<unsigned char>(length >> 8);
     header_[5] = static_cast<unsigned char>(length & 0xFF);
     header_[6] = static_cast<unsigned char>(padding);
-    const std::array<std::string_view, 3> pieces{
-        std::string_view(reinterpret_cast<const char*>(header_.data()), header_.size()),
-        std::string_view(content, length), std::string_view(ZEROS, padding)};
-    const std::size_t sent = sendAll(fd_, pieces, more, SEND_TIMEOUT_MS);
-    if (sent < header_.size() + length)
+    const std::string_view header(reinterpret_cast<const char*>(header_.data()), header_.size());
+    const std::size_t sent =
+        sendAll(socket_.get(), {header, content[0], content[1], std::string_view(ZEROS, padding)}, more,
+                SEND_TIMEOUT_MS);
+    if (sent < header.size() + length)
         return -1;
-    if (sent < header_.size() + length + padding)
+    if (sent < header.size() + length + padding)
         LOG_MESSAGE(Warn, "Could not write padding: %s", strerror(errno));
     return 0;
 }

@@ -1,17 +1,16 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
+#include "apps/common/files/descriptor.h"
 #include "apps/web/service/fastcgi/receivebuffer.h"
-#include "apps/web/service/fastcgi/textstream.h"
+#include "apps/web/service/fastcgi/requestregistry.h"
 
 #include <any>
 #include <array>
 #include <map>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
-
-class Fcgi;
 
 /// One FastCGI connection from the web server and the request that runs on it, in the responder role of
 /// FastCGI version 1 (https://fastcgi-archives.github.io/FastCGI_Specification.html), one request at a time.
@@ -23,13 +22,13 @@ class Fcgi;
 ///     | version |  type  | request id | content length | padding length | reserved |
 ///     +---------+--------+------------+----------------+----------------+----------+
 ///
-/// BEGIN_REQUEST, PARAMS and STDIN are acted upon, other types up to 10 are passed over. When STDIN ends, the
-/// listener registers the request and hands it to its callback, which answers at once or later through
+/// BEGIN_REQUEST, PARAMS and STDIN are handled, other types up to 10 are ignored. When STDIN ends, the
+/// listener registers the request and dispatches it to its callback, which answers at once or later through
 /// output() and end().
 ///
-/// The peer's end of file or reset is taken as hang-up: the request leaves the event loop and its descriptor
-/// is closed; the object goes when the listener sees fit. An exception while a record is handled ends this
-/// request with an Error line that holds its text, and nothing else.
+/// End of file and connection reset count as hang-up: the request leaves the event loop and its descriptor is
+/// closed; the listener deletes the object. An exception while a record is handled ends this request with an
+/// Error line that holds its text, and no other.
 class Request : public EventPoll::Callback {
 public:
     enum RecordType : unsigned char {
@@ -42,27 +41,29 @@ public:
         MaxType = 10
     };
 
-    /// Content of a written record at most: the largest multiple of 8 that its length field holds.
+    /// Longest content of a written record: the largest multiple of 8 that the length field holds.
     static constexpr unsigned int MAX_CONTENT = 65528;
 
-    /// Owns the descriptor `fd`. `id` is the listener's number for the connection. `fcgi` must outlive the
-    /// request.
-    Request(Fcgi* fcgi, int fd, unsigned int id);
+    static constexpr int SEND_TIMEOUT_MS = 10000;
+
+    /// Takes ownership of the descriptor `fd`. `id` is the listener's number for the connection. `fcgi`, an
+    /// Fcgi or null, must outlive the request.
+    Request(RequestRegistry* fcgi, int fd, int id);
     ~Request() override;
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
-    /// Readable or urgent: receives and reads the records that are whole. Hang-up: leaves the loop and
+    /// Readable or urgent: receives and handles the records that are complete. Hang-up: leaves the loop and
     /// closes.
     void event(EventType type) override;
 
-    /// Reads and handles one record. Returns false when there is none or its type is unknown (it is dropped
-    /// then). Throws "Request is already closed.".
+    /// Receives and handles one record. Returns false when no complete record has arrived, and for a record
+    /// of unknown type, which is dropped. Throws "Request is already closed.".
     bool readRecord();
 
     /// Decodes one length of a PARAMS pair, of one byte or four. Moves `cursor` and `remaining` on. Returns
-    /// -1 when the bytes do not suffice.
-    static int getLength(const unsigned char*& cursor, int& remaining);
+    /// -1 when there are too few bytes.
+    static int getLength(unsigned char*& cursor, int& remaining);
 
     /// Adds the name-value pairs of one PARAMS content, up to the first that does not fit into it or is all
     /// empty.
@@ -70,21 +71,25 @@ public:
     void addParam(const std::string& name, const std::string& value);
     void appendPostData(const unsigned char* data, int length);
 
-    /// Starts a request: everything of the one before is forgotten.
+    /// Starts a request: parameters, body, output and context of the previous one are cleared.
     void begin(unsigned short requestId, bool keepConnection);
 
     /// The stream for the response. Puts the default header "Content-type: application/json" in front unless
-    /// writeHeader was called, and sends what has gathered beyond 8 KiB.
-    std::ostream& output();
+    /// writeHeader was called, and sends the stream's content when that is longer than 8 KiB.
+    std::stringstream& output();
 
-    /// Puts header lines and the empty line that ends them in front instead of the default. With null, all
+    /// Writes to output(), but sends a long text without copying it into the stream.
+    void write(std::string_view text);
+
+    /// Writes header lines and the empty line that ends them, in place of the default header. With null, all
     /// later output is discarded.
     void writeHeader(const char* header);
 
     /// The stream for STDERR records.
-    std::ostream& error() { return error_; }
+    std::stringstream& error() { return error_; }
 
-    /// Send what the streams hold as records; an empty stream sends none. Throw "Request has no Fcgi.".
+    /// Send the content of the streams as records; an empty stream sends none. Throw "Request has no Fcgi."
+    /// and "Request is already closed."; sendError only when there is something to send.
     void sendOutput();
     void sendError();
 
@@ -93,41 +98,46 @@ public:
     /// deletes it. Throws "Request has no Fcgi." and "Request is already closed.".
     void end();
 
-    /// Shuts down and closes the socket. Returns close's result.
+    /// Shuts down and closes the socket. Returns close's result: 0, or -1 when it is closed already.
     int close();
 
-    /// Writes `data` as records of the type in the header buffer. Nothing is written for length 0. `more`
-    /// says that another record follows at once. Returns 0, or -1 when the peer is gone or has taken nothing
-    /// for SEND_TIMEOUT_MS; the rest is lost then, and end() closes the connection. Throws "Request is
-    /// already closed.".
-    int writeRecord(const char* data, unsigned int length, bool more = false);
+    /// Writes `data` as records of the type in the header buffer. Length 0 writes nothing. Returns 0, or -1
+    /// when the peer is gone or takes nothing for SEND_TIMEOUT_MS; the rest is lost then, and end() closes
+    /// the connection. Throws "Request is already closed.".
+    int writeRecord(const char* data, unsigned int length);
 
-    static constexpr int SEND_TIMEOUT_MS = 10000;
-
-    /// The value of a parameter, empty if there is none.
+    /// The value of a parameter, empty if it is missing.
     const std::string& param(const std::string& name) const;
     const std::string& postData() const { return postData_; }
 
     unsigned int id() const { return id_; }
     unsigned int requestId() const { return requestId_; }
-    int socket() const { return fd_; }
-    bool isClosed() const { return fd_ < 0; }
+    int socket() const { return socket_.get(); }
+    bool isClosed() const { return !socket_.isOpen(); }
     /// True from end() or hang-up on, until another request begins on the connection.
     bool isFinished() const { return isClosed() || finished_; }
 
-    /// Whatever the web API keeps with a request that waits: integer 0 for variable updates, 1 for log text.
+    /// Set while a request waits: integer 0 for variable updates, 1 for log text.
     std::any context;
 
+    /// True when `context` holds this integer.
+    bool waitsFor(int tag) const;
+
 private:
+    using Texts = std::array<std::string_view, 2>;
+
     void receive();
+    bool takeRecord();
     void handleRecord(unsigned char type, std::string_view content);
     void hangUp();
     void fail(const char* reason);
-    int sendRecord(const char* content, unsigned int length, unsigned int padding, bool more);
-    void sendStream(TextStream& stream, RecordType type);
+    void sendStream(RecordType type, std::stringstream& stream, std::string_view text = {});
+    int sendRecords(Texts texts, bool more);
+    int sendRecord(const Texts& content, unsigned int padding, bool more);
+    void requireRegistry() const;
 
-    Fcgi* fcgi_;
-    int fd_;
+    RequestRegistry* fcgi_;
+    Descriptor socket_;
     unsigned int id_;
     unsigned short requestId_ = 0;
     bool keepConnection_ = true;
@@ -136,9 +146,8 @@ private:
     bool sendFailed_ = false;
     std::map<std::string, std::string> params_;
     std::string postData_;
-    TextStream output_;
-    TextStream error_;
-    std::array<unsigned char, ReceiveBuffer::HEADER_SIZE> header_{
-        1}; // last one read, template of those written
+    std::stringstream output_;
+    std::stringstream error_;
+    std::array<unsigned char, ReceiveBuffer::HEADER_SIZE> header_{1}; // last one read, template for writing
     ReceiveBuffer input_;
 };

@@ -7,7 +7,8 @@ RequestStream::RequestStream(Request& request) : std::ostream(nullptr), buffer_(
 }
 
 std::streamsize RequestStream::Buffer::xsputn(const char* data, std::streamsize length) {
-    return request_.output().write(data, length) ? length : 0;
+    request_.write({data, static_cast<std::size_t>(length)});
+    return length;
 }
 
 RequestStream::Buffer::int_type RequestStream::Buffer::overflow(int_type character) {

@@ -5,15 +5,14 @@
 
 class Request;
 
-/// A stream into a request's output for an answer that one call writes whole, such as a picture. The output
-/// that Request::output returns sends what has gathered only when it is asked for again: here it is asked for
-/// each piece, so the answer leaves in records of some 8 KiB while it grows, and is never in memory whole.
+/// A stream into a request's output, for an answer that one call writes as a whole, such as a picture. Every
+/// piece goes through Request::write, so the answer is sent in records of some 8 KiB while it grows and is
+/// never in memory as a whole.
 ///
-/// When the request's connection is closed the stream goes bad and drops what follows.
+/// When the request's connection is closed the stream goes bad and drops further output.
 class RequestStream : public std::ostream {
 public:
-    /// Puts the default header in front unless one was written, as Request::output does. `request` must
-    /// outlive the stream.
+    /// `request` must outlive the stream.
     explicit RequestStream(Request& request);
 
 private:

@@ -1,31 +1,31 @@
 #include "apps/web/service/fastcgi/parkedconnections.h"
 
-#include <algorithm>
+#include <poll.h>
 #include <sys/epoll.h>
-#include <unistd.h>
+#include <utility>
 
 ParkedConnections::~ParkedConnections() {
-    for (const pollfd& connection : connections_) {
-        poll_.remove(connection.fd);
-        close(connection.fd);
-    }
+    for (const Descriptor& connection : connections_)
+        poll_.remove(connection.get());
 }
 
-void ParkedConnections::add(int fd) {
-    connections_.push_back({fd, POLLRDHUP, 0});
-    // Edge-triggered: what the client sends stays unread, which must not wake the loop again and again.
-    poll_.add(fd, this, EPOLLIN | EPOLLRDHUP | EPOLLET);
+void ParkedConnections::add(Descriptor connection) {
+    // Edge-triggered: bytes that stay unread must not wake the loop again and again.
+    poll_.add(connection.get(), this, EPOLLIN | EPOLLRDHUP | EPOLLET);
+    connections_.push_back(std::move(connection));
 }
 
 void ParkedConnections::event(EventType /*type*/) {
-    if (::poll(connections_.data(), connections_.size(), 0) <= 0)
+    std::vector<pollfd> states;
+    for (const Descriptor& connection : connections_)
+        states.push_back({connection.get(), POLLRDHUP, 0});
+    if (::poll(states.data(), states.size(), 0) <= 0)
         return;
-    const auto isGone = [](const pollfd& connection) { return connection.revents != 0; };
-    for (const pollfd& connection : connections_) {
-        if (isGone(connection)) {
-            poll_.remove(connection.fd);
-            close(connection.fd);
-        }
-    }
-    std::erase_if(connections_, isGone);
+    auto state = states.begin();
+    std::erase_if(connections_, [&](const Descriptor& connection) {
+        const bool isGone = (state++)->revents != 0;
+        if (isGone)
+            poll_.remove(connection.get());
+        return isGone;
+    });
 }

@@ -1,13 +1,12 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
+#include "apps/common/files/descriptor.h"
 
-#include <poll.h>
 #include <vector>
 
-/// Connections that came when every place was taken. They are left alone, neither read nor answered, but a
-/// descriptor is closed once its peer has gone: clients that knock in vain must not use up the process's
-/// descriptors.
+/// Connections beyond the limit of unfinished requests: neither read nor answered, and closed when the client
+/// disconnects, so that they do not use up the process's descriptors.
 class ParkedConnections : public EventPoll::Callback {
 public:
     /// `poll` must outlive the object.
@@ -16,13 +15,12 @@ public:
     ParkedConnections(const ParkedConnections&) = delete;
     ParkedConnections& operator=(const ParkedConnections&) = delete;
 
-    /// Takes ownership of the descriptor.
-    void add(int fd);
+    void add(Descriptor connection);
 
-    /// Closes those whose peers have gone.
+    /// Closes the connections whose clients have disconnected.
     void event(EventType type) override;
 
 private:
     EventPoll& poll_;
-    std::vector<pollfd> connections_;
+    std::vector<Descriptor> connections_;
 };

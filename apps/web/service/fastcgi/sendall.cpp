@@ -21,7 +21,7 @@ void dropFront(std::span<iovec>& parts, std::size_t count) {
     }
 }
 
-// False when the peer has taken nothing for the whole time, with ETIMEDOUT. A signal starts the wait anew.
+// Returns false with ETIMEDOUT when the peer takes nothing in time. A signal restarts the wait.
 bool waitWritable(int fd, int timeoutMs) {
     pollfd waiting{fd, POLLOUT, 0};
     const int ready = poll(&waiting, 1, timeoutMs);
@@ -32,8 +32,8 @@ bool waitWritable(int fd, int timeoutMs) {
 
 } // namespace
 
-std::size_t sendAll(int fd, const std::array<std::string_view, 3>& pieces, bool more, int timeoutMs) {
-    std::array<iovec, 3> storage{};
+std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more, int timeoutMs) {
+    std::array<iovec, 4> storage{};
     std::transform(pieces.begin(), pieces.end(), storage.begin(), [](std::string_view piece) {
         return iovec{const_cast<char*>(piece.data()), piece.size()}; // sendmsg does not write to it
     });
