@@ -15,8 +15,8 @@ namespace {
 constexpr char COMMAND[] = "dmesg --color=always -w";
 constexpr int NOT_EXECUTED = 127;
 
-// Keeps all signals waiting while it lives: one that met the child before its exec would run the service's
-// handler there and be lost.
+// Blocks all signals: one that arrived in the child before its exec would run the service's handler there and
+// be lost.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -32,7 +32,8 @@ private:
     sigset_t before_{};
 };
 
-// What exec would hand on: SIGPIPE is ignored in the service, but has to end a child that nobody listens to.
+// An ignored signal stays ignored across exec: SIGPIPE is ignored in the service, but has to end a child
+// whose output is not read.
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number)
         std::signal(number, SIG_DFL);
@@ -52,16 +53,15 @@ void makeStandardOutput(int fd) {
 
 void dieWith(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent) // gone before the kernel knew
+    if (getppid() != parent) // the parent has ended before prctl
         _exit(NOT_EXECUTED);
 }
 
-[[noreturn]] void runCommand(const char* command, const int (&ends)[2], pid_t parent) {
+[[noreturn]] void runCommand(const char* command, int output, pid_t parent) {
     setpgid(0, 0);
     dieWith(parent);
-    close(ends[0]);
-    makeStandardOutput(ends[1]);
-    closefrom(STDERR_FILENO + 1); // also what the service itself was given by whoever started it
+    makeStandardOutput(output);
+    closefrom(STDERR_FILENO + 1); // also descriptors that the service inherited without close-on-exec
     resetSignals();
     const char* const words[] = {"sh", "-c", command, nullptr};
     execve("/bin/sh", const_cast<char* const*>(words), environ); // execve does not write to them
@@ -97,20 +97,17 @@ int Logging::popen(const char* command, int& pid) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) < 0)
         throwErrorNumber(__FILE__, __LINE__, "pipe");
+    Descriptor readEnd(ends[0]);
+    const Descriptor writeEnd(ends[1]);
     const pid_t parent = getpid();
     const SignalsBlocked blocked;
     pid = fork();
     if (pid == 0)
-        runCommand(command, ends, parent);
-    const int error = errno;
-    close(ends[1]);
-    if (pid < 0) {
-        close(ends[0]);
-        errno = error;
+        runCommand(command, writeEnd.get(), parent);
+    if (pid < 0)
         throwErrorNumber(__FILE__, __LINE__, "fork");
-    }
-    setpgid(pid, pid); // both sides do it: whoever comes first, the group is there for both
-    return ends[0];
+    setpgid(pid, pid); // in the child, too: the group exists whichever process runs first
+    return readEnd.release();
 }
 
 void Logging::event(EventType type) {
@@ -125,8 +122,8 @@ void Logging::event(EventType type) {
     }
 }
 
-// A read that fails, as one that finds the pipe empty behind a full read, counts like a short one and ends
-// the loop: no reason is told apart, and the next readiness reads again.
+// A failed read, such as one of an empty pipe after a full read, ends the loop like a short one; the next
+// event reads again.
 void Logging::parseData() {
     ColourSpans::Buffer buffer{};
     ssize_t count = 0;
@@ -142,14 +139,15 @@ void Logging::hangUp() {
     ended_ = true;
     LOG_MESSAGE(Warn, "dmesg exited, no more log output for web gui.");
     reap();
-    // A hang-up is reported for as long as it lasts, which is for ever. Edge-triggered it comes once more.
+    // Level-triggered, a hang-up is reported with every wait. Edge-triggered, it is reported once more.
     poll_.remove(pipe_.get());
     poll_.add(pipe_.get(), this, EPOLLET);
 }
 
 void Logging::reap() {
     if (pid_ > 0 && !reaped_)
-        reaped_ = waitpid(pid_, nullptr, WNOHANG) != 0; // with -1 it is not there to be collected
+        reaped_ = waitpid(pid_, nullptr, WNOHANG) != 0; // -1: there is no such child
+
     if (reaped_ && ended_)
         pid_ = 0;
 }
@@ -163,7 +161,7 @@ void Logging::stop() {
     try {
         poll_.remove(pipe_.get());
     } catch (const std::exception&) {
-        // told already; closing takes the pipe out as well
+        // logged already; closing also deregisters the pipe
     }
     pipe_.close();
 }

@@ -14,7 +14,7 @@ constexpr char LIBRARY_VERSION[] = "1.6.37"; // any 1.6 takes it
 constexpr int BIT_DEPTH = 8;
 constexpr std::uint32_t SCREEN_BITS_PER_PIXEL = 32;
 
-// Sets the stream of a picture for as long as it is taken, whichever way that ends.
+// Sets the stream of a picture until the picture is finished or fails.
 class StreamInUse {
 public:
     StreamInUse(std::ostream*& place, std::ostream& out) : place_(place) { place_ = &out; }
@@ -26,10 +26,10 @@ private:
     std::ostream*& place_;
 };
 
-// Runs one stage of the encoding; false when libpng has met an error. libpng jumps back here then, past
-// everything in between: neither this function nor a stage has anything to destroy, and no variable of
-// theirs changes after setjmp. The place to jump to is gone as soon as this function returns: outside of
-// stages libpng is called only to create and to destroy, which does not jump.
+// Runs one stage of the encoding; false after a libpng error. libpng then jumps back here past all frames in
+// between: neither this function nor a stage has anything to destroy, and none of their variables changes
+// after setjmp. The jump target is invalid when this function has returned: outside of stages libpng is only
+// called to create and to destroy, which does not jump.
 template <typename Stage>
 bool succeeds(png_structp png, const Stage& stage) {
     static_assert(std::is_trivially_destructible_v<Stage>);
@@ -49,8 +49,8 @@ bool passOn(ScreenCapture& capture, const unsigned char* data, std::size_t lengt
     }
 }
 
-// libpng's write function. An exception does not get through libpng, which is C, so it becomes libpng's own
-// error, raised where the exception is gone already.
+// libpng's write function. An exception must not pass through libpng, which is C, so it becomes a libpng
+// error, raised after the exception was caught.
 void writeData(png_structp png, png_bytep data, png_size_t length) {
     if (!passOn(*static_cast<ScreenCapture*>(png_get_io_ptr(png)), data, length))
         png_error(png, "Write Error");
@@ -91,7 +91,7 @@ public:
     void writeImage(png_bytepp rows) {
         const auto stage = [this, rows] {
             png_set_rows(png_, info_, rows);
-            png_write_png(png_, info_, PNG_TRANSFORM_BGR, nullptr); // does not write the header again
+            png_write_png(png_, info_, PNG_TRANSFORM_BGR, nullptr); // the header is not written twice
         };
         if (!succeeds(png_, stage))
             throwError(__FILE__, __LINE__, "PNG: write image error");

@@ -51,7 +51,7 @@ void ColourSpans::convert(Buffer& buffer, std::ptrdiff_t count, std::string& tex
     text += buffer.data() + cursor;
 }
 
-// Takes the text before the next escape. Returns false, with the cursor where it was, when there is none.
+// Appends the text before the next escape. Returns false, with the cursor unchanged, when there is no escape.
 bool ColourSpans::openSequence(Buffer& buffer, std::size_t& cursor, std::string& text) {
     char* const start = buffer.data() + cursor;
     char* const escape = std::strchr(start, ESCAPE);

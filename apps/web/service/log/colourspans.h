@@ -5,20 +5,19 @@
 #include <cstdint>
 #include <string>
 
-/// Turns the colour escapes of a terminal text into HTML spans, read by read. An escape sequence may be
-/// spread over several reads. What becomes of
+/// Converts the colour escapes of a terminal text into HTML spans, read by read. An escape sequence may be
+/// spread over several reads. The results:
 ///
 ///     ESC [ <number> m    30-37, 40-47, 90-97, 100-107: "<span style='color: #AA0000'>" and the like
 ///                         0 or none: "</span>"; any other: "<span style=''>"
 ///     ESC [ <number> ?    nothing, and the text goes on behind it: "ESC[1;32m" leaves "32m"
-///     anything else       itself, HTML's own characters included
+///     other text          unchanged, without HTML escaping
 ///
-/// Only the escape byte itself is looked at: the byte behind it is skipped whatever it is, even if it comes
-/// with the next read, which then begins with the rest of the sequence as text. A zero byte hides the rest of
-/// its read.
+/// The byte after the escape byte is skipped without being checked. When a read ends with the escape byte,
+/// the next read begins with the rest of the sequence as text. A zero byte hides the rest of its read.
 class ColourSpans {
 public:
-    /// Bytes that one read takes at most.
+    /// Most bytes of one read.
     static constexpr std::size_t READ_SIZE = 256;
 
     /// A read and the zero byte behind it:
@@ -28,18 +27,17 @@ public:
     ///     |        read         | 0 |  before  | 0 |
     ///     +---------------------+---+----------+---+
     ///
-    /// To be zeroed once, then handed to read after read: behind a short read stands what came before, and an
-    /// escape that ends the read skips into it.
+    /// To be zeroed once and used for all reads of one event: a short read leaves bytes of the previous one
+    /// behind it, and an escape byte at its end skips into them.
     using Buffer = std::array<char, READ_SIZE + 1>;
 
     /// Converts the first `count` bytes of `buffer`, or up to the first zero byte, and appends the result to
-    /// `text`. The escape bytes in `buffer` become zero. A negative count stands for a read that failed: what
-    /// the buffer still holds is converted again, up to the zero that was the first escape. Nothing outside
-    /// the buffer is touched, whatever the count is.
+    /// `text`. The escape bytes in `buffer` become zero. A negative count means a failed read: the buffer's
+    /// bytes are converted again, up to the zero that replaced the first escape. Never accesses bytes outside
+    /// the buffer, for any count.
     void convert(Buffer& buffer, std::ptrdiff_t count, std::string& text);
 
-    /// Six hexadecimal digits, red, green, blue: `on` for each of the bits 0, 1, 2 that `colour` has, else
-    /// `off`.
+    /// Six hexadecimal digits, red, green, blue: `on` where the bit 0, 1 or 2 of `colour` is set, else `off`.
     static std::string getColor(unsigned int colour, const char* on, const char* off);
 
 private:

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "apps/common/event/notify.h"
+#include "apps/common/event/events_gen.h"
 
 #include <array>
 #include <cstdint>
 
-/// The ids of events that came since the last update: bit n of 960 for event id n, word n / 32, bit n % 32.
+/// The ids of the events since the last update: bit n for event id n, word n / 32, bit n % 32.
 class ChangedSet {
 public:
     /// REQUIRES: id < EVENT_COUNT.
@@ -22,6 +22,5 @@ public:
     bool isEmpty() const { return words_ == decltype(words_){}; }
 
 private:
-    std::array<std::uint32_t, 30> words_{};
-    static_assert(EVENT_COUNT <= 30 * 32);
+    std::array<std::uint32_t, (EVENT_COUNT + 31) / 32> words_{};
 };

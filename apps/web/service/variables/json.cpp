@@ -7,7 +7,7 @@ Json::State Json::nextChar<Json::Start>(char c) {
     containerClose_ = isObjectStart(c);
     if (containerClose_ == 0)
         return Error;
-    isArray_ = c == '[';
+    isArray_ = isArray_ || c == '[';
     return nextElement();
 }
 
@@ -21,9 +21,9 @@ Json::State Json::nextChar<Json::KeyStart>(char c) {
 
 template <>
 Json::State Json::nextChar<Json::InKey>(char c) {
-    if (c == ':')
+    if (c == ':' && valueClose_ == 0)
         return ValueStart;
-    if (isWhitespace(c) || (keyQuote_ != 0 && c == keyQuote_))
+    if ((isWhitespace(c) && valueClose_ == 0) || (keyQuote_ != 0 && c == keyQuote_))
         return AfterKey;
     key_ += c;
     return InKey;
@@ -74,8 +74,8 @@ Json::State Json::nextChar<Json::AfterValue>(char c) {
 }
 
 template <>
-Json::State Json::nextChar<Json::End>(char /*c*/) {
-    return Error; // white space does not reach it
+Json::State Json::nextChar<Json::End>(char c) {
+    return isWhitespace(c) ? End : Error;
 }
 
 Json::State Json::step(char c) {

@@ -2,11 +2,12 @@
 
 #include "apps/common/introspection/catalogue.h"
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
 /// Splits the body of a set request into a flat list of key and value texts, one nesting level deep: a
-/// permissive state machine that reads every character once and interprets no value. Strings lose their
+/// permissive state machine that reads every character once and does not interpret values. Strings lose their
 /// quotes, nested objects and arrays keep their brackets, numbers and words stay as written. There is no
 /// escape processing: a backslash is an ordinary character, and a string ends at the next quote of its own
 /// kind. Keys hold neither ':' nor white space, quoted or not.
@@ -19,10 +20,10 @@ public:
     /// More pairs than this are an error: each takes many times the memory of its text.
     static constexpr std::size_t MAX_PAIRS = 65536;
 
-    /// Reads `text` afresh, whatever was parsed before. Returns true when all of it was consumed: a missing
-    /// closing bracket is no error, but a value that is still being read then is dropped. Returns false at
-    /// the first error, with its place in errorPosition(). The empty text is good and has no pairs. REQUIRES:
-    /// `text` is no part of result().
+    /// Discards earlier results and reads `text`. Returns true when all of it was consumed: a missing closing
+    /// bracket is no error, but a value that is incomplete then is dropped. Returns false at the first error,
+    /// with its place in errorPosition(). The empty text is valid and has no pairs. REQUIRES: `text` is not a
+    /// part of result().
     bool parse(const std::string& text);
 
     /// Pairs in input order, duplicates kept, without keys when the outermost bracket is that of an array.
@@ -32,18 +33,20 @@ public:
     /// The same, moved out.
     JsonObject takeResult() { return std::exchange(result_, {}); }
 
-    /// Index of the character that parse stumbled over; -1 when there was no error.
+    /// Index of the character that parse failed at; -1 when there was no error.
     int errorPosition() const { return errorPosition_; }
+
+    /// The transition of state S, 0 to 7, for one character. Returns the next state. Does not store pairs.
+    template <int S>
+    State nextChar(char c);
 
     /// White space is exactly blank, CR, TAB and LF.
     static bool isWhitespace(char c) { return c == ' ' || c == '\r' || c == '\t' || c == '\n'; }
     static bool isString(char c) { return c == '"' || c == '\''; }
-    /// The bracket that closes `c`, 0 if `c` opens nothing.
+    /// The closing bracket of an opening one, 0 for any other character.
     static char isObjectStart(char c) { return c == '[' ? ']' : c == '{' ? '}' : '\0'; }
 
 private:
-    template <int STATE>
-    State nextChar(char c);
     State step(char c);
     State nextElement() const { return isArray_ ? ValueStart : KeyStart; }
     bool storePair();
@@ -60,3 +63,20 @@ private:
     int errorPosition_ = -1;
     State state_ = Start;
 };
+
+template <>
+Json::State Json::nextChar<Json::Start>(char c);
+template <>
+Json::State Json::nextChar<Json::KeyStart>(char c);
+template <>
+Json::State Json::nextChar<Json::InKey>(char c);
+template <>
+Json::State Json::nextChar<Json::AfterKey>(char c);
+template <>
+Json::State Json::nextChar<Json::ValueStart>(char c);
+template <>
+Json::State Json::nextChar<Json::InValue>(char c);
+template <>
+Json::State Json::nextChar<Json::AfterValue>(char c);
+template <>
+Json::State Json::nextChar<Json::End>(char c);

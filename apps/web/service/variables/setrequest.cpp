@@ -1,9 +1,40 @@
 #include "apps/web/service/variables/setrequest.h"
 
+#include "apps/common/introspection/introspection.h"
 #include "apps/web/service/variables/json.h"
 
+#include <exception>
+#include <optional>
 #include <ostream>
 #include <utility>
+
+namespace {
+
+std::optional<unsigned int> findVariable(unsigned int mem, const std::string& name) {
+    for (unsigned int var = 0; var < Introspection::getVarCount(mem); ++var)
+        if (name == Introspection::getVarName(mem, var))
+            return var;
+    return std::nullopt;
+}
+
+bool isInRange(unsigned int mem, unsigned int var, const std::string& value) {
+    const int baseType = Introspection::getVarBaseType(mem, var);
+    if (baseType != BaseInt && baseType != BaseFloat)
+        return true;
+    std::string error;
+    return Introspection::checkMinMax(mem, var, value.c_str(), error);
+}
+
+// The setter's result is ignored: the answer only says whether the variable exists.
+void setValue(unsigned int mem, unsigned int var, const JsonObject& pairs, int index) {
+    const std::string& value = pairs.back().second.text;
+    if (Introspection::getVarBaseType(mem, var) == BaseStruct)
+        Introspection::setVarValueJson(mem, var, pairs, index);
+    else if (isInRange(mem, var, value))
+        Introspection::setVarValue(mem, var, value.c_str());
+}
+
+} // namespace
 
 bool SetRequest::parse(const std::string& body, std::ostream& errors) {
     Json json;
@@ -40,4 +71,17 @@ int SetRequest::elementIndex() const {
         if (key == "Index")
             index = std::stoi(value.text);
     return index;
+}
+
+bool SetRequest::apply() const {
+    try {
+        const int index = elementIndex();
+        const unsigned int mem = Introspection::getMemIndex(memory);
+        const std::optional<unsigned int> var = findVariable(mem, variable);
+        if (var)
+            setValue(mem, *var, pairs, index);
+        return var.has_value();
+    } catch (const std::exception&) {
+        return false; // unknown memory, bad index, broker gone: only the result reports it
+    }
 }

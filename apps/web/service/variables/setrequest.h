@@ -5,17 +5,17 @@
 #include <iosfwd>
 #include <string>
 
-/// What the body of a set request says:
+/// The content of a set request's body:
 ///
 ///     {"<memory>": {"<variable>": <value>}}
 ///     {"<memory>": {"<variable>": {"Index": <element>, "<member>": <value>, ...}}}    for a structure
 struct SetRequest {
     std::string memory;
     std::string variable;
-    JsonObject pairs; ///< the innermost ones: the value is the last, or the members are all of them
+    JsonObject pairs; ///< of the innermost level: the value is the last pair, or the members are all pairs
 
-    /// A set takes three levels. Each is parsed on its own: without a limit a large body could keep the
-    /// service busy.
+    /// A set request has three levels. Each is parsed on its own: without a limit a large body could block
+    /// the service.
     static constexpr int MAX_NESTING = 16;
 
     /// Descends into the last pair of each level as long as that is nested. The first pair of the outermost
@@ -28,6 +28,11 @@ struct SetRequest {
     bool hasValue() const;
 
     /// The value of the last "Index" pair, 0 if there is none.
-    /// Throws std::invalid_argument or std::out_of_range when it is no number.
+    /// Throws std::invalid_argument or std::out_of_range when it is not a number.
     int elementIndex() const;
+
+    /// Passes the value to the variable's setter. Returns true when the variable exists, even if the setter
+    /// refuses the value: the client reads the variable back. Returns false, with nothing changed, when there
+    /// is no such variable, the index is not a number or the broker is gone.
+    bool apply() const;
 };

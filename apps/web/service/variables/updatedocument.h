@@ -4,8 +4,7 @@
 #include <optional>
 #include <string>
 
-/// The body that tells changed variables to everybody who waits, piece by piece in the order of the event
-/// ids:
+/// The body that reports changed variables to all waiting requests, built in the order of the event ids:
 ///
 ///     "errors": [],\r\n
 ///     "variables": {\r\n
@@ -16,8 +15,8 @@
 ///     }\r\n
 ///     }\r\n
 ///
-/// (the request's own id comes before it). A group ends when another memory's variable comes; a memory whose
-/// ids do not follow each other opens a group of the same name again.
+/// (the request's own id comes before it). A group ends when a variable of another memory follows; a memory
+/// whose ids are not consecutive gets several groups of the same name.
 class UpdateDocument {
 public:
     /// Opens the memory's group unless it is open, and writes the variable's name.
@@ -26,7 +25,7 @@ public:
     /// Writes the value's JSON text.
     void addValue(const std::string& value) { variables_ += value; }
 
-    /// Tells that an event's variable could not be reported; what was written of it stays.
+    /// Reports an event whose variable could not be printed; text written for it stays.
     void addError(std::uint32_t eventId, const std::string& reason);
 
     std::string text() const;

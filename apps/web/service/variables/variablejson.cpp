@@ -39,25 +39,38 @@ bool isPrintedAsArray(unsigned int mem, unsigned int var) {
     return baseType != BaseString && baseType != BaseBuffer && Introspection::isArray(mem, var);
 }
 
+template <typename Print>
+std::string textOrError(Print print) {
+    try {
+        return print();
+    } catch (const std::exception& exception) {
+        return std::string("\"ERROR\": \"") + exception.what() + "\"";
+    }
+}
+
+void appendElement(std::string& out, unsigned int mem, unsigned int var, char* base, int index) {
+    out += textOrError([&] { return printElement(mem, var, base, index); });
+}
+
 } // namespace
 
-void appendValue(std::string& out, unsigned int mem, unsigned int var, char* base, int index) {
-    try {
-        out += printElement(mem, var, base, index);
-    } catch (const std::exception& exception) {
-        out.append("\"ERROR\": \"").append(exception.what()).append("\"");
-    }
+std::string valueJson(unsigned int mem, unsigned int var, int index) {
+    return textOrError([&] {
+        const int element = Introspection::getVarBaseType(mem, var) == BaseEnum ? 0 : index;
+        Introspection::getVarValue(mem, var, element); // throws when there is no such element
+        return printElement(mem, var, *MEMORY_ARRAY[mem].basePointer, element);
+    });
 }
 
 void appendVariable(std::string& out, unsigned int mem, unsigned int var, char* base) {
     if (!isPrintedAsArray(mem, var))
-        return appendValue(out, mem, var, base, 0);
+        return appendElement(out, mem, var, base, 0);
     const int length = std::stoi(Introspection::getVarArrayLen(mem, var));
     out += '[';
     for (int index = 0; index < length; ++index) {
         if (index > 0)
             out += ',';
-        appendValue(out, mem, var, base, index);
+        appendElement(out, mem, var, base, index);
     }
     out += ']';
 }

@@ -4,22 +4,21 @@
 #include <string>
 #include <vector>
 
-/// The JSON texts of all variables, printed anew only where the memories' bytes have changed.
+/// The JSON texts of all variables, printed again only where the memories' bytes have changed.
 ///
-/// A value's text follows from its bytes alone, and between two requests few of them change: so a copy of
-/// every memory is kept beside the texts that were printed from it. A variable is compared with its copy,
-/// copied if it differs, and printed from the copy: a value that another process writes meanwhile cannot end
-/// up half in the text and half in the comparison. A text that reports an invalid value is printed each time,
-/// so that each reading is logged.
+/// A value's text depends on its bytes alone, and few of them change between two requests: so a copy of every
+/// memory is kept beside the texts that were printed from it. A variable is compared with its copy, copied if
+/// it differs, and printed from the copy: a value that another process writes meanwhile cannot make text and
+/// copy disagree. A text that reports an invalid value is printed each time, so that each reading is logged.
 class VariableTree {
 public:
     VariableTree();
 
-    /// Writes the whole tree as it stands in the memories now, "<memory>" : {"<variable>" : <value>,...},...
-    /// without outer braces, one memory at a time: the first can be on its way while the last is compared.
+    /// Writes the whole tree with the present values, "<memory>" : {"<variable>" : <value>,...},... without
+    /// outer braces, one memory at a time: the first can be sent while the last is compared.
     void print(std::ostream& out);
 
-    /// One variable's value. The reference holds until the next call.
+    /// One variable's value. The reference is valid until the next call.
     /// Throws std::runtime_error "Index exceeds limit".
     const std::string& variable(unsigned int mem, unsigned int var);
 
@@ -32,7 +31,7 @@ private:
         std::vector<char> copy;
         std::vector<Variable> variables;
         bool isPrinted = false; // all variables are
-        std::string text;       // of all variables; empty when one of theirs has changed
+        std::string text;       // of all variables; empty when one of them has changed
     };
 
     const std::string& memoryText(unsigned int mem);
