@@ -72,7 +72,7 @@ def test_accessory_texts_may_fill_their_fields(device, catalogue):
 
 @pytest.mark.parametrize("device_id, answer, level, text", [
     ("NOSERIAL", NO_DASH, "Warn", "'deviceid' has to be in the form DEVICE-SERIAL, but it is NOSERIAL."),
-    ("DEV-x12", b"", "Error", "'x12' is no serial number"),
+    ("DEV-x12", b"", "Error", "'x12' is not a serial number"),
     ("A-B-7", b'{"taskid": "A-B-7" }', "LogLight",
      f"Received update file for device ID A-B-7, our device ID is {OUR_ID}."),
 ])

@@ -10,7 +10,6 @@
 #include "apps/web/service/request.h"
 
 #include <cstdio>
-#include <exception>
 
 namespace {
 
@@ -38,7 +37,7 @@ constexpr Kind KINDS[] = {
     {"/setups", Constants::SETUPS_FOLDER},
 };
 
-// Takes `prefix` off the front of `text`. Returns false when it does not stand there.
+// Removes `prefix` from the front of `text`. Returns false when `text` begins differently.
 bool take(std::string_view& text, std::string_view prefix) {
     if (!text.starts_with(prefix))
         return false;
@@ -62,7 +61,7 @@ bool isTracing() {
     return gComponentLogLevel != nullptr && *gComponentLogLevel < gen::LogLevel::DebugMost;
 }
 
-// Keeps what the app has sent, for somebody who looks for a fault.
+// Keeps the request's body for debugging.
 void copyBody(const std::string& body) {
     OutputFile copy;
     copy.open(BODY_COPY);
@@ -82,23 +81,17 @@ void moveFile(const std::string& from, const char* to) {
 
 } // namespace
 
-QorApp::QorApp() : QorApp(readHardwareId()) {}
+QorApp::QorApp() {
+    HwInfo info;
+    info.initialize();
+    std::string board;
+    info.read(Constants::HWINFO_SERIAL, serial_);
+    info.read(Constants::HWINFO_BOARD, board);
+    deviceId_ = board + "-" + serial_;
+}
 
 QorApp::QorApp(const std::string& board, const std::string& serial)
     : deviceId_(board + "-" + serial), serial_(serial) {}
-
-QorApp::HardwareId QorApp::readHardwareId() {
-    HardwareId id;
-    try {
-        HwInfo info;
-        info.initialize();
-        info.read(Constants::HWINFO_SERIAL, id.serial);
-        info.read(Constants::HWINFO_BOARD, id.board);
-    } catch (const std::exception& exception) {
-        LOG_MESSAGE(Error, "No hardware information: %s", exception.what());
-    }
-    return id;
-}
 
 void QorApp::handleRequest(Request* request) {
     if (request == nullptr)
@@ -218,7 +211,7 @@ void QorApp::offerFile(const std::string& deviceId, const std::string& file) {
     offerAccessoryFile(deviceId.substr(0, dash), deviceId.substr(dash + 1));
 }
 
-bool QorApp::parseFormData(Request* request, Form& form, const char* path) {
+bool QorApp::parseFormData(Request* request, std::map<std::string, std::string>& form, const char* path) {
     HeaderFields type;
     splitHeaderLine(request->param("CONTENT_TYPE"), type);
     if (!type.contains("multipart/form-data")) {
@@ -234,6 +227,6 @@ bool QorApp::parseFormData(Request* request, Form& form, const char* path) {
     return true;
 }
 
-void QorApp::splitHeaderLine(const std::string& line, HeaderFields& into) {
+void QorApp::splitHeaderLine(const std::string& line, std::map<std::string, std::string>& into) {
     ::splitHeaderLine(line, into);
 }

@@ -13,11 +13,11 @@
 
 namespace {
 
-constexpr std::size_t PRODUCT_TEXT = 20;
-constexpr SharedText PRODUCT_NAME{{&gMemPersistent, offsetof(MemPersistent, ProductName), 0}, PRODUCT_TEXT};
+constexpr SharedText PRODUCT_NAME{{&gMemPersistent, offsetof(MemPersistent, ProductName), 0},
+                                  sizeof(MemPersistent::ProductName)};
 constexpr SharedText PRODUCT_VERSION{{&gMemPersistent, offsetof(MemPersistent, ProductVersion), 0},
-                                     PRODUCT_TEXT};
-constexpr std::size_t ACCESSORIES = 16;
+                                     sizeof(MemPersistent::ProductVersion)};
+constexpr std::size_t ACCESSORIES = sizeof(MemExternalDevices::RBusDeviceList) / sizeof(RbusDevice);
 
 void writeSpace(std::ostream& out) {
     struct statvfs root = {};

@@ -25,18 +25,21 @@ constexpr SharedPlace external(std::size_t offset, std::uint32_t event) {
 
 using Media = MemMedia;
 constexpr SharedText HOST_FILE_NAME{
-    media(offsetof(Media, HostUpdateFileName), EventId::VarHostUpdateFileNameChanged), 128};
+    media(offsetof(Media, HostUpdateFileName), EventId::VarHostUpdateFileNameChanged),
+    sizeof(Media::HostUpdateFileName)};
 constexpr SharedInt HOST_STATE{
     media(offsetof(Media, HostUpdateFileState), EventId::VarHostUpdateFileStateChanged)};
 constexpr SharedFlag HOST_START{media(offsetof(Media, HostUpdateStart), EventId::VarHostUpdateStartChanged)};
 
 using Accessories = MemExternalDevices;
 constexpr SharedText DEVICE_NAME{
-    external(offsetof(Accessories, RBusUpdateDeviceName), EventId::VarRBusUpdateDeviceNameChanged), 50};
+    external(offsetof(Accessories, RBusUpdateDeviceName), EventId::VarRBusUpdateDeviceNameChanged),
+    sizeof(Accessories::RBusUpdateDeviceName)};
 constexpr SharedInt DEVICE_SERIAL{
     external(offsetof(Accessories, RBusUpdateDeviceSerial), EventId::VarRBusUpdateDeviceSerialChanged)};
 constexpr SharedText FILE_NAME{
-    external(offsetof(Accessories, RBusUpdateFileName), EventId::VarRBusUpdateFileNameChanged), 128};
+    external(offsetof(Accessories, RBusUpdateFileName), EventId::VarRBusUpdateFileNameChanged),
+    sizeof(Accessories::RBusUpdateFileName)};
 constexpr SharedFlag START{
     external(offsetof(Accessories, RBusUpdateStart), EventId::VarRBusUpdateStartChanged)};
 constexpr SharedInt PROGRESS{
@@ -56,7 +59,7 @@ std::string stateName(std::int32_t state) {
     return getUpdateStateIntrospection(&state, 0);
 }
 
-// Any values may stand in the memory: 64 bits hold what becomes of them, and the lower 32 are the result.
+// The memory may hold any values: 64 bits hold every result, of which the lower 32 are returned.
 std::int32_t overallProgress() {
     const std::int64_t count = COUNT.read();
     if (count == 0)
@@ -68,7 +71,7 @@ std::int32_t toSerial(const std::string& text) {
     try {
         return std::stoi(text);
     } catch (const std::logic_error&) {
-        throwError(__FILE__, __LINE__, "'%s' is no serial number", text.c_str());
+        throwError(__FILE__, __LINE__, "'%s' is not a serial number", text.c_str());
     }
 }
 

@@ -3,28 +3,28 @@
 #include <cstdint>
 #include <string>
 
-/// The variables through which the service and the device's updaters tell each other about a firmware file:
-/// the service names the file, the updater checks it and says so in a state, the service raises a start flag,
-/// the updater counts its progress. Every change is posted; functions that store throw what postEvent throws.
+/// The variables through which the service and the device's updaters exchange a firmware file: the service
+/// names the file, the updater checks it and sets a state, the service sets a start flag, the updater reports
+/// its progress. Every change is posted; functions that store throw what postEvent throws.
 
-/// How an update goes: the name of its state, and percent.
+/// The name of an update's state, and its progress in percent.
 struct UpdateStatus {
     std::string state;
     std::int32_t progress = 0;
 };
 
-/// Of the device's own update. A file that is valid is started: its state reads "Rebooting" from then on.
-/// There is no progress.
+/// The device's own update. Starts it when its file is valid; the state is "Rebooting" then. The progress is
+/// always 0.
 UpdateStatus hostUpdateStatus();
 
-/// Of an accessory's update. A file that is valid is started; the state is told as it was. The progress goes
-/// over all parts of the file.
+/// An accessory's update. Starts it when its file is valid; the state is returned as read. The progress
+/// counts over all parts of the file.
 UpdateStatus accessoryUpdateStatus();
 
-/// Tells the device's own updater that its file, SUP_FILE, is there.
+/// Offers SUP_FILE to the device's own updater.
 void offerHostFile();
 
-/// Tells the accessories' updater that CMF_FILE is there for the accessory, also when there was one before.
-/// Throws std::runtime_error when `serial` does not begin with a decimal number of 32 bits; the updater knows
-/// of the file then, but not of the accessory.
+/// Offers CMF_FILE to the accessories' updater, as a change even when the same path was set before. Throws
+/// std::runtime_error when `serial` does not begin with a decimal number of 32 bits; the file's variables are
+/// written then, those of the accessory are not.
 void offerAccessoryFile(const std::string& name, const std::string& serial);

@@ -7,7 +7,7 @@
 namespace {
 
 constexpr std::string_view TRIMMED = " \t\n\v\f\r\"";
-constexpr std::size_t LOGGED = 1000; // a log line holds less
+constexpr std::size_t LOGGED = 1000; // more than a log line holds
 
 void insertPiece(std::string_view piece, HeaderFields& into) {
     piece = trimHeaderText(piece);

@@ -9,8 +9,8 @@ namespace {
 
 constexpr std::size_t NOWHERE = std::string_view::npos;
 
-// Stores the content of a part that ends with the body: its last line, which has no end, is taken as one
-// that ends in LF, and a CR there as half of the CR LF in front of a delimiter.
+// Stores the content of a part that ends with the body: LF is added to its last line, unless that ends in CR,
+// which counts as half of the CR LF in front of a delimiter.
 void storeUnclosed(OutputFile& file, std::string_view content) {
     const bool endsInCr = content.ends_with('\r');
     file.write(content.substr(0, content.size() - (endsInCr ? 1 : 0)));
@@ -108,7 +108,7 @@ std::string_view Multipart::contentUpTo(std::size_t delimiter) const {
     return content;
 }
 
-// A delimiter stands behind the present part: what was before it becomes a field if it has a name.
+// A delimiter ends the present part, which becomes a field if it has a name.
 void Multipart::startPart(Form& form, std::string_view value) {
     const auto name = headers_.find("name");
     if (name != headers_.end() && (form.size() < MAX_FIELDS || form.contains(name->second)))

@@ -20,21 +20,20 @@ using Form = std::map<std::string, std::string>;
 ///     content                        every byte up to the CR LF in front of the next delimiter
 ///     --boundary--                   closes the last part; nothing needs to stand behind it
 ///
-/// Lines end in LF, with or without CR. A part whose last line ends in a bare LF keeps that. A part that no
-/// delimiter closes is no field; what it has written to the file stays. What stands before the first
-/// delimiter is dropped, as is a part without a name. The later one of two parts with the same name counts;
-/// two parts named "file" share the file, one content after the other.
+/// Lines end in LF, with or without CR. A part whose last line ends in a bare LF keeps that. A part without a
+/// closing delimiter is not a field, but its bytes stay in the file. Text before the first delimiter and
+/// parts without a name are dropped. Of two parts with the same name, the later one counts; two parts named
+/// "file" share the file, one content after the other.
 class Multipart {
 public:
-    /// Fields that are kept at most, so that a body of tiny parts does not take many times its own size.
+    /// Limits the fields, so that a body of tiny parts does not take many times its own size.
     static constexpr std::size_t MAX_FIELDS = 1000;
 
     /// REQUIRES: a boundary that is not empty. `body` and `filePath` must outlive the object.
     Multipart(std::string_view body, std::string_view boundary, const char* filePath);
 
-    /// Reads the whole body into `form`. The file is created or truncated when the first part named "file"
-    /// comes; whether that worked, and whether all could be written, is not told: whoever needs the file
-    /// finds out. To be called once.
+    /// Reads the whole body into `form`. The file is created or truncated at the first part named "file".
+    /// Open and write errors are not reported; the later rename fails. REQUIRES: called once.
     void read(Form& form);
 
 private:
@@ -54,7 +53,7 @@ private:
     std::string_view body_;
     std::string delimiter_; ///< with the LF in front that makes it the beginning of a line
     const char* filePath_;
-    std::size_t position_ = 0; ///< where the next line begins: at the body's end for a last one that is empty
-    HeaderFields headers_;     ///< of the part that is being read
+    std::size_t position_ = 0; ///< of the next line; the body's size when the last line is empty
+    HeaderFields headers_;     ///< of the present part
     OutputFile file_;
 };

@@ -21,7 +21,7 @@ bool hasNul(const std::string& name) {
     return name.find('\0') != std::string::npos;
 }
 
-// Opens a regular file. What is none, such as a folder or a pipe without a writer, is not waited for.
+// Opens a regular file. Does not block on others, such as a pipe without a writer, and refuses them.
 Descriptor openForReading(const std::string& path) {
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
@@ -36,7 +36,7 @@ bool readChunk(const Descriptor& file, std::string& chunk) {
     ssize_t size = -1;
     do {
         size = read(file.get(), chunk.data(), chunk.size());
-    } while (size < 0 && errno == EINTR); // a signal: the loop that this is called from looks at it later
+    } while (size < 0 && errno == EINTR); // retry; the event loop handles the signal
     if (size < 0)
         LOG_MESSAGE(Warn, "Could not read user file: %s", strerror(errno));
     chunk.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
@@ -62,9 +62,9 @@ bool UserFiles::send(const std::string& name, Request& request) const {
     const Descriptor file = openForReading(folder_ + name);
     if (!file.isOpen())
         return false;
-    request.output(); // an empty file is an answer, too
+    request.output(); // writes the header also for an empty file
     for (std::string chunk; readChunk(file, chunk);)
-        request.output() << chunk;
+        request.write(chunk);
     return true;
 }
 
