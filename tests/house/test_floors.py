@@ -1,4 +1,4 @@
-"""The folder of a file is its room, and the room has a floor: includes go to the same floor or a lower one."""
+"""A file's folder determines its floor; includes and links go to the same floor or a lower one, without cycles."""
 
 import re
 from pathlib import Path
@@ -6,7 +6,7 @@ from pathlib import Path
 REPOSITORY = Path(__file__).resolve().parents[2]
 SERVICE = "apps/web/service/"
 
-# From the bottom. A folder stands for its files without those of its subfolders, "folder/name." for one file.
+# From the bottom. A folder stands for its files without those of its subfolders, "folder/name." for one module.
 FLOORS = [
     ["apps/common/diagnostics/", "apps/common/files/"],
     ["apps/common/event/", "apps/common/sharedmemory/"],
@@ -18,6 +18,7 @@ FLOORS = [
     [SERVICE + "requesthandler."],
     [SERVICE + "main."],
 ]
+HELPERS_OF = {"fastcgi": ("fcgi", "request"), "log": ("logging",), "app": ("qorapp",)}
 
 
 def floor(path):
@@ -28,43 +29,60 @@ def floor(path):
     return None
 
 
+def module(path):
+    """A header and its source are one module."""
+    return path.rsplit(".", 1)[0]
+
+
 def sources():
-    """(path, included path) of every include of the house."""
     for folder in ("apps", "gen/code"):
-        for file in (REPOSITORY / folder).rglob("*"):
-            if file.suffix in (".h", ".cpp"):
-                included = re.findall(r'^#include "([^"]+)"', file.read_text(), re.MULTILINE)
-                yield file.relative_to(REPOSITORY).as_posix(), included
+        files = (file for file in (REPOSITORY / folder).rglob("*") if file.suffix in (".h", ".cpp"))
+        yield from ((file.relative_to(REPOSITORY).as_posix(), file.read_text()) for file in files)
 
 
-def test_every_file_is_in_a_room():
+def includes():
+    """(including path, included path) of every include of the house."""
+    for path, text in sources():
+        yield from ((path, name) for name in re.findall(r'^#include "([^"]+)"', text, re.MULTILINE))
+
+
+def links():
+    """(target, linked target) of every link of the house."""
+    for folder in ("apps", "gen"):
+        for file in (REPOSITORY / folder).rglob("CMakeLists.txt"):
+            for names in re.findall(r"target_link_libraries\(([^)]+)\)", file.read_text()):
+                target, *linked = names.split()
+                yield from ((target, name) for name in linked)
+
+
+def cycles(edges):
+    """The nodes from which a path leads back to them."""
+    graph = {}
+    for source, target in edges:
+        if source != target:
+            graph.setdefault(source, set()).add(target)
+    while leaves := [node for node in graph if not graph[node] & graph.keys()]:
+        for leaf in leaves:
+            del graph[leaf]
+    return graph
+
+
+def test_every_file_has_a_floor():
     assert [path for path, _ in sources() if floor(path) is None] == []
 
 
 def test_includes_go_downwards():
-    wrong = [f"{path} includes {name}" for path, included in sources() for name in included
-             if floor(name) is None or floor(name) > floor(path)]
-    assert wrong == []
+    assert [edge for edge in includes() if floor(edge[1]) is None or floor(edge[1]) > floor(edge[0])] == []
 
 
-def test_helpers_do_not_include_the_file_they_serve():
-    doors = {"fastcgi": ("fcgi.h", "request.h"), "log": ("logging.h",), "app": ("qorapp.h",)}
-    wrong = [f"{path} includes {name}" for path, included in sources() for name in included
-             for room, files in doors.items() if path.startswith(f"{SERVICE}{room}/")
-             if name in [SERVICE + file for file in files]]
-    assert wrong == []
+def test_helpers_do_not_include_the_module_they_serve():
+    doors = {f"{SERVICE}{room}/": [SERVICE + name for name in names] for room, names in HELPERS_OF.items()}
+    assert [(path, name) for path, name in includes() for room, modules in doors.items()
+            if path.startswith(room) and module(name) in modules] == []
 
 
-def test_includes_have_no_cycle():
-    graph = dict(sources())
-    path = []
-
-    def visit(file):
-        assert file not in path, f"cycle: {' -> '.join(path[path.index(file):] + [file])}"
-        path.append(file)
-        for name in graph.get(file, []):
-            visit(name)
-        path.pop()
-
-    for file in list(graph):
-        visit(file)
+def test_modules_and_libraries_have_no_cycle():
+    assert list(includes()) and list(links())
+    assert cycles((module(path), module(name)) for path, name in includes()
+                  if not path.startswith("apps/libs/lhwinfo/")) == {}
+    assert cycles(links()) == {}
