@@ -82,7 +82,8 @@ def test_missing_resource_ends_the_start(catalogue):
             taken.listen()
             assert fails_to_start(device, "bind: Address already in use")
         for path, text in ((device.segment("MemPersistent"), "/MemPersistent"), (device.segment("MemApp"), "/MemApp"),
-                           (device.path("/dev/fb0"), "frambuffer open")):
+                           (device.path("/dev/fb0"), "frambuffer open"), (device.path("/dev/mem"), "open"),
+                           (device.path("/dev/mmcblk1"), "open")):
             away = path.rename(f"{path}-away")
             assert fails_to_start(device, f"{text}: No such file or directory")
             away.rename(path)

@@ -1,7 +1,6 @@
 #include "apps/common/event/notify.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/common/event/serverconnection.h"
 
 #include <cerrno>
 #include <unistd.h>
@@ -25,10 +24,4 @@ int readEvents(int fd, Notify* buffer, int max) {
     if (bytes < 0)
         throwError(__FILE__, __LINE__, "Read error");
     return static_cast<int>(static_cast<std::size_t>(bytes) / sizeof(Notify));
-}
-
-void postEvent(Notify event) {
-    if (gServerConnection == nullptr)
-        throwError(__FILE__, __LINE__, "Trying to post event without server connection");
-    gServerConnection->postEvent(event);
 }

@@ -215,3 +215,9 @@ void ServerConnection::subscribe(const Notify& event) {
 void ServerConnection::subscribeAll() {
     postEvent({EventSubscribeAll, 0, 0});
 }
+
+void postEvent(Notify event) {
+    if (gServerConnection == nullptr)
+        throwError(__FILE__, __LINE__, "Trying to post event without server connection");
+    gServerConnection->postEvent(event);
+}
