@@ -1,12 +1,12 @@
 #!/usr/bin/python3
 """Firmware uploads as the companion app sends them, through nginx.
 
-First one large file: it has to be equal in the device's update folder. How long it takes stands beside `cp` of the same
-file to the same folder; the service's peak memory as a multiple of the file. While it goes on another client asks for a
-small answer without a pause: the longest answer is how long a client is held up, which is while the form is read and the
-file stored.
+First table: one large file. The stored file has to equal the sent one. The table compares the upload time with that
+of `cp` to the same folder and gives the service's peak memory as a multiple of the file size. During the upload another
+client requests a small document without pause: its longest response time shows how long the service blocks other
+clients while it parses the form and stores the file.
 
-Then many uploads in a row: none may be lost, and the memory has to be back where it was.
+Second table: many uploads in a row. None may be lost, and the memory has to return to its earlier size.
 """
 
 import filecmp
@@ -29,7 +29,7 @@ LARGE, TIMES, SMALL = 64, 3, 20
 
 
 def make_form(folder, megabytes):
-    """A file, and a file with the form that holds it; so the client streams it and takes no time to build it."""
+    """Writes a file, and a second file with the form that contains it, which the client can stream."""
     file, form = Path(folder) / f"{megabytes}.swu", Path(folder) / "form"
     file.write_bytes(os.urandom(megabytes * MEGABYTE))
     head = "Content-Disposition: form-data; name="
@@ -42,7 +42,7 @@ def make_form(folder, megabytes):
 
 
 def upload(device, form):
-    """Returns whether the upload got its answer."""
+    """Returns whether the upload succeeded."""
     headers = {"Content-Type": f"multipart/form-data; boundary={BOUNDARY}", "Content-Length": str(form.stat().st_size)}
     with open(form, "rb") as body:
         answer = ask(device.http_port, "POST", "/qorapp/v1/device/update", body, headers)
@@ -50,7 +50,7 @@ def upload(device, form):
 
 
 def timed(act):
-    """Milliseconds, and what came of it."""
+    """Returns the milliseconds and the result of a call."""
     start = time.monotonic()
     result = act()
     return (time.monotonic() - start) * 1000, result
@@ -78,10 +78,10 @@ with VirtualDevice(options.build, nginx=True) as device, tempfile.TemporaryDirec
     upload(device, make_form(folder, 1)[1])
     large = list(large_rows(device, service, folder))
     print_table(("MB", "equal bytes", "upload ms", "cp ms", "peak memory / file", "other client's median ms",
-                 "its longest ms"), large)
+                 "longest ms"), large)
     form = make_form(folder, SMALL)[1]
     found = in_a_row(service, options.count, lambda _: upload(device, form))
-print_table(("uploads", "MB each", "lost", "seconds", "VmRSS before KiB", "after KiB", "descriptors more"),
+print_table(("uploads", "MB each", "lost", "seconds", "VmRSS before KiB", "after KiB", "leaked descriptors"),
             [(options.count, SMALL, found.lost, f"{found.seconds:.1f}", found.before_kib, found.after_kib,
               found.leaked)])
 sys.exit(not found.is_good or any(row[1] == "NO" for row in large))

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""What a picture of the display costs, and what it costs those who wait for updates.
+"""The cost of a screen capture, and the delay that captures cause for clients that wait for updates.
 
-First table: processor time and peak memory of a capture, beside libpng writing the same pixels from memory to memory on its own.
-Both are done in turn by one process. The pixels are the controller's screen and, as the worst that can be on display,
-noise. The capture's image leaves piece by piece, so it is not part of its memory.
+First table: CPU time and peak memory of a capture, compared with libpng alone, which encodes the same pixels from
+memory to memory. One process runs both in turn. The pixels are the controller's screen and, as the worst case, noise.
+The capture sends its image in pieces, so its memory does not include the image.
 
-Second table: a client sets a variable again and again while another one waits for the update, first alone and then while
-a third one asks for pictures without a pause. The service looks for changes every 100 ms, so an update alone takes up
-to that long. The service's own work for a picture is the time in which it cannot turn to anybody else.
+Second table: one client sets a variable repeatedly while another waits for the update, first without and then with a
+third client that requests pictures without pause. The service looks for changes every 100 ms, so an update takes up to
+that long even without pictures. While the service encodes a picture it serves no other client.
 """
 
 import json
@@ -17,14 +17,14 @@ import subprocess
 import time
 
 from measure import Process, Repeated, begin, connect, exchange, print_table, progress
-from framebuffer import BUFFERS  # the launcher's, on the path since measure
+from framebuffer import BUFFERS  # module of the launcher; importing measure makes it available
 from virtualdevice import VirtualDevice
 
 SIZES = ((480, 272), (800, 480), (1920, 1080))
 
 
 def devices(options):
-    """A device of each size, with the size as text."""
+    """Yields a device of each size, with the size as text."""
     for width, height in SIZES:
         with VirtualDevice(options.build, screen=(width, height), display=(), nginx=True) as device:
             yield device, f"{width}x{height}"
@@ -45,12 +45,12 @@ def capture_rows(options):
 
 
 def update_times(port, count):
-    """Milliseconds from a set to the update that tells of it: median and longest."""
+    """Milliseconds from a set request to the update with its value: median and longest."""
     waiting, setting = connect(port), connect(port)
     times = []
     for turn in range(count):
         waiting.request("GET", "/api/v1/update.cgi")
-        time.sleep(random.Random(turn).uniform(0.1, 0.2))  # any time within the service's 100 ms
+        time.sleep(random.Random(turn).uniform(0.1, 0.2))  # at any point of the service's 100 ms interval
         start = time.monotonic()
         brightness = {"MemPersistent": {"DisplayBrightness": turn % 10 + 1}}
         exchange(setting, "POST", "/api/v1/set.cgi", json.dumps(brightness))
@@ -59,21 +59,21 @@ def update_times(port, count):
     return f"{statistics.median(times):.0f}", f"{max(times):.0f}"
 
 
-def held_up_rows(options):
+def delay_rows(options):
     for device, size in devices(options):
-        progress(f"updates beside {size}")
+        progress(f"updates with pictures of {size}")
         service = Process(device.pids["service"])
         alone = update_times(device.http_port, options.updates)
-        photographer = connect(device.http_port)
+        capturing = connect(device.http_port)
         before = service.processor_seconds()
-        with Repeated(lambda: exchange(photographer, "GET", "/api/v1/screen.cgi")) as pictures:
-            beside = update_times(device.http_port, options.updates)
+        with Repeated(lambda: exchange(capturing, "GET", "/api/v1/screen.cgi")) as pictures:
+            with_pictures = update_times(device.http_port, options.updates)
         count = len(pictures.times)
         work = (service.processor_seconds() - before) * 1000 / count
-        yield (size, count, f"{work:.1f}", *alone, *beside)
+        yield (size, count, f"{work:.1f}", *alone, *with_pictures)
 
 
 options = begin("Captures", updates=(60, "updates for each row"))
 print_table(("size", "pixels", "by", "median ms", "longest ms", "peak KiB", "image bytes"), capture_rows(options))
-print_table(("size", "pictures", "service's ms per picture", "update alone: median ms", "longest", "beside pictures",
-             "longest"), held_up_rows(options))
+print_table(("size", "pictures", "service's ms per picture", "update without pictures: median ms", "longest",
+             "with pictures: median ms", "longest"), delay_rows(options))

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Clients that follow the kernel log while it grows fast: does each of them get all of it, and what does it cost?
+"""Clients that follow the kernel log while it grows fast: does each client get all of it, and at what cost?
 
-The service's dmesg prints a fixed number of lines each second, one by one. The clients ask for
-log.cgi through the web server, again and again, each from where its text ends. At the end every client's text has to
-equal the conversion of what was written. Then the dmesg ends, and the service has to be at rest.
+A substitute for dmesg prints a fixed number of lines each second, one by one. The clients poll log.cgi through the web
+server, each from the end of its text. At the end every client's text has to equal the conversion of the written lines.
+Then the dmesg ends, and the service has to be idle.
 
-Where a read ends within the introducer of a colour, or behind a multiple of 256 bytes, the conversion depends on the
-reads. The lines are 257 bytes long with all colours in front, so that this happens only when the service falls behind
-by 150 lines.
+The conversion depends on the sizes of the service's reads: if a read ends within a colour's escape sequence or at a
+multiple of 256 bytes, the result differs. The lines are 257 bytes long and begin with all of their colours, so this
+happens only if the service falls behind by 150 lines.
 """
 
 import http.client
@@ -25,7 +25,7 @@ from virtualdevice import VirtualDevice
 CLIENTS = 20
 LINES_PER_SECOND = 2000
 SIZE = 257
-# Escape sequences, and what they are in the text.
+# Escape sequences and their conversions.
 COLOURS = {b"1m": b"<span style=''>", b"31m": b"<span style='color: #AA0000'>",
            b"36m": b"<span style='color: #00AAAA'>", b"45m": b"<span style='background-color: #AA00AA'>",
            b"93m": b"<span style='color: #FFFF55'>", b"107m": b"<span style='background-color: #FFFFFF'>",
@@ -74,12 +74,12 @@ class Follower(threading.Thread):
 
 
 def write_lines(feed, count):
-    """Writes all but the first, which is there. Returns the longest time by which a write was late."""
+    """Writes all lines except the first, which is already written. Returns the largest delay of a write."""
     start, late = time.monotonic(), 0
     per_turn = LINES_PER_SECOND // TURNS
     for turn in range(count // per_turn):
         delay = start + turn / TURNS - time.monotonic()
-        time.sleep(max(delay, LEAST_PAUSE))  # who is late catches up step by step
+        time.sleep(max(delay, LEAST_PAUSE))  # catches up gradually after a stall
         late = max(late, -delay)
         for number in range(max(turn * per_turn, 1), (turn + 1) * per_turn):
             feed.write(line(number))
@@ -87,7 +87,7 @@ def write_lines(feed, count):
 
 
 def measure(options, folder):
-    """Whether all texts are as they have to be, the latest write in seconds, and the figures."""
+    """Returns whether all texts are correct, the largest delay of a write in seconds, and the figures."""
     count = LINES_PER_SECOND * options.seconds
     expected = converted(b"".join(line(number) for number in range(count)))
     os.mkfifo(folder / "fifo")
@@ -99,7 +99,7 @@ def measure(options, folder):
         followers = [Follower(device.http_port, len(expected)) for _ in range(CLIENTS)]
         with open(folder / "fifo", "wb", buffering=0) as feed:
             feed.write(line(0))
-            time.sleep(0.5)  # offset 0 does not wait: the log has to have begun
+            time.sleep(0.5)  # a poll with offset 0 does not wait for text
             before = service.processor_seconds()
             for follower in followers:
                 follower.start()
@@ -109,30 +109,30 @@ def measure(options, folder):
                 follower.join(60)
             used = service.processor_seconds() - before
         time.sleep(0.5)
-        progress(f"The tool has ended, {REST_SECONDS} s of rest")
+        progress(f"dmesg has ended, {REST_SECONDS} s of rest")
         rest = service.processor_share(REST_SECONDS)
         peak = service.memory_kib("VmHWM")
     equal = sum(follower.text == expected for follower in followers)
     alike = all(follower.text == followers[0].text for follower in followers)
     answers = sum(follower.answers for follower in followers)
     return equal == CLIENTS, late, (
-        ("texts equal to the conversion", f"{equal} of {CLIENTS}"),
-        ("all of them the same", "yes" if alike else "NO"),
+        ("correct texts", f"{equal} of {CLIENTS}"),
+        ("all texts equal", "yes" if alike else "NO"),
         ("size of the text", f"{len(expected) / 1e6:.1f} MB"),
         ("answers per client and second", f"{answers / CLIENTS / options.seconds:.1f}"),
-        ("processor of the service", f"{100 * used / options.seconds:.1f} %"),
+        ("CPU of the service", f"{100 * used / options.seconds:.1f} %"),
         ("peak memory of the service", f"{peak / 1024:.1f} MiB"),
-        ("latest write", f"{1000 * late:.0f} ms"),
-        (f"processor in {REST_SECONDS} s after the tool has gone", f"{rest:.3f} %"),
+        ("largest delay of a write", f"{1000 * late:.0f} ms"),
+        (f"CPU in {REST_SECONDS} s after the end of dmesg", f"{rest:.3f} %"),
     )
 
 
-options = begin("The log", seconds=(30, "how long"))
+options = begin("The log", seconds=(30, "duration"))
 for _ in range(ATTEMPTS):
     with tempfile.TemporaryDirectory() as folder:
         is_equal, late, figures = measure(options, Path(folder))
     print_table(("figure", "value"), figures)
     if is_equal or late * LINES_PER_SECOND < BEHIND_LINES:
         break
-    print("The machine stalled, and the service's reads met other places than foreseen: once more.\n", flush=True)
-sys.exit(0 if is_equal else "The texts differ")
+    print("The machine stalled, so reads ended at other positions than expected: measuring again.\n", flush=True)
+sys.exit(0 if is_equal else "the texts differ")

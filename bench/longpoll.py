@@ -1,25 +1,25 @@
 #!/usr/bin/python3
 """Clients that wait for updates through nginx, while the simulation changes variables at a steady pace.
 
-The service looks for changes at most every 100 ms: a tick. What a variable is at a tick, every client that waits gets to
-know; a value that is overwritten before the next tick never existed for them (it is coalesced). Whether each client got
-every value that was current at a tick is decided so:
+The service looks for changes at most every 100 ms: a tick. At a tick every waiting client gets the current values of
+the changed variables; values that are overwritten before the next tick are coalesced. Each client has to get every
+value that was current at a tick. Three checks:
 
-    same       A tick's answer is one document for all who wait. A client that was not back in time misses a document that
-               others have: so all must hold the same documents in the same order.
-    complete   A tick at which nobody waited leaves no document. But the simulation's values can be foretold: each
-               variable goes through a cycle, one step at a time. From its values in two documents that name it follows
-               how many steps lie between; more than one are either coalesced or lost. Ticks are 100 ms apart (the
-               heartbeat sees to it: a connection whose records the service wakes up for and passes over). So if
-               consecutive documents are less than 180 ms apart, there was no other tick between them and the steps are
-               coalesced; else they count as lost. A stall of the machine can only add to the lost.
-    counted    An observer counts the changes that pass through the broker, for each variable: as many as the steps that
-               the documents tell, and none for a variable that they do not name. In a short cycle (a truth value) steps
-               are known but for whole turns.
+    same       A tick produces one document for all waiting clients. A client whose next request is late misses a
+               document that others get, so all clients must have the same documents in the same order.
+    complete   A tick without a waiting client produces no document. The simulation's values are predictable: each
+               variable runs through a cycle, one step at a time, so the values in two documents give the number of
+               steps between them. Additional steps are either coalesced or lost. Ticks are 100 ms apart (a heartbeat
+               connection, whose records the service reads and ignores, wakes it up often enough). If consecutive
+               documents are less than 180 ms apart, no tick lies between them and the steps are coalesced; otherwise
+               they count as lost. A stall of the machine can only add to the lost ones.
+    counted    An observer counts the changes of each variable that pass through the broker. The count must equal the
+               number of steps in the documents, and be zero for variables that no document names. For a short cycle
+               (a bool) the number of steps is known modulo the cycle's length.
 
-When the simulation has ended the clients still wait, and the service must be idle. A last change sets them free: all get
-the same document, so no request was lost on the way. When the web server has ended, the service has the descriptors that
-it had before.
+After the end of the simulation the clients still wait, and the service must be idle. A last change then has to reach
+all of them in the same document, so no request was lost. After the end of the web server the service must have as many
+descriptors as before.
 """
 
 import csv
@@ -42,18 +42,18 @@ from virtualdevice import VirtualDevice
 CLIENTS = 28
 CHANGES, INTERVAL_MS = 50, 100
 NEAR_SECONDS = 0.180
-TELLING_CYCLE = 10  # values; in a shorter one a jump may look like a step
+LONG_CYCLE = 10  # values; in a shorter cycle several steps may look like one
 MOST_COMPLAINTS = 10
 EVENT_SUBSCRIBE_ALL = 3
 ABORT_REQUEST = bytes([1, 2, 0, 1, 0, 0, 0, 0])
 
 
 class Client(threading.Thread):
-    """Asks for updates again and again until the document that names the last change, or a failure."""
+    """Polls for updates until the document with the last change, or until a failure."""
 
     def __init__(self, port, texts):
         super().__init__(daemon=True)
-        self.documents = []  # (when it was complete, text)
+        self.documents = []  # (time of completion, text)
         self.failure = None
         self._texts = texts
         self._connection = connect(port)
@@ -95,7 +95,7 @@ class Observer(threading.Thread):
 
 
 def place_in_cycle(value):
-    """Where a variable's JSON value stands in its cycle, and the cycle's length: the rule of device/simulation/soak.h."""
+    """The position of a variable's JSON value in its cycle, and the cycle's length; see device/simulation/soak.h."""
     if value["type"] == "bool":
         return int(value["value"] == "true"), 2
     low, high = float(value["min"]), float(value["max"])
@@ -108,7 +108,7 @@ def place_in_cycle(value):
 
 
 def sequences(texts):
-    """For each variable that changes, the documents that name it: (index of the document, value)."""
+    """For each variable that changes, its (index of the document, value) in all documents that name it."""
     found = defaultdict(list)
     for index, text in enumerate(texts):
         for variables in json.loads(text)["variables"].values():
@@ -120,32 +120,32 @@ def sequences(texts):
 def count_steps(sequence, gaps):
     """Steps of a variable from the first to the last document, and how many of them were coalesced and how many lost.
 
-    A value may be told twice: a tick between a store and its event shows it, and the event shows it again.
+    Two documents may have the same value: one from a tick between the store and its event, one after the event.
     """
     steps = coalesced = lost = 0
     for (before, old), (now, new) in zip(sequence, sequence[1:]):
         place, cycle = place_in_cycle(new)
         distance = (place - place_in_cycle(old)[0]) % cycle
         steps += distance
-        if cycle >= TELLING_CYCLE and distance > 1:
+        if cycle >= LONG_CYCLE and distance > 1:
             coalesced += distance - 1 if gaps[now] == gaps[before] else 0
             lost += distance - 1 if gaps[now] != gaps[before] else 0
     return steps, coalesced, lost
 
 
-def tells(steps, observed, cycle):
-    """Whether the documents tell as many steps as were observed."""
-    return steps == observed if cycle >= TELLING_CYCLE else (steps - observed) % cycle == 0
+def matches(steps, observed, cycle):
+    """Whether the documents contain as many steps as were observed."""
+    return steps == observed if cycle >= LONG_CYCLE else (steps - observed) % cycle == 0
 
 
 def judge(tree, clients, observed):
-    """Figures and complaints about what the clients got after the tree. The last document is the one that set them free."""
+    """Figures and complaints about the documents after the tree. The last document has the final change."""
     complaints = [client.failure for client in clients if client.failure]
     most = max((client.texts() for client in clients), key=len)
     alike = [client.documents for client in clients if client.texts() == most]
     if len(alike) < len(clients):
         complaints.append(f"only {len(alike)} clients have the same documents")
-    # When the first client had each. The tree is from before the changes began: nothing is late behind it.
+    # When the first client had each. The tree is older than all changes, so the first document is never late.
     times = [min(when for when, _ in same) for same in zip(*alike)][:-1]
     late = (after - before >= NEAR_SECONDS for before, after in zip(times, times[1:]))
     gaps = [0, 0, *itertools.accumulate(late)]  # before each document
@@ -154,9 +154,9 @@ def judge(tree, clients, observed):
     for name, sequence in counted.items():
         steps, few, none = count_steps(sequence, gaps)
         coalesced, lost = coalesced + few, lost + none
-        if not tells(steps, observed.get(name, 0), place_in_cycle(sequence[-1][1])[1]):
-            complaints.append(f"{name}: {steps} changes told, {observed.get(name, 0)} observed")
-    complaints += [f"{name}: observed, never told" for name in observed if name not in counted]
+        if not matches(steps, observed.get(name, 0), place_in_cycle(sequence[-1][1])[1]):
+            complaints.append(f"{name}: {steps} changes in the documents, {observed.get(name, 0)} observed")
+    complaints += [f"{name}: observed, in no document" for name in observed if name not in counted]
     if lost:
         complaints.append(f"{lost} values may have been current at a tick without a document")
     answers = sum(len(client.documents) for client in clients)
@@ -169,7 +169,7 @@ def set_brightness(device, value):
 
 
 def hold_simulation(device, observer):
-    """Stops the simulation half-way between two steps."""
+    """Stops the simulation between two steps."""
     observer.heard.clear()
     observer.heard.wait()
     time.sleep(INTERVAL_MS / 2000)
@@ -177,7 +177,7 @@ def hold_simulation(device, observer):
 
 
 def start_clients(device, service, descriptors):
-    """Returns when the service holds a connection for each client, or after a while; how many it holds, too."""
+    """Waits until the service has a connection for each client, at most 10 s. Returns the clients and the number."""
     texts, end = {}, time.monotonic() + 10
     clients = [Client(device.http_port, texts) for _ in range(CLIENTS)]
     for client in clients:
@@ -188,7 +188,7 @@ def start_clients(device, service, descriptors):
 
 
 def measure_busy(device, service, seconds):
-    """Lets the simulation go on for a while and ends it. Returns the service's processor share."""
+    """Continues the simulation for `seconds` and ends it. Returns the service's CPU share."""
     with socket.create_connection(("127.0.0.1", device.fcgi_port)) as heartbeat, \
             Repeated(lambda: heartbeat.sendall(ABORT_REQUEST), 0.01):
         os.kill(device.pids["simulation"], signal.SIGCONT)
@@ -199,7 +199,7 @@ def measure_busy(device, service, seconds):
 
 
 def run(device, options):
-    """One run: figures in the order of the table, and complaints."""
+    """Returns the figures in the order of the table, and complaints."""
     service = Process(device.pids["service"])
     descriptors = service.descriptors()
     observer = Observer(device.path("/var/volatile/message-broker.socket"))
@@ -213,7 +213,7 @@ def run(device, options):
     progress(f"{waiting} clients wait, {options.seconds} s of changes")
     busy = measure_busy(device, service, options.seconds)
     observed = observer.by_name()
-    progress(f"{options.idle} s of silence")
+    progress(f"{options.idle} s without changes")
     idle = service.processor_share(options.idle)
     set_brightness(device, 6)
     for client in clients:
@@ -227,13 +227,13 @@ def run(device, options):
     return (*figures, leaked, f"{busy:.2f}", f"{idle:.2f}"), complaints
 
 
-options = begin("Long polls", seconds=(60, "time of changes"), idle=(10, "time of silence behind it"))
+options = begin("Long polls", seconds=(60, "duration of changes"), idle=(10, "idle time after them"))
 load = ("--changes", str(CHANGES), "--interval", str(INTERVAL_MS))
 with VirtualDevice(options.build, simulation=load, nginx=True) as device:
     figures, complaints = run(device, options)
 print(f"{CHANGES} variables change every {INTERVAL_MS} ms for {options.seconds} s.\n")
 print_table(("clients", "answers", "documents", "changes observed", "coalesced", "documents missed", "values lost",
-             "descriptors more", "processor % busy", "% idle"), [figures])
+             "leaked descriptors", "CPU % busy", "CPU % idle"), [figures])
 for complaint in complaints[:MOST_COMPLAINTS]:
     print(f"- {complaint}")
 sys.exit(bool(complaints))

@@ -1,4 +1,4 @@
-"""What the benchmarks share: launcher on the path, command line, conditions, a look at a process, requests, tables."""
+"""Shared by the benchmarks: path of the launcher, command line, conditions, process figures, requests, tables."""
 
 import argparse
 import datetime
@@ -16,13 +16,13 @@ from pathlib import Path
 REPOSITORY = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(REPOSITORY / "device" / "launcher"))
 
-FINISHED_SECONDS = 0.5  # finished requests go with the next turn
-KEPT_KIB = 2 * 1024  # the heap keeps what is below its trim threshold, however many uploads there were
+FINISHED_SECONDS = 0.5  # by then the service has deleted finished requests
+KEPT_KIB = 2 * 1024  # the heap keeps memory below its trim threshold
 
 
 def begin(title, **numbers):
-    """The command line's options: the build folder, and the numbers, each given as (default, what it is). Prints
-    title, machine, date and command: a figure without them says nothing."""
+    """Parses the command line: the build folder, and numeric options given as name=(default, help). Prints title,
+    date, machine and command, without which figures cannot be compared."""
     parser = argparse.ArgumentParser(description=sys.modules["__main__"].__doc__.splitlines()[0])
     parser.add_argument("--build", default=REPOSITORY / "build" / "release", help="build folder (build/release)")
     for name, (default, about) in numbers.items():
@@ -44,12 +44,12 @@ def print_table(header, rows):
 
 
 def progress(text):
-    """On standard error, so that standard output holds the tables and nothing else."""
+    """Prints to standard error; standard output holds only the tables."""
     print(text, file=sys.stderr, flush=True)
 
 
 class Process:
-    """A running process as /proc shows it."""
+    """Figures of a running process from /proc."""
 
     def __init__(self, pid):
         self._folder = Path("/proc") / str(pid)
@@ -60,15 +60,15 @@ class Process:
         return int(next(line for line in lines if line.startswith(field + ":")).split()[1])
 
     def reset_peak(self):
-        """Lets VmHWM, the peak of VmRSS, begin anew."""
+        """Resets VmHWM, the peak of VmRSS."""
         (self._folder / "clear_refs").write_text("5")
 
     def processor_seconds(self):
-        """Time on a processor so far, of the main thread. Exact: the stat file counts in ticks and misses short turns."""
+        """CPU time of the main thread so far. The stat file would count in ticks and miss short runs."""
         return int((self._folder / "schedstat").read_text().split()[0]) / 1e9
 
     def processor_share(self, seconds):
-        """Percent of one processor over the time to come."""
+        """Percent of one CPU over the next `seconds`."""
         before, start = self.processor_seconds(), time.monotonic()
         time.sleep(seconds)
         return (self.processor_seconds() - before) / (time.monotonic() - start) * 100
@@ -82,7 +82,7 @@ def connect(port):
 
 
 def exchange(connection, method, path, body=None, headers=None):
-    """The body of the answer, whose status has to be 200."""
+    """Returns the response body; raises unless the status is 200."""
     connection.request(method, path, body, headers or {})
     response = connection.getresponse()
     content = response.read()
@@ -92,13 +92,13 @@ def exchange(connection, method, path, body=None, headers=None):
 
 
 def ask(port, *request):
-    """An exchange on a connection of its own."""
+    """An exchange on a new connection."""
     with closing(connect(port)) as connection:
         return exchange(connection, *request)
 
 
 class Repeated(threading.Thread):
-    """Does something again and again while its block runs, and notes how many seconds each time took."""
+    """Repeats an action while its block runs and records the seconds that each run took."""
 
     def __init__(self, act, pause=0):
         super().__init__(daemon=True)
@@ -123,7 +123,7 @@ class Repeated(threading.Thread):
 
 
 class InARow(namedtuple("InARow", "lost seconds processor before_kib after_kib leaked")):
-    """What many uploads in a row have cost the service."""
+    """The cost of many uploads in a row for the service."""
 
     @property
     def is_good(self):
@@ -131,7 +131,7 @@ class InARow(namedtuple("InARow", "lost seconds processor before_kib after_kib l
 
 
 def in_a_row(service, count, upload):
-    """upload(number) tells whether it got its answer."""
+    """Calls upload(number), which returns whether the upload succeeded, `count` times."""
     before, descriptors = service.memory_kib("VmRSS"), service.descriptors()
     processor, start = service.processor_seconds(), time.monotonic()
     lost = 0

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""How much memory the service holds: at its start, after the whole tree, after a picture of the display, after large bodies.
+"""Memory of the service: at its start, after the whole tree, after a screen capture, after large bodies.
 
-Of a program for another processor the pages of its own address space are counted, as the emulator's process has them;
-the emulator's own memory says nothing of the device. The emulator maps the program's four gigabytes as one piece, without
-a gap, around the file of the program. It has no peak of its own there: that is watched while the upload runs.
+For an emulated program only the pages of its own address space are counted, not those of the emulator. The emulator
+maps the program's four gigabytes as one range without gaps, which contains the program's file. The kernel has no peak
+for that range, so this benchmark samples it during the upload.
 """
 
 import re
@@ -29,7 +29,7 @@ UPLOADS = {
 
 
 class Memory:
-    """Resident pages of the program: all of them, and those that are its alone (anonymous), in KiB."""
+    """Resident pages of the program in KiB: all, and the anonymous ones."""
 
     def __init__(self, pid, build):
         self._smaps = Path(f"/proc/{pid}/smaps")
@@ -59,12 +59,12 @@ class Memory:
         while last + 1 < len(mappings) and mappings[last + 1]["begin"] == mappings[last]["end"]:
             last += 1
         if mappings[last]["end"] - mappings[first]["begin"] > ADDRESS_SPACE:
-            raise RuntimeError("the program's address space cannot be told from the emulator's")
+            raise RuntimeError("cannot distinguish the program's address space from the emulator's")
         return mappings[first:last + 1]
 
 
 def measure(build):
-    """Rows of a table: after what, pages, own pages, and the peak where it was watched."""
+    """Rows of the table: preceding request, resident pages, anonymous pages, and the peak of uploads."""
     with VirtualDevice(build, nginx=True) as device:
         process = Process(device.pids["service"])
         memory = Memory(device.pids["service"], build)
@@ -84,4 +84,4 @@ def measure(build):
 
 options = begin("Memory")
 progress("measuring")
-print_table(("after", "resident KiB", "of it anonymous KiB", "peak KiB"), measure(options.build))
+print_table(("after", "resident KiB", "anonymous KiB", "peak KiB"), measure(options.build))

@@ -1,6 +1,5 @@
-// The yardstick of bench/throughput.py: answers FastCGI requests from buffers that are ready before the first
-// request comes, on the reference FastCGI library. Whatever a service does to know its answer, this one does
-// not.
+// The reference of bench/throughput.py: answers FastCGI requests with prepared buffers through the reference
+// FastCGI library. It does none of the work that a service needs to compute its answers.
 
 #include <fcgiapp.h>
 
@@ -34,7 +33,7 @@ Answers readAnswers(char** arguments) {
 }
 
 void answer(FCGX_Request& request, const Answers& answers) {
-    // A request is answered when it is here whole, as the service does it.
+    // Like the service, reads the whole request before it answers.
     char bytes[8192];
     while (FCGX_GetStr(bytes, sizeof bytes, request.in) > 0) {
     }
@@ -51,7 +50,7 @@ void serve(const std::string& port, const Answers& answers) {
     FCGX_Request request;
     if (listening < 0 || FCGX_InitRequest(&request, listening, 0) != 0)
         throw std::runtime_error("cannot listen on port " + port);
-    while (FCGX_Accept_r(&request) == 0) // ends the request before
+    while (FCGX_Accept_r(&request) == 0) // ends the previous request
         answer(request, answers);
     throw std::runtime_error("cannot accept");
 }

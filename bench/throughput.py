@@ -1,16 +1,16 @@
 #!/usr/bin/python3
-"""Requests per second of all.cgi and set.cgi, beside what can be had at all.
+"""Requests per second of all.cgi and set.cgi, compared with prepared answers and static files.
 
-One nginx with one worker has the reference site several times, each on a port of its own:
+One nginx with one worker serves the reference site several times, each on its own port:
 
-    service     as it is
-    responder   another process (readyresponder) that sends the same bytes from memory, on a connection for each request
-    kept        the same on a kept connection, as the service has it. It can be asked on one connection only: the
-                responder's library serves one connection as long as that is open, and nobody else
-    static      the same bytes as a file that nginx sends by itself (for set.cgi too, though it is asked for by GET)
+    service     the service
+    responder   another process (readyresponder) that sends the same bytes from memory, one connection per request
+    kept        the same on a persistent connection, like the service. Measured with one client only, because the
+                responder's library serves one connection until it is closed
+    static      the same bytes as a static file of nginx (set.cgi too, but with GET)
 
-wrk asks them in turn. Nobody who speaks FastCGI can know the answer earlier than the responder does: it is the measure,
-the faster one where there are two.
+wrk measures them in turn. A FastCGI process cannot have its answer earlier than the responder, so the rates are given
+as multiples of the responder's; of two responders, the faster one counts.
 """
 
 import re
@@ -31,7 +31,7 @@ Figures = namedtuple("Figures", "rate median_us p99_us errors timeouts processor
 
 
 class FourSites(VirtualDevice):
-    """A virtual device whose web server has the sites of the responders and the static one beside its own."""
+    """A virtual device whose web server also has the sites of the responders and the static one."""
 
     def __init__(self, build, simulation):
         super().__init__(build, simulation=simulation, nginx=True)
@@ -50,10 +50,10 @@ class FourSites(VirtualDevice):
                   lambda: is_listening(self.http_port))
 
     def start_responders(self):
-        """Takes the answers that the service gives now as those of the other sites."""
+        """Uses the service's present answers as those of the other sites."""
         ready = []
         (self.root / "static/api/v1").mkdir(parents=True)
-        for script in reversed(SCRIPTS):  # the tree after the set, which changes it
+        for script in reversed(SCRIPTS):  # the tree last, because the set request changes it
             body = self.ask("service", script)
             file = self.path(f"/tmp/{script}")
             file.write_bytes(HEADER + body)
@@ -68,7 +68,7 @@ class FourSites(VirtualDevice):
         return ask(self.ports[site], *request)
 
     def _site(self, name):
-        """The reference site under another name. Its maps are there already and hold for all."""
+        """The reference site under another name, without its maps, which all sites share."""
         reference = (REPOSITORY / "packaging" / "nginx" / "webservice.conf").read_text()
         text = re.sub(r"(?ms)^map .*?^}\n", "", reference)
         answer = f"fastcgi_pass {name};"
@@ -92,7 +92,7 @@ def replaced(text, pattern, replacement):
 
 
 def measure(device, site, script, connections, seconds):
-    """One run of wrk. The processor time is that of the process that answers behind nginx."""
+    """One run of wrk. The CPU time is that of the process behind nginx."""
     answering = Process(device.pids[site]) if site in device.pids else None
     before = answering.processor_seconds() if answering else 0
     posts = script == "set" and site != "static"
@@ -104,7 +104,7 @@ def measure(device, site, script, connections, seconds):
     return Figures(requests / duration * 1e6, *rest, used / max(requests, 1) * 1e6)
 
 
-def contest(device, label, script, sites, seconds):
+def compare(device, label, script, sites, seconds):
     """Rows of all sites for one script."""
     for connections in (1, 4):
         runs = {}
@@ -112,28 +112,28 @@ def contest(device, label, script, sites, seconds):
             if connections == 1 or site != "kept":
                 progress(f"{label}, {connections} connections: {site}")
                 runs[site] = measure(device, site, script, connections, seconds)
-        yardstick = max(runs[site].rate for site in RESPONDERS if site in runs)
+        reference = max(runs[site].rate for site in RESPONDERS if site in runs)
         for site, run in runs.items():
-            yield (label, connections, site, f"{run.rate:.0f}", f"{run.rate / yardstick:.2f}",
+            yield (label, connections, site, f"{run.rate:.0f}", f"{run.rate / reference:.2f}",
                    f"{run.median_us / 1000:.2f}", f"{run.p99_us / 1000:.2f}", run.errors, run.timeouts,
                    f"{run.processor_us:.0f}" if run.processor_us else "-")
 
 
 options = begin("Throughput", seconds=(20, "length of each run"))
 rows, sizes = [], {}
-# All sites with a device on which nothing moves: they give the same bytes, which is checked first.
+# All sites with a device whose variables do not change: the sites have to give the same bytes.
 with FourSites(options.build, ("--still",)) as device:
     device.start_responders()
     for script in SCRIPTS:
         sizes[script] = len(device.ask("service", script))
         assert len({device.ask(site, script) for site in device.ports}) == 1, f"{script}: different bytes"
     for script in SCRIPTS:
-        rows += contest(device, f"{script}.cgi", script, device.ports, options.seconds)
-# The tree of a device in use, where each answer differs from the one before.
+        rows += compare(device, f"{script}.cgi", script, device.ports, options.seconds)
+# The tree of a device in use, where consecutive answers differ.
 with FourSites(options.build, ()) as device:
     device.start_responders()
-    rows += contest(device, "all.cgi, device moving", "all", ("service", *RESPONDERS), options.seconds)
+    rows += compare(device, "all.cgi, device moving", "all", ("service", *RESPONDERS), options.seconds)
 print(f"Bodies: all.cgi {sizes['all']} bytes, set.cgi {sizes['set']} bytes; {options.seconds} s each.\n")
-print_table(("script", "connections", "answered by", "requests/s", "of responder", "median ms", "99 % ms", "errors",
-             "time-outs", "its processor, µs/request"), rows)
+print_table(("script", "connections", "answered by", "requests/s", "multiple of responder", "median ms", "99 % ms",
+             "errors", "timeouts", "CPU time, µs/request"), rows)
 sys.exit(any(row[7] or row[8] for row in rows))

@@ -1,5 +1,5 @@
 -- Run by wrk. With the argument "set" it posts two values in turn, so that each request changes the variable; without
--- it gets the same address again and again. Ends with one line of figures for bench/throughput.py.
+-- arguments it repeats the same GET. The last line of output holds the figures for bench/throughput.py.
 
 function init(arguments)
     if arguments[1] ~= "set" then
