@@ -19,7 +19,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from measure import Process, Repeated, ask, begin, in_a_row, print_table
+from measure import UNLIMITED, Process, Repeated, ask, begin, in_a_row, print_table
 from virtualdevice import VirtualDevice
 
 DEVICE_ID = "K1-K1-00042"
@@ -73,7 +73,7 @@ def large_rows(device, service, folder):
 
 
 options = begin("Firmware uploads", count=(50, "uploads in a row"))
-with VirtualDevice(options.build, nginx=True) as device, tempfile.TemporaryDirectory() as folder:
+with VirtualDevice(options.build, nginx=True, site=UNLIMITED) as device, tempfile.TemporaryDirectory() as folder:
     service = Process(device.pids["service"])
     upload(device, make_form(folder, 1)[1])
     large = list(large_rows(device, service, folder))

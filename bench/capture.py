@@ -16,7 +16,7 @@ import statistics
 import subprocess
 import time
 
-from measure import Process, Repeated, begin, connect, exchange, print_table, progress
+from measure import UNLIMITED, Process, Repeated, begin, connect, exchange, print_table, progress
 from framebuffer import BUFFERS  # module of the launcher; importing measure makes it available
 from virtualdevice import VirtualDevice
 
@@ -26,7 +26,7 @@ SIZES = ((480, 272), (800, 480), (1920, 1080))
 def devices(options):
     """Yields a device of each size, with the size as text."""
     for width, height in SIZES:
-        with VirtualDevice(options.build, screen=(width, height), display=(), nginx=True) as device:
+        with VirtualDevice(options.build, screen=(width, height), display=(), nginx=True, site=UNLIMITED) as device:
             yield device, f"{width}x{height}"
 
 

@@ -19,7 +19,7 @@ import threading
 import time
 from pathlib import Path
 
-from measure import Process, begin, connect, exchange, print_table, progress
+from measure import UNLIMITED, Process, begin, connect, exchange, print_table, progress
 from virtualdevice import VirtualDevice
 
 CLIENTS = 20
@@ -94,7 +94,7 @@ def measure(options, folder):
     (folder / "dmesg").write_text(TOOL)
     (folder / "dmesg").chmod(0o755)
     environment = {"PATH": f"{folder}:{os.environ['PATH']}"}
-    with VirtualDevice(options.build, nginx=True, environment=environment) as device:
+    with VirtualDevice(options.build, nginx=True, site=UNLIMITED, environment=environment) as device:
         service = Process(device.pids["service"])
         followers = [Follower(device.http_port, len(expected)) for _ in range(CLIENTS)]
         with open(folder / "fifo", "wb", buffering=0) as feed:

@@ -35,8 +35,8 @@ import threading
 import time
 from collections import Counter, defaultdict
 
-from measure import (FINISHED_SECONDS, REPOSITORY, Process, Repeated, ask, begin, connect, exchange, print_table,
-                     progress)
+from measure import (FINISHED_SECONDS, REPOSITORY, UNLIMITED, Process, Repeated, ask, begin, connect, exchange,
+                     print_table, progress)
 from virtualdevice import VirtualDevice
 
 CLIENTS = 28
@@ -229,7 +229,7 @@ def run(device, options):
 
 options = begin("Long polls", seconds=(60, "duration of changes"), idle=(10, "idle time after them"))
 load = ("--changes", str(CHANGES), "--interval", str(INTERVAL_MS))
-with VirtualDevice(options.build, simulation=load, nginx=True) as device:
+with VirtualDevice(options.build, simulation=load, nginx=True, site=UNLIMITED) as device:
     figures, complaints = run(device, options)
 print(f"{CHANGES} variables change every {INTERVAL_MS} ms for {options.seconds} s.\n")
 print_table(("clients", "answers", "documents", "changes observed", "coalesced", "documents missed", "values lost",

@@ -10,7 +10,7 @@ import re
 import time
 from pathlib import Path
 
-from measure import FINISHED_SECONDS, Process, Repeated, ask, begin, print_table, progress  # and the launcher
+from measure import FINISHED_SECONDS, UNLIMITED, Process, Repeated, ask, begin, print_table, progress  # and the launcher
 from emulation import emulator
 from virtualdevice import VirtualDevice
 
@@ -65,7 +65,7 @@ class Memory:
 
 def measure(build):
     """Rows of the table: preceding request, resident pages, anonymous pages, and the peak of uploads."""
-    with VirtualDevice(build, nginx=True) as device:
+    with VirtualDevice(build, nginx=True, site=UNLIMITED) as device:
         process = Process(device.pids["service"])
         memory = Memory(device.pids["service"], build)
         yield "start", *memory.read(), ""

@@ -18,7 +18,7 @@ import subprocess
 import sys
 from collections import namedtuple
 
-from measure import REPOSITORY, Process, ask, begin, print_table, progress
+from measure import REPOSITORY, UNLIMITED, Process, ask, begin, print_table, progress
 from desk import free_port, is_listening, render_nginx
 from virtualdevice import VirtualDevice
 
@@ -41,7 +41,7 @@ class FourSites(VirtualDevice):
     def start_nginx(self):
         folder = self.root / "nginx"
         config = render_nginx(REPOSITORY / "packaging" / "nginx", folder, self.http_address, self.http_port,
-                              self.fcgi_port)
+                              self.fcgi_port, changes=UNLIMITED)
         for name in OTHERS:
             (folder / "webservice" / f"{name}.conf").write_text(self._site(name))
         includes = " ".join(f"include webservice/{name}.conf;" for name in ("webservice", *OTHERS))
@@ -68,21 +68,19 @@ class FourSites(VirtualDevice):
         return ask(self.ports[site], *request)
 
     def _site(self, name):
-        """The reference site under another name, without its maps, which all sites share."""
-        reference = (REPOSITORY / "packaging" / "nginx" / "webservice.conf").read_text()
-        text = re.sub(r"(?ms)^map .*?^}\n", "", reference)
+        """The reference site with another upstream. It uses the maps of the reference site."""
+        text = (REPOSITORY / "packaging" / "nginx" / "server.conf").read_text()
         answer = f"fastcgi_pass {name};"
         if name == "static":
             answer = f"root {self.root / 'static'}; default_type application/json; sendfile on;"
+            text = replaced(text, "!= POST", "= PUT")
         for pattern, replacement in (
-                ("upstream webservice", f"upstream {name}"),
                 ("fastcgi_keep_conn on", f"fastcgi_keep_conn {'off' if name == 'responder' else 'on'}"),
                 ("fastcgi_pass webservice;", answer),
-                (r"\bwaiting\b", f"waiting_{name}"),
-                ("include webservice/listen.conf", f"listen 127.0.0.1:{self.ports[name]}"),
-                ("include webservice/upstream.conf", f"server 127.0.0.1:{self._responder_ports.get(name, 9)}")):
+                ("include webservice/listen.conf", f"listen 127.0.0.1:{self.ports[name]}")):
             text = replaced(text, pattern, replacement)
-        return text
+        upstream = f"server 127.0.0.1:{self._responder_ports.get(name, 9)}; keepalive 32;"
+        return f"upstream {name} {{ {upstream} }}\nserver {{\n{text}}}\n"
 
 
 def replaced(text, pattern, replacement):

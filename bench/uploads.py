@@ -9,7 +9,7 @@ does not exist, and bytes that are no JSON at all.
 import random
 import sys
 
-from measure import Process, ask, begin, in_a_row, print_table
+from measure import UNLIMITED, Process, ask, begin, in_a_row, print_table
 from virtualdevice import VirtualDevice
 
 MEGABYTES = 20
@@ -37,7 +37,7 @@ def upload(device, kinds, number):
 
 
 options = begin("Uploads", count=(100, "number of uploads"))
-with VirtualDevice(options.build, nginx=True) as device:
+with VirtualDevice(options.build, nginx=True, site=UNLIMITED) as device:
     service = Process(device.pids["service"])
     small, large = bodies(1000), bodies(MEGABYTES * 1_000_000)
     # What is allocated once is allocated now.

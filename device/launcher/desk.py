@@ -69,36 +69,41 @@ def is_listening(port):
     return False
 
 
-def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent"):
+def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent", changes=None):
     """Fills `folder` with a web-server configuration made of the reference one, and returns its main file.
 
-    What differs from the device is where it listens, where the service and the console's pages are, and the frame
-    around the site.
+    Addresses, folders and the main file differ from the device's. `changes` holds functions by the name of a file, for
+    example "limits.conf": each takes the reference file's text and returns the one to use.
     """
     # A worker of another user could not enter the private folder.
     user = "user root;" if os.geteuid() == 0 else ""
-    return render(source, folder, "nginx.conf", {"@USER@": user, "@FOLDER@": str(folder)}, {
+    return render(source, folder, "nginx.conf", {"@USER@": user, "@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f"listen {address}:{port} so_keepalive=60s:10s:6;\n",
+        "hosts.conf": f"{address} 0;\n",
         "upstream.conf": f"server 127.0.0.1:{fcgi_port};\n",
         "client.conf": f'root "{client}";\n',
+        "log.conf": f"access_log {folder}/changes.log changes if=$upstream_addr;\n",
     })
 
 
-def render_lighttpd(source, folder, address, port, fcgi_port, client):
+def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=None):
     """The same for the other web server."""
-    config = render(source, folder, "lighttpd.conf", {"@FOLDER@": str(folder)}, {
+    config = render(source, folder, "lighttpd.conf", {"@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f'server.bind = "{address}"\nserver.port = {port}\n',
+        "hosts.conf": f'var.hosts = "{address}"\n',
         "upstream.conf": f'var.service_host = "127.0.0.1"\nvar.service_port = {fcgi_port}\n',
-        "folders.conf": f'var.client = "{client}"\nvar.site = "{folder / "webservice"}"\n',
+        "folders.conf": f'var.client = "{client}"\nvar.site = "{folder / "webservice"}"\n'
+                        f'var.changes = "{folder / "changes.log"}"\n',
     })
     (folder / "body").mkdir(exist_ok=True)
     return config
 
 
-def render(source, folder, main, names, files):
+def render(source, folder, main, names, changes, files):
     """Copies the reference configuration, with `names` in its frame filled in and `files` instead of its own."""
     site = folder / "webservice"
     shutil.copytree(source, site, ignore=shutil.ignore_patterns("*.in"), dirs_exist_ok=True)
+    files = {**files, **{name: change((source / name).read_text()) for name, change in changes.items()}}
     for name, text in files.items():
         (site / name).write_text(text)
     frame = (source / f"{main}.in").read_text()

@@ -46,13 +46,15 @@ class VirtualDevice:
     client       folder of the browser console's pages; None: that of the build
     http_port    the web server's port; None: a free one
     http_address the web server's address
+    site         functions by the name of a file of the web server's site, for example "limits.conf": each takes the
+                 file's text and returns the one to use
     fcgi_port    the service's port instead of 9000; None: a free one
     environment  variables for the device's processes beside those that make them see the device
     """
 
     def __init__(self, build, *, simulation=("--still",), screen=(800, 480), display=None, service=True, nginx=False,
-                 lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", fcgi_port=None,
-                 environment=None):
+                 lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", site=None,
+                 fcgi_port=None, environment=None):
         self.build = Path(build).resolve()
         self._emulator = emulator(self.build)
         self._library = self.build / "lib" / "libvirtualdevice.so"
@@ -69,6 +71,7 @@ class VirtualDevice:
         self._with_service = service
         self._with_nginx = nginx
         self._with_lighttpd = lighttpd
+        self._site_changes = site
         self._environment = dict(environment or {})
         self._processes = {}
 
@@ -206,12 +209,12 @@ class VirtualDevice:
     def start_nginx(self):
         folder = self.root / "nginx"
         config = render_nginx(PACKAGING / "nginx", folder, self.http_address, self.http_port, self.fcgi_port,
-                              self.client)
+                              self.client, self._site_changes)
         self._run_web_server("nginx", ["-p", folder, "-c", config, "-e", folder / "error.log"])
 
     def start_lighttpd(self):
         config = render_lighttpd(PACKAGING / "lighttpd", self.root / "lighttpd", self.http_address, self.http_port,
-                                 self.fcgi_port, self.client)
+                                 self.fcgi_port, self.client, self._site_changes)
         self._run_web_server("lighttpd", ["-D", "-f", config])
 
     def start_broker(self):

@@ -114,7 +114,7 @@ class Shell:
         """Returns when the service has read all requests sent before: the web server and the service each handle them
         in one thread and in order. The requests made here change nothing and log nothing."""
         for _ in range(2):
-            self._ask("/api/v1/set.cgi")
+            self._ask("/api/v1/set.cgi", b"")
 
     def _deliver_earlier_changes(self):
         """Returns when no earlier change can answer the next request for updates."""

@@ -7,8 +7,8 @@ import { setScene } from "./scene.mjs";
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const AT = 92;
 const PAGES = 20;
-// For waiting clients, at the web server.
-const PLACES = 30;
+// The web server's limit on waiting requests of one address.
+const PLACES = 24;
 
 const { device, browser, open } = await setScene();
 const store = (value) => device.store(VARIABLE, value);

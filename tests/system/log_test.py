@@ -128,8 +128,8 @@ def test_thirty_requests_may_wait_at_the_web_server(feed, web_server):
         feed.write(device, b"12345\n", 6)
         device.write("MemApp", 0, LOG_REQUESTS)
         handled = device.handled(LOG)
-        clients = [stack.enter_context(contextlib.closing(device.send(path)))
-                   for path in [f"{LOG}?offset=6", UPDATE] * 15]
+        clients = [stack.enter_context(contextlib.closing(device.send(path, source=f"127.0.0.{1 + number % 4}")))
+                   for number, path in enumerate([f"{LOG}?offset=6", UPDATE] * 15)]
         wait_until(lambda: [device.handled(LOG) - handled, device.handled(UPDATE)] == [15, 15], "all that wait")
         assert device.http(LOG)[0] == device.http(UPDATE)[0] == 503
         feed.write(device, b"more", 10)

@@ -98,15 +98,15 @@ class SystemDevice(VirtualDevice):
 
     # The web server
 
-    def send(self, path, body=None, method=None, **headers):
-        """A connection with a request under way. The path is sent as it is."""
-        connection = http.client.HTTPConnection("127.0.0.1", self.http_port, timeout=WAIT_SECONDS)
+    def send(self, path, body=None, method=None, source="127.0.0.1", **headers):
+        """A connection from the address `source` with a request under way. The path is sent as it is."""
+        connection = http.client.HTTPConnection("127.0.0.1", self.http_port, WAIT_SECONDS, (source, 0))
         connection.request(method or ("GET" if body is None else "POST"), path, body, headers)
         return connection
 
-    def http(self, path, body=None, method=None, **headers):
+    def http(self, path, body=None, method=None, source="127.0.0.1", **headers):
         """Status, headers and body of the answer."""
-        with contextlib.closing(self.send(path, body, method, **headers)) as connection:
+        with contextlib.closing(self.send(path, body, method, source, **headers)) as connection:
             response = connection.getresponse()
             return response.status, response.headers, response.read()
 
