@@ -190,7 +190,7 @@ test("the search looks through names, types and values, open editors or not, and
     const found = () => console.page.locator("[data-variable]:visible").evaluateAll((rows) => rows.map((row) => row.dataset.variable));
     for (const [text, variable] of [["stealthm all lights", STEALTH], ["KnobColor", COLOUR], ["Needle", NAME]]) {
         await search(text);
-        await until(found, [variable], text);
+        await until(async () => (await found())[0], variable, text);
     }
     await (await console.row(STEALTH)).locator("button.pin").click();
     await console.page.reload();

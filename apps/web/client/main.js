@@ -1,6 +1,7 @@
 // Puts the console together: what is known, the feeds and the views that are opened by the address's fragment.
 
 import { Connection } from "./views/connection.js";
+import { addressOf, readAddress } from "./address.js";
 import { byId, setText } from "./dom.js";
 import { connect } from "./feed/client.js";
 import { Store } from "./model/store.js";
@@ -13,6 +14,8 @@ const VIEWS = {
   screen: async () => (await import("./views/screen.js")).ScreenView,
   device: async () => (await import("./views/device.js")).DeviceView,
 };
+const loadPalette = () => import("./views/palette.js");
+const PALETTE_MS = 2000;
 const HIDDEN_FOR_MS = 20000;
 const READ_BACK_MS = 15000;
 const RETRY_MS = 2000;
@@ -21,10 +24,12 @@ const RETRY_MS = 2000;
 class App {
   #views = {};
   #open = null;
+  #opening;
   #wanted = { tree: false, log: false };
   #connection = new Connection();
   #rereads = 0;
   #asked = new Map();
+  #palette = null;
 
   constructor(catalogue) {
     this.catalogue = catalogue;
@@ -44,9 +49,13 @@ class App {
     addEventListener("pagehide", () => this.feed.need({ tree: false, log: false }));
     addEventListener("pageshow", (event) => event.persisted && this.feed.need(this.#wanted));
     addEventListener("hashchange", () => this.#route());
+    addEventListener("keydown", (event) => this.#listenForPalette(event));
+    byId("find").addEventListener("click", () => this.#openPalette());
     this.store.subscribe(() => this.#showProduct());
     this.#route();
     this.#need(true);
+    // So that it is there for the first key that is typed into it.
+    setTimeout(loadPalette, PALETTE_MS);
   }
 
   // Whether the log is read: only while someone looks at it.
@@ -65,6 +74,27 @@ class App {
     });
   }
 
+  // Opens a view; resolves when it is there.
+  async go(view, params = {}) {
+    location.hash = addressOf(view, params);
+    await this.#route();
+  }
+
+  // Also "/", unless it is typed into something.
+  #listenForPalette(event) {
+    const isTyping = event.target.closest?.("input:not([type=checkbox]), textarea, select, dialog");
+    const isAsked = event.key.toLowerCase() === "k" && (event.ctrlKey || event.metaKey) || event.key === "/" && !isTyping;
+    if (!isAsked) return;
+    event.preventDefault();
+    this.#openPalette();
+  }
+
+  async #openPalette() {
+    const { Palette } = await loadPalette();
+    this.#palette ??= new Palette(this);
+    this.#palette.open();
+  }
+
   // A page that nobody sees reads nothing, unless it records.
   #need(isSeen) {
     this.#wanted.tree = isSeen || Boolean(this.#views.watch?.isRecording());
@@ -81,13 +111,13 @@ class App {
       this.#asked.delete(message.number);
       return;
     }
-    if (message.type !== "state") this.#apply(message.text);
+    if (message.type !== "state") this.#apply(message);
     if (message.type !== "update") this.#connection.take(message);
   }
 
-  #apply(text) {
+  #apply({ type, text }) {
     try {
-      this.store.apply(text);
+      this.store.apply(text, type === "tree");
     } catch (error) {
       console.warn(error);
       this.feed.reread(0);
@@ -95,15 +125,20 @@ class App {
   }
 
   #route() {
-    const asked = location.hash.slice(1);
+    const asked = readAddress().view;
     const name = Object.hasOwn(VIEWS, asked) ? asked : "variables";
-    if (name === this.#open || asked === "main") return;
+    if (asked === "main") return undefined;
+    if (name === this.#open) {
+      this.#views[name]?.takeAddress?.();
+      return this.#opening;
+    }
     this.#views[this.#open]?.hide();
     this.#open = name;
     document.querySelectorAll("nav a").forEach((link) => {
       link.hash === `#${name}` ? link.setAttribute("aria-current", "page") : link.removeAttribute("aria-current");
     });
-    this.#show(name);
+    this.#opening = this.#show(name);
+    return this.#opening;
   }
 
   // Nothing of a view is seen before its module is there. A view that comes when another is open already is not shown.

@@ -59,6 +59,9 @@ export function sizeText(bytes) {
   return `${Number((bytes / 1000 ** power).toPrecision(3))} ${["B", "kB", "MB", "GB"][power]}`;
 }
 
+// 14:03:07, here.
+export const clockText = (ms) => new Date(ms).toLocaleTimeString("en-GB");
+
 // For names of files: 2026-03-14-094501, here and now.
 export function timeStamp() {
   const now = new Date();

@@ -11,6 +11,8 @@ const BASE_KINDS = ["bool", "int", "float", "string"];
 //   raw     text of the value in the document: equal means unchanged
 //   value   the value as text;  data: members of a structure, elements of a list
 //   min, max, entries, length, about, reason: where they are known
+//   changedAt  when a change was last seen, in milliseconds;  isChangedBefore: it came at some time since the last
+//              answer, which the tree shows
 export class Store {
   #catalogue;
   #listeners = new Set();
@@ -27,8 +29,8 @@ export class Store {
     return () => this.#listeners.delete(listener);
   }
 
-  // Takes a document of all.cgi or update.cgi. Throws when it is not whole.
-  apply(text) {
+  // Takes a document of all.cgi (the whole tree) or update.cgi. Throws when it is not whole.
+  apply(text, isTree = false) {
     const changed = new Set();
     let isNew = false;
     readVariables(text, (memory, name, raw) => {
@@ -37,6 +39,7 @@ export class Store {
       if (known?.raw === raw) return;
       const variable = known ?? { key, memory, name, ...this.#catalogue.variables[key] };
       isNew ||= !known;
+      if (known) Object.assign(known, { changedAt: Date.now(), isChangedBefore: isTree });
       read(variable, raw);
       this.variables.set(key, variable);
       changed.add(variable);

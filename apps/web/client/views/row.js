@@ -2,7 +2,7 @@
 
 import { ask, element, setText } from "../dom.js";
 import { createEditor } from "../editors/editor.js";
-import { typeText, valueText } from "../model/format.js";
+import { clockText, typeText, valueText } from "../model/format.js";
 
 const CHANGED_MS = 1200;
 
@@ -24,14 +24,15 @@ export class Row {
     this.#parts = {
       pin: element("button", { class: "pin", onclick: togglePin,
         "aria-label": `Favourite ${variable.name}` }),
+      when: element("time", { class: "when" }),
       type: element("span", { class: "type" }),
       value: element("span", { class: "value" }),
       edit: element("button", { class: "edit", "aria-expanded": "false",
         "aria-label": `Edit ${variable.name}`, onclick: () => this.#toggleEditor() }, "Edit"),
     };
-    const { pin, type, value, edit } = this.#parts;
+    const { pin, when, type, value, edit } = this.#parts;
     this.node = element("li", { class: "variable", "data-variable": variable.key }, pin,
-      element("div", { class: "what" }, memory, name, ...about), type, value, edit);
+      element("div", { class: "what" }, memory, name, " ", when, ...about), type, value, edit);
     this.node.addEventListener("keydown", (event) => event.key === "Escape" && this.#editor && this.#toggleEditor());
     this.showPin();
     this.update(false);
@@ -42,8 +43,10 @@ export class Row {
   }
 
   update(isNews) {
-    const { type, value, edit } = this.#parts;
+    const { when, type, value, edit } = this.#parts;
+    const { changedAt, isChangedBefore } = this.variable;
     const text = valueText(this.variable);
+    if (changedAt) setText(when, `changed ${isChangedBefore ? "before " : ""}${clockText(changedAt)}`);
     const isChanged = isNews && (value.textContent !== text || this.variable.data);
     setText(type, typeText(this.variable));
     setText(value, text);
@@ -62,15 +65,6 @@ export class Row {
       this.#changedUntil = 0;
       this.node.classList.remove("changed");
     }
-  }
-
-  // Shows the row when each word is in its name, type or value.
-  filter(words, memory) {
-    const isWanted = memory === "" || memory === this.variable.memory;
-    const { type, value } = this.#parts;
-    const text = words.length === 0 ? ""
-      : [this.variable.key, this.variable.about, type.textContent, value.textContent].join("\n").toLowerCase();
-    this.node.hidden = !(isWanted && words.every((word) => text.includes(word)));
   }
 
   get isEdited() {

@@ -1,10 +1,13 @@
 // All memories with their variables; the pinned ones first.
 
-import { byId, element, setText } from "../dom.js";
+import { byId, element } from "../dom.js";
 import { Favourites } from "../model/favourites.js";
+import { Finder } from "./finder.js";
 import { Row } from "./row.js";
 
 const SWEEP_MS = 200;
+// Height of a row before it is drawn.
+const ROW_REM = 3;
 
 export class VariablesView {
   #app;
@@ -12,13 +15,14 @@ export class VariablesView {
   #rows = new Map();
   #lists = new Map();
   #behind = new Set();
+  #finder;
   #isShown = false;
   #frame = 0;
 
   constructor(app) {
     this.#app = app;
-    byId("search").addEventListener("input", () => this.#filterAll());
-    byId("memory").addEventListener("change", () => this.#filterAll());
+    this.#finder = new Finder(app, { rows: this.#rows, putBack: (row) => this.#putBack(row),
+      update: (isAway) => this.#showLists(!isAway) });
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     if (app.store.variables.size > 0) this.#addRows();
     setInterval(() => this.#calmDown(), SWEEP_MS);
@@ -27,6 +31,11 @@ export class VariablesView {
   show() {
     this.#isShown = true;
     this.#draw(false);
+    this.takeAddress();
+  }
+
+  takeAddress() {
+    this.#finder.takeAddress();
   }
 
   hide() {
@@ -42,14 +51,9 @@ export class VariablesView {
 
   #draw(isNews) {
     this.#frame = 0;
-    const isFiltered = byId("search").value !== "";
-    for (const variable of this.#behind) {
-      const row = this.#rows.get(variable.key);
-      row.update(isNews);
-      if (isFiltered) row.filter(this.#query(), byId("memory").value);
-    }
+    this.#behind.forEach(({ key }) => this.#rows.get(key).update(isNews));
     this.#behind.clear();
-    if (isFiltered) this.#count();
+    this.#finder.follow();
   }
 
   #calmDown() {
@@ -65,8 +69,8 @@ export class VariablesView {
         this.#listOf(variable.memory).append(row.node);
       }
     }
-    this.#favourites.keys.forEach((key) => this.#pinned(key));
-    this.#filterAll();
+    this.#putPinned();
+    this.#finder.renew();
   }
 
   #listOf(memory) {
@@ -79,54 +83,45 @@ export class VariablesView {
     return this.#lists.get(memory);
   }
 
-  // A row is in one place only: a pinned one leaves its memory.
-  #pinned(key) {
-    const row = this.#rows.get(key);
-    if (row) byId("favourites").append(row.node);
+  // A row is in one place only: among the results, pinned, or in its memory.
+  #putPinned() {
+    const rows = this.#favourites.keys.map((key) => this.#rows.get(key)).filter(Boolean);
+    rows.filter((row) => !this.#isResult(row)).forEach((row) => byId("favourites").append(row.node));
+  }
+
+  #isResult(row) {
+    return row.node.parentNode === byId("results");
   }
 
   #togglePin(key) {
     const row = this.#rows.get(key);
-    if (this.#favourites.toggle(key)) {
-      this.#pinned(key);
-    } else {
-      this.#putBack(row);
-    }
+    this.#favourites.toggle(key);
     row.showPin();
-    this.#filterAll();
+    if (this.#isResult(row)) return;
+    this.#putBack(row);
+    this.#showLists(true);
     row.node.querySelector(".pin").focus();
   }
 
-  // Before the next variable of its memory that is not pinned.
+  // Among the pinned ones, or before the next variable of its memory that is there.
   #putBack(row) {
+    if (this.#favourites.has(row.variable.key)) {
+      byId("favourites").append(row.node);
+      this.#putPinned();
+      return;
+    }
     const list = this.#listOf(row.variable.memory);
     const order = [...this.#rows.values()];
     const after = order.slice(order.indexOf(row) + 1).find((each) => each.node.parentNode === list);
     list.insertBefore(row.node, after?.node ?? null);
   }
 
-  #query() {
-    return byId("search").value.trim().toLowerCase().split(/\s+/).filter(Boolean);
-  }
-
-  #filterAll() {
-    const words = this.#query();
-    const memory = byId("memory").value;
-    this.#rows.forEach((row) => row.filter(words, memory));
-    this.#count();
-  }
-
-  #count() {
-    const lists = [byId("favourites"), ...this.#lists.values()];
-    let shown = 0;
-    for (const list of lists) {
-      const count = [...list.children].filter((node) => !node.hidden).length;
-      list.parentNode.hidden = count === 0;
-      shown += count;
+  #showLists(areShown) {
+    byId("memories").classList.toggle("away", !areShown);
+    byId("pinned").hidden = !areShown || byId("favourites").childElementCount === 0;
+    for (const list of this.#lists.values()) {
+      list.parentNode.hidden = list.childElementCount === 0;
+      list.style.containIntrinsicHeight = `auto ${list.childElementCount * ROW_REM}rem`;
     }
-    const all = this.#rows.size;
-    const edited = [...this.#rows.values()].filter((row) => row.isEdited && row.node.hidden).length;
-    const aside = edited === 0 ? "" : `, ${edited} open editor${edited === 1 ? "" : "s"} hidden`;
-    setText(byId("search-count"), (shown === all ? `${all} variables` : `${shown} of ${all}`) + aside);
   }
 }

@@ -1,0 +1,176 @@
+// Finds variables by what a person remembers of them.
+
+import { valueText } from "./format.js";
+
+// Less than this many hits, and looser ways to match are tried as well.
+const ENOUGH = 3;
+const TYPO_FROM_LENGTH = 4;
+const STEM_FROM_LENGTH = 3;
+// How much a match is worth by where it is: the whole name, its begin, a word of it, a word's begin, inside a word, in what
+// the variable is for, in its memory or type, in its members, in its value.
+const WORTH = { whole: 100, begin: 60, word: 55, wordBegin: 50, inside: 30, about: 25, type: 20, member: 15, value: 12 };
+// With one typo in the name, its begin, or what the variable is for. A part of the name that is the word's short form
+// ("Pos" for "position") is worth more the more of the word it has.
+const LOOSE_WORTH = { begin: 24, name: 22, about: 10, short: 40, nearlyShort: 15 };
+
+export const wordsOf = (text) => text.toLowerCase().split(/[\s.]+/).filter(Boolean);
+
+// "CamNdFilterAct" as cam, nd, filter, act.
+const partsOf = (name) => name.replace(/([a-z\d])([A-Z])|([A-Z])(?=[A-Z][a-z])/g, "$1$3 $2").toLowerCase().split(/[\s_]+/);
+
+// The variables by what is searched. `structures` are the catalogue's.
+export class SearchIndex {
+  #structures;
+  #entries = new Map();
+
+  constructor(structures) {
+    this.#structures = structures;
+  }
+
+  // The variables that fit the text, best first: all words somewhere; where few fit, also with one typo a word, and then
+  // without one of the words. All variables in their order if the text holds no word.
+  find(text, variables) {
+    const words = wordsOf(text);
+    if (words.length === 0) return [...variables];
+    const entries = Array.from(variables, (variable) => this.#entry(variable));
+    const complete = ({ missing }) => missing === 0;
+    const found = new Set(ranked(entries, words, exactWorth).filter(complete).map(variableOf));
+    if (found.size < ENOUGH) {
+      const loose = ranked(entries, words, looseWorth(words));
+      loose.filter(complete).forEach((hit) => found.add(variableOf(hit)));
+      if (found.size < ENOUGH) loose.filter(({ missing }) => missing === 1).forEach((hit) => found.add(variableOf(hit)));
+    }
+    return [...found];
+  }
+
+  // Prepares the search: the first one is then as quick as the others.
+  learn(variables) {
+    for (const variable of variables) this.#entry(variable);
+  }
+
+  #entry(variable) {
+    const known = this.#entries.get(variable.key);
+    if (known) return known;
+    const { name, memory, about = "", type, entries = [] } = variable;
+    const members = Object.keys(this.#structures[type] ?? {});
+    const parts = partsOf(name);
+    const entry = { variable, name: name.toLowerCase(), parts, begins: begins(parts), about: about.toLowerCase(),
+      type: `${memory} ${type} ${entries.join(" ")}`.toLowerCase(), members: members.join(" ").toLowerCase() };
+    this.#entries.set(variable.key, entry);
+    return entry;
+  }
+}
+
+const variableOf = ({ entry }) => entry.variable;
+
+// Where in the name its words begin.
+function begins(parts) {
+  let at = 0;
+  return new Set(parts.map((part) => (at += part.length) - part.length));
+}
+
+// The entries that have any of the words, best first, with how many words are missing. Short names come first among
+// equals.
+function ranked(entries, words, worth) {
+  const joined = words.join("");
+  const hits = entries.map((entry) => {
+    const each = words.map((word) => worth(entry, word));
+    const sum = each.reduce((total, points) => total + points, 0) / words.length;
+    const asOne = words.length > 1 ? nameWorth(entry, joined) : 0;
+    const missing = asOne > 0 ? 0 : each.filter((points) => points === 0).length;
+    return { entry, missing, points: Math.max(sum, asOne) + 10 / entry.name.length };
+  });
+  return hits.filter(({ missing }) => missing < words.length).sort((one, other) => other.points - one.points);
+}
+
+function exactWorth(entry, word) {
+  const inName = nameWorth(entry, word);
+  if (inName > 0) return inName;
+  if (isWordBegin(entry.about, word)) return WORTH.about;
+  if (entry.type.includes(word)) return WORTH.type;
+  if (entry.members.includes(word)) return WORTH.member;
+  return shownValue(entry).includes(word) ? WORTH.value : 0;
+}
+
+// "files" is found in LensFileList, too.
+function nameWorth(entry, word) {
+  const singular = word.length > TYPO_FROM_LENGTH && word.endsWith("s") ? placeWorth(entry, word.slice(0, -1)) : 0;
+  return Math.max(placeWorth(entry, word), singular - 1);
+}
+
+function placeWorth({ name, parts, begins: starts }, word) {
+  if (name === word) return WORTH.whole;
+  const at = name.indexOf(word);
+  if (at === 0) return parts[0] === word ? WORTH.begin + 5 : WORTH.begin;
+  if (parts.includes(word)) return WORTH.word;
+  for (let next = at; next > 0; next = name.indexOf(word, next + 1)) {
+    if (starts.has(next)) return WORTH.wordBegin;
+  }
+  return at > 0 ? WORTH.inside : 0;
+}
+
+function isWordBegin(text, word) {
+  for (let at = text.indexOf(word); at >= 0; at = text.indexOf(word, at + 1)) {
+    if (at === 0 || /\W/.test(text[at - 1])) return true;
+  }
+  return false;
+}
+
+function shownValue(entry) {
+  if (entry.raw !== entry.variable.raw) {
+    entry.raw = entry.variable.raw;
+    entry.value = valueText(entry.variable).toLowerCase();
+  }
+  return entry.value;
+}
+
+// As exactWorth(), and with one typo in each word, or a short form of it.
+function looseWorth(words) {
+  const looked = words.filter((word) => word.length >= TYPO_FROM_LENGTH);
+  const tools = new Map(looked.map((word) => [word, { pattern: withTypo(word), short: remembered((part) => shortWorth(part, word)) }]));
+  return (entry, word) => {
+    const exact = exactWorth(entry, word);
+    if (exact > 0 || !tools.has(word)) return exact;
+    const { pattern, short } = tools.get(word);
+    const at = entry.name.search(pattern);
+    const typo = at === 0 ? LOOSE_WORTH.begin : at > 0 ? LOOSE_WORTH.name : pattern.test(entry.about) ? LOOSE_WORTH.about : 0;
+    return Math.max(typo, ...entry.parts.map(short));
+  };
+}
+
+// The function, asked once for each argument.
+function remembered(ask) {
+  const answers = new Map();
+  return (argument) => {
+    if (!answers.has(argument)) answers.set(argument, ask(argument));
+    return answers.get(argument);
+  };
+}
+
+function shortWorth(part, word) {
+  if (part.length < STEM_FROM_LENGTH) return 0;
+  if (word.startsWith(part)) return LOOSE_WORTH.short * part.length / word.length;
+  const isNearly = part.length > STEM_FROM_LENGTH && part[0] === word[0] && [-1, 0, 1].some((more) => isNear(part, word.slice(0, part.length + more)));
+  return isNearly ? LOOSE_WORTH.nearlyShort : 0;
+}
+
+// Whether the texts differ by at most one character that is wrong, missing, too much, or swapped with the next.
+function isNear(one, other) {
+  let at = 0;
+  while (at < one.length && one[at] === other[at]) ++at;
+  const isSwapped = one[at] === other[at + 1] && one[at + 1] === other[at] && one.slice(at + 2) === other.slice(at + 2);
+  return isSwapped || one.slice(at + 1) === other.slice(at + 1) || one.slice(at) === other.slice(at + 1)
+    || one.slice(at + 1) === other.slice(at);
+}
+
+const escaped = (text) => text.replace(/\W/g, "\\$&");
+
+// Matches the word with one such typo.
+function withTypo(word) {
+  const forms = Array.from(word, (character, i) => {
+    const [before, after] = [escaped(word.slice(0, i)), escaped(word.slice(i + 1))];
+    const swapped = i + 1 < word.length ? [before + escaped(word[i + 1] + character + word.slice(i + 2))] : [];
+    return [`${before}.?${after}`, `${before}.${escaped(character)}${after}`, ...swapped];
+  });
+  return new RegExp(forms.flat().join("|"));
+}
