@@ -1,9 +1,14 @@
-#include "apps/libs/lhwinfo/hwinfo.h"
-
+#include "apps/libs/lhwinfo/tool/commands.h"
 #include "tests/unit/diagnostics/logcapture.h"
 #include "tests/unit/hwinfo/image.h"
 
+#include <climits>
+#include <csignal>
+#include <cstring>
 #include <functional>
+#include <gmock/gmock.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -40,6 +45,25 @@ protected:
     }
     char outcome(const std::string& assignment) {
         return outcome([&] { return info_.write(assignment); });
+    }
+
+    // Runs `work` on the block in a child and calls `look` after each of its instructions, until that returns
+    // false. Returns false where a child cannot be stepped, as in an emulator.
+    bool step(const std::string& block, void (*work)(HwInfo&), const std::function<bool()>& look) {
+        card_.write(CARD, block);
+        info_.examine();
+        const pid_t child = fork();
+        if (child == 0) {
+            raise(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) < 0 ? SIGKILL : SIGSTOP);
+            work(info_);
+            _exit(HasFailure());
+        }
+        int status = 0;
+        while (waitpid(child, &status, 0) == child && WIFSTOPPED(status))
+            if (ptrace(look() ? PTRACE_SINGLESTEP : PTRACE_CONT, child, nullptr, nullptr) < 0)
+                kill(child, SIGKILL);
+        EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0);
+        return WIFEXITED(status);
     }
 
     LogCapture log_;
@@ -118,10 +142,16 @@ TEST_F(HwInfoTest, EachFormTakesItsParametersAndUpdatesTheChecksum) {
     EXPECT_EQ(bits(), word(0xDA5A5A52));
 }
 
-TEST_F(HwInfoTest, InvalidValuesAreRefusedAndChangeNothing) {
+TEST_F(HwInfoTest, NumbersAreDecimalOrHexadecimalAndInvalidValuesChangeNothing) {
     start(validBlock(5, 348, "S"));
-    for (const char* refused : {"serial", "cal_bemf=1.5", "cal_bemf=", "boot_failed_counter=16",
-                                "serial=0123456789012345678901234567890"}) {
+    unsigned int number = 0;
+    for (const auto& [text, value] : {std::pair{"0042", 42U}, {"4294967295", ~0U}, {"0xfFfFfFfE", ~1U}})
+        EXPECT_TRUE(info_.write(std::string("cal_bemf=") + text) && info_.read("cal_bemf", number) &&
+                    number == value);
+    for (const char* text : {"", "0x", "-1", "+1", " 1", "1 ", "1.5", "0x1g", "4294967296", "0x100000000"})
+        EXPECT_EQ(outcome(std::string("cal_bemf=") + text), 'n') << text;
+    for (const char* refused :
+         {"serial", "cal_bemf=x", "boot_failed_counter=16", "serial=0123456789012345678901234567890"}) {
         EXPECT_EQ(outcome(refused), 'n') << refused;
         EXPECT_NE(info_.refusal(refused), "") << refused;
     }
@@ -133,6 +163,60 @@ TEST_F(HwInfoTest, InvalidValuesAreRefusedAndChangeNothing) {
     EXPECT_EQ(outcome([&] { return info_.write("cal_bemf", 1); }), 'l');
     EXPECT_EQ(outcome("serial=T"), 'l');
     EXPECT_EQ(outcome([&] { return info_.write("serial", "T", 1); }), 'l');
+}
+
+// A power cut leaves what the processor has stored so far, so the next start has to cope with every state.
+TEST_F(HwInfoTest, PowerCutLeavesOldOrDamagedOrNewBlockAndGrowsLosslessly) {
+    const auto set = [](HwInfo& info) { info.write("serial=K2-7 and more"); };
+    const auto clear = [](HwInfo& info) { info.clear(); };
+    const auto grow = [](HwInfo& info) { info.initialize(); };
+    const std::string older = validBlock(3, 168, "K1-00042") + std::string(200, 'x');
+    const std::string empty = validBlock(5, 348, "");
+    const std::string grown = validBlock(5, 348, "K1-00042");
+    const struct {
+        std::string before;
+        void (*work)(HwInfo&);
+        std::string after, damaged;
+    } cuts[] = {
+        {validBlock(5, 348, "K1"), set, validBlock(5, 348, "K2-7 and more"), empty},
+        {validBlock(4, 400, std::string(388, 'x')), clear, empty, empty},
+        {older, clear, empty, empty},
+        {older, grow, grown, grown},
+    };
+    for (const auto& [before, work, after, damaged] : cuts) {
+        std::vector<std::string> states;
+        const bool isStepped = step(before, work, [&] {
+            if (states.empty() || std::memcmp(card_.at(CARD), states.back().data(), 512) != 0)
+                states.push_back(block(512));
+            return true;
+        });
+        if (!isStepped)
+            GTEST_SKIP() << "a child cannot be stepped here";
+        EXPECT_GE(states.size(), 10U);
+        EXPECT_EQ(block(), after);
+        start(states.front());
+        const std::string old = block();
+        for (const std::string& state : states) {
+            start(state);
+            EXPECT_THAT(block(), testing::AnyOf(old, after, damaged));
+        }
+    }
+}
+
+TEST_F(HwInfoTest, RegisterThatIgnoresAWriteFailsTheSetCommand) {
+    const auto work = [](HwInfo& info) {
+        EXPECT_EQ(textThrownBy([&] { setValues(info, std::vector<std::string>{"update_requested=1"}); }),
+                  "The device does not store update_requested=1: update_requested is 0.");
+    };
+    int instructions = INT_MAX; // that are left after the write
+    const auto ignore = [&] {
+        if (bits() != word(0x5A5A5A57))
+            instructions = 1000;
+        memory_.write(REGISTER, word(0x5A5A5A57));
+        return --instructions > 0;
+    };
+    if (!step(validBlock(5, 348, ""), work, ignore))
+        GTEST_SKIP() << "a child cannot be stepped here";
 }
 
 } // namespace

@@ -72,18 +72,6 @@ TEST_F(PersistentInfoTest, ParameterBeyondTheRegionOrItsWordIsRefused) {
     EXPECT_EQ(info.size(), 4u);
 }
 
-TEST_F(PersistentInfoTest, NumberFromTextIsDecimalOrHexadecimal) {
-    Info info(image_.path(), 0, 4);
-    info.addInfo(std::make_unique<Info::Int>("number"));
-    const auto stored = [&](const char* text) { return info.set("number", text) ? image_.read(0, 4) : "-"; };
-    EXPECT_EQ(stored("0042") + stored("4294967295"), word(42) + word(0xFFFFFFFF));
-    EXPECT_EQ(stored("0xfFfFfFfE"), word(0xFFFFFFFE));
-    for (const char* text : {"", "0x", "-1", "+1", " 1", "1 ", "12x", "0x1g", "4294967296", "0x100000000"})
-        EXPECT_EQ(stored(text), "-") << text;
-    EXPECT_EQ(image_.read(0, 4), word(0xFFFFFFFE));
-    EXPECT_FALSE(info.set(nullptr, "1") || info.set("number", static_cast<const unsigned int*>(nullptr)));
-}
-
 TEST_F(PersistentInfoTest, ChecksumAndClearingStayInTheRegion) {
     image_.write(12, "123456789!");
     Info info(image_.path(), 0, 21);
