@@ -235,7 +235,8 @@ class VirtualDevice:
         """Starts a process and waits until it is ready."""
         # A session of its own: a Ctrl-C on the terminal is the launcher's, which ends the parts in their order.
         with open(self.root / "log" / f"{name}.txt", "wb") as output:
-            self._processes[name] = subprocess.Popen(
+            # Safe beside threads, because dies_with_launcher only calls prctl.
+            self._processes[name] = subprocess.Popen(  # pylint: disable=subprocess-popen-preexec-fn
                 [str(word) for word in command], env=environment or self.environment(), stdin=subprocess.DEVNULL,
                 stdout=output, stderr=subprocess.STDOUT, preexec_fn=dies_with_launcher, start_new_session=True)
         self._wait_for(name, is_ready)

@@ -80,7 +80,6 @@ class Source:
 
     def _refuse(self, place, reason):
         self._problems.report(place, reason)
-        return None
 
 
 def place_of(file, node):

@@ -48,7 +48,7 @@ def wait_until(is_so, what):
 def start_device(stack):
     """Starts the installed virtual device without a service, and tells the unit where the device is."""
     sys.path.insert(0, INSTALLED_DEVICE + "/device/launcher")
-    from virtualdevice import VirtualDevice
+    from virtualdevice import VirtualDevice  # pylint: disable=import-outside-toplevel  # only now installed
 
     device = stack.enter_context(VirtualDevice(INSTALLED_DEVICE, service=False, fcgi_port=9000))
     environment = device.environment()

@@ -19,6 +19,7 @@ class Feed:
     """A dmesg that prints the bytes that the test writes."""
 
     def __init__(self, folder):
+        self._end = None
         self._fifo = folder / "fifo"
         os.mkfifo(self._fifo)
         tool = folder / "dmesg"
