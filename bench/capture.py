@@ -15,6 +15,7 @@ import random
 import statistics
 import subprocess
 import time
+from functools import partial
 
 from measure import UNLIMITED, Process, Repeated, begin, connect, exchange, print_table, progress
 from framebuffer import BUFFERS  # module of the launcher; importing measure makes it available
