@@ -67,7 +67,7 @@ def delay_rows(options):
         alone = update_times(device.http_port, options.updates)
         capturing = connect(device.http_port)
         before = service.processor_seconds()
-        with Repeated(lambda: exchange(capturing, "GET", "/api/v1/screen.cgi")) as pictures:
+        with Repeated(partial(exchange, capturing, "GET", "/api/v1/screen.cgi")) as pictures:
             with_pictures = update_times(device.http_port, options.updates)
         count = len(pictures.times)
         work = (service.processor_seconds() - before) * 1000 / count
