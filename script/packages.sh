@@ -5,7 +5,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-de
 # For the browser console's plotting library. Beside an npm of one's own, Debian's is not needed.
 command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)
-RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua)
+RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua lighttpd-mod-deflate)
 PACKAGE_PACKAGES=(debhelper lintian)
 TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PACKAGES[@]}" debootstrap systemd-container)
 # The console is tested in a real browser. Where Node.js comes from elsewhere, it stays.

@@ -1,5 +1,6 @@
 """The service behind the reference configurations of the web servers, and the browser console that they serve."""
 
+import gzip
 import json
 import socket
 from io import BytesIO
@@ -97,6 +98,29 @@ def test_the_consoles_files_come_with_their_types_and_load_only_each_other(devic
     away = client_folder.rename(client_folder.parent / "away")
     assert [device.http(path)[0] for path in ("/", "/index.html", TREE)] == [404, 404, 200]
     away.rename(client_folder)
+
+
+def test_the_tree_the_log_and_the_console_are_compressed_for_those_who_accept_it(device, client_folder):
+    accepting = {"Accept-Encoding": "gzip"}
+    (client_folder / "long.css").write_text("a { color: red }\n" * 100)
+    for path in (TREE, "/long.css"):
+        _, headers, body = device.http(path, **accepting)
+        assert (headers["Content-Encoding"], headers["Vary"]) == ("gzip", "Accept-Encoding"), path
+        assert gzip.decompress(body) == device.http(path)[2]
+        assert device.http(path)[1]["Content-Encoding"] is None
+    for path in ("/icon.png", "/qorapp/v1/device/info", SET, SCREEN):
+        assert device.http(path, **accepting)[1]["Content-Encoding"] is None, path
+    (client_folder / "long.css").unlink()
+
+
+def test_compression_does_not_hold_back_log_text_that_a_client_waits_for(device):
+    length = int(device.http(LOG)[2].split(b"\r\n")[0])
+    waiting = device.send(f"{LOG}?offset={length}", **{"Accept-Encoding": "gzip"})
+    device.http(TREE)  # leaves a line in the log
+    answer = waiting.getresponse()
+    body = answer.read()
+    assert b"REQUEST" in (gzip.decompress(body) if answer.headers["Content-Encoding"] else body)
+    waiting.close()
 
 
 @pytest.mark.parametrize("path", ["/../secret", "/%2e%2e/secret", "/..%2fsecret", "/modules/..%2f..%2fsecret",
