@@ -95,7 +95,7 @@ def test_packages_install_and_enable_the_site():
     assert ask("GET", "/api/v1/all.cgi")[0] == 502  # nginx has the site; there are no memories yet
 
 
-def test_unit_restarts_until_memories_and_broker_are_there(stack):
+def test_unit_restarts_until_the_device_is_there(stack):
     wait_until(lambda: int(show("NRestarts")) > DEFAULT_START_LIMIT, "restarts")
     start_device(stack)
     wait_until(answers, "the service")
@@ -123,7 +123,7 @@ def test_every_endpoint_works_under_the_restrictions():
     assert show("MainPID") == pid
 
 
-def test_nothing_is_written_outside_and_nothing_run_inside():
+def test_writable_folders_are_few_and_noexec():
     # The service joins folder and name. nginx refuses these names; without nginx the unit protects the files.
     for path in ("/etc/stranger", "/usr/sbin/stranger", "/var/stranger", "/var/lib/stranger", "/root/stranger"):
         with Connection(9000) as connection:
@@ -150,7 +150,7 @@ def test_strangers_reach_nginx_but_not_the_service():
         assert connection.ask("/qorapp/v1", PATH_INFO="/device/status").body != b""
 
 
-def test_service_stops_with_success_and_restarts_when_killed():
+def test_service_stops_and_restarts_when_killed():
     run("systemctl", "stop", UNIT)
     assert show("Result") == "success"
     run("systemctl", "start", UNIT)

@@ -75,7 +75,7 @@ def test_accessory_texts_may_fill_their_fields(device, catalogue):
     ("DEV-x12", b"", "Error", "'x12' is not a serial number"),
     ("A-B-7", b'{"taskid": "A-B-7" }', "LogLight",
      f"Received update file for device ID A-B-7, our device ID is {OUR_ID}."),
-])
+], ids=["no dash", "no number", "two dashes"])
 def test_upload_device_id_is_name_dash_serial(device, catalogue, device_id, answer, level, text):
     assert upload(device, device_id) == answer
     assert re.search(rf"  {level} .*{re.escape(text)}$", device.log(), re.MULTILINE)
@@ -153,7 +153,6 @@ def test_steps_are_logged_with_their_levels(traced):
     for query in ("", "offset=1"):
         with traced.connect() as connection:
             connection.ask("/api/v1/log.cgi", QUERY_STRING=query)
-
     for level, text in LOGGED:
         line = re.compile(rf"^ +webservice  {level:12}.*: *\d+ {text}$", re.MULTILINE)
         wait_until(lambda line=line: line.search(traced.log()), line.pattern)

@@ -111,8 +111,8 @@ def test_accessory_update_runs_part_by_part(device):
     poll_until(device, "FileNotCompatible")
 
 
-# File names as they are sent, and the paths that the service receives. None: the web server refuses them, nginx with 400
-# and lighttpd with 404 for a path above the root.
+# File names as they are sent, and the paths that the service receives. None: the web server refuses the name; nginx
+# answers 400 and lighttpd 404 to a path above the root.
 ARRIVALS = {
     "a%20b%3F%23%25": "/lenstables/file/a b?#%",
     "..": "/lenstables/",

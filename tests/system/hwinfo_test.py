@@ -52,7 +52,7 @@ def test_refused_command_changes_nothing(device):
         assert card(device) == before
 
 
-def test_damaged_block_is_kept_until_a_new_one_is_created(device):
+def test_damaged_block_is_kept_until_create(device):
     fill(device, "/dev/mmcblk1", CARD_AT, b"\xff" * 512)
     for words in (["print"], ["get", "serial"], ["set", "serial=x"]):
         assert run(device, *words) == (

@@ -95,31 +95,31 @@ def test_pieces_of_waiting_requests_are_the_whole_log(fed, feed):
     assert ask(fed) == b"%d\r\n" % len(whole) + whole
 
 
-def stat(pid):
-    """The fields of /proc/PID/stat after the name: state, parent, group; empty if the process has ended."""
+def test_lines_of_the_service_are_coloured(device):
+    device.ask("x")
+    line = re.compile(rb"<span style='color: #00AA00'>\[ *\d+\.\d{6}\] </span>"
+                      rb"<span style='color: #AAAA00'> +webservice  Warn +requesthandler\.cpp: </span>"
+                      rb"<span style=''> *\d+ Unknown script: 'x'</span>\n")
+    wait_until(lambda: line.search(ask(device)), "the line")
+    assert device.comes_to_rest()
+
+
+def parent_and_state(pid):
+    """From /proc/PID/stat; a process that has gone is like a zombie."""
     try:
-        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+        state, parent = Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[:2]
+        return int(parent), state
     except OSError:
-        return ["", "", ""]
+        return 0, "Z"
 
 
-def processes(is_wanted):
-    return [pid for pid in os.listdir("/proc") if pid.isdigit() and is_wanted(stat(pid))]
-
-
-def test_coloured_lines_end_with_a_killed_service():
-    with SystemDevice(may_fail={"service"}) as device:
-        device.ask("x")
-        line = re.compile(rb"<span style='color: #00AA00'>\[ *\d+\.\d{6}\] </span>"
-                          rb"<span style='color: #AAAA00'> +webservice  Warn +requesthandler\.cpp: </span>"
-                          rb"<span style=''> *\d+ Unknown script: 'x'</span>\n")
-        wait_until(lambda: line.search(ask(device)), "the line")
-        assert device.comes_to_rest()
-        groups = processes(lambda fields: fields[1] == str(device.pids["service"]))
-        tools = processes(lambda fields: fields[2] in groups)
-        assert tools
+def test_child_ends_when_the_service_is_killed(feed):
+    with SystemDevice(environment=feed.environment, may_fail={"service"}) as device, feed:
+        children = [pid for pid in os.listdir("/proc")
+                    if pid.isdigit() and parent_and_state(pid)[0] == device.pids["service"]]
+        assert children
         device.end("service", signal.SIGKILL)
-        wait_until(lambda: all(stat(pid)[0] in ("", "Z") for pid in tools), "the end of the child")
+        wait_until(lambda: all(parent_and_state(pid)[1] == "Z" for pid in children), "the end of the child")
 
 
 def test_thirty_requests_may_wait_at_the_web_server(feed, web_server):

@@ -39,8 +39,8 @@ def empty(device, catalogue):
     (b'{"MemPersistent":{"ProductName":"123456789012345678\xc3\xa9"}}', "MemPersistent", 0, b"123456789012345678",
      [(198, 0, 0)] * 2),
     (b'{"MemGuiLocal":{"RadioRegionFlags":"0aFf0123"}}', "MemGuiLocal", 472, b"\x0a\xff\x01", [(809, 0, 0)] * 2),
-    (b'{"MemPersistent":{"MruLensFileList":{"LensFileName":"c","Index":1,"Index":9}}}', "MemPersistent", 163 + 324, b"c",
-     [(250, 0, 9)]),
+    (b'{"MemPersistent":{"MruLensFileList":{"LensFileName":"c","Index":1,"Index":9}}}', "MemPersistent", 163 + 324,
+     b"c", [(250, 0, 9)]),
     (b'{"MemPersistent":{"RadioModuleList":{"Index":1,"RadioModuleType":"P900","RadioModuleBoost":true,'
      b'"RadioModuleChannel":5}}}', "MemPersistent", 588 + 20, struct.pack("<iiii", 2, 0, 5, 0) + b"\0\0\1",
      [(276, 0, 1)]),
