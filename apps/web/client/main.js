@@ -4,6 +4,7 @@ import { Connection } from "./views/connection.js";
 import { addressOf, readAddress } from "./address.js";
 import { byId, setText } from "./dom.js";
 import { connect } from "./feed/client.js";
+import { recall } from "./model/remember.js";
 import { Store } from "./model/store.js";
 
 // Each is loaded when it is opened first.
@@ -30,6 +31,7 @@ class App {
   #rereads = 0;
   #asked = new Map();
   #palette = null;
+  #firmware = null;
 
   constructor(catalogue) {
     this.catalogue = catalogue;
@@ -54,8 +56,15 @@ class App {
     this.store.subscribe(() => this.#showProduct());
     this.#route();
     this.#need(true);
+    if (recall("console.update", null)) this.firmware();
     // So that it is there for the first key that is typed into it.
     setTimeout(loadPalette, PALETTE_MS);
+  }
+
+  // The updates of this browser, which go on in each of its pages.
+  async firmware() {
+    const { Firmware } = await import("./model/firmware.js");
+    return this.#firmware ??= new Firmware(this);
   }
 
   // Whether the log is read: only while someone looks at it.
@@ -95,9 +104,9 @@ class App {
     this.#palette.open();
   }
 
-  // A page that nobody sees reads nothing, unless it records.
+  // A hidden page reads nothing, unless it records or follows an update.
   #need(isSeen) {
-    this.#wanted.tree = isSeen || Boolean(this.#views.watch?.isRecording());
+    this.#wanted.tree = isSeen || Boolean(this.#views.watch?.isRecording() || this.#firmware?.isActive);
     this.feed.need({ ...this.#wanted });
   }
 

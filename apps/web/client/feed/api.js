@@ -82,8 +82,8 @@ export async function deleteFile(kind, name) {
   return JSON.parse(await textOf(fileAddress(kind, name), { method: "DELETE" })).result;
 }
 
-// Uploads firmware and tells the share that has left, 0 to 1, which fetch() cannot. Resolves to the service's answer.
-export function uploadFirmware(deviceId, file, progress) {
+// Uploads firmware and reports the share that has left, 0 to 1, which fetch() cannot. Resolves to the service's answer.
+export function uploadFirmware(deviceId, file, progress, signal) {
   const form = new FormData();
   form.append("deviceid", deviceId);
   form.append("file", file, "firmware");
@@ -93,7 +93,9 @@ export function uploadFirmware(deviceId, file, progress) {
     sending.responseType = "json";
     sending.upload.onprogress = (event) => event.lengthComputable && progress(event.loaded / event.total);
     sending.onerror = () => reject(new RequestError(0));
+    sending.onabort = () => reject(new DOMException("cancelled", "AbortError"));
     sending.onload = () => (sending.response ? resolve(sending.response) : reject(new RequestError(sending.status)));
+    signal.addEventListener("abort", () => sending.abort());
     sending.send(form);
   });
 }

@@ -15,3 +15,36 @@ export function remember(key, value) {
     // Private windows and full disks.
   }
 }
+
+// A value that all pages of the browser share.
+export class Kept {
+  #key;
+  #value;
+  #listeners = new Set();
+
+  constructor(key, otherwise) {
+    this.#key = key;
+    this.#value = recall(key, otherwise);
+    addEventListener("storage", (event) => {
+      if (event.key !== key && event.key !== null) return;
+      this.#value = recall(key, otherwise);
+      this.#listeners.forEach((listener) => listener());
+    });
+  }
+
+  get value() {
+    return this.#value;
+  }
+
+  // Changes what is kept at this moment, by whichever page: update() gets it and returns the new value.
+  change(update) {
+    this.#value = update(recall(this.#key, this.#value));
+    remember(this.#key, this.#value);
+    this.#listeners.forEach((listener) => listener());
+  }
+
+  // listener() is called after each change, also of another page.
+  subscribe(listener) {
+    this.#listeners.add(listener);
+  }
+}

@@ -29,21 +29,25 @@ export class Store {
     return () => this.#listeners.delete(listener);
   }
 
-  // Takes a document of all.cgi (the whole tree) or update.cgi. Throws when it is not whole.
+  // Takes a document of all.cgi (the whole tree) or update.cgi. Throws when it is not whole. The variables have the order of
+  // the tree: updates before it are left out, since it is read after them.
   apply(text, isTree = false) {
+    if (!isTree && this.variables.size === 0) return;
     const changed = new Set();
+    const variables = isTree ? new Map() : this.variables;
     let isNew = false;
     readVariables(text, (memory, name, raw) => {
       const key = `${memory}.${name}`;
       const known = this.variables.get(key);
-      if (known?.raw === raw) return;
       const variable = known ?? { key, memory, name, ...this.#catalogue.variables[key] };
+      variables.set(key, variable);
+      if (known?.raw === raw) return;
       isNew ||= !known;
       if (known) Object.assign(known, { changedAt: Date.now(), isChangedBefore: isTree });
       read(variable, raw);
-      this.variables.set(key, variable);
       changed.add(variable);
     });
+    this.variables = variables;
     if (changed.size > 0) this.#listeners.forEach((listener) => listener(changed, isNew));
   }
 }

@@ -7,6 +7,8 @@ import { FileList } from "./files.js";
 import { FirmwareView } from "./firmware.js";
 
 const REFRESH_MS = 10000;
+// What the device information is made of and the tree reports.
+const IDENTITY = ["MemPersistent.ProductName", "MemPersistent.ProductVersion", "MemExternalDevices.RBusDeviceList"];
 const KINDS = { lenstables: "Lens tables", focusrings: "Focus rings", setups: "Setups" };
 
 export class DeviceView {
@@ -15,8 +17,11 @@ export class DeviceView {
   #firmware;
   #shown = "";
 
-  constructor() {
-    this.#firmware = new FirmwareView(() => this.#refresh());
+  constructor(app) {
+    this.#firmware = new FirmwareView(app, () => this.#refresh());
+    app.store.subscribe((changed) => {
+      if (this.#timer !== 0 && [...changed].some(({ key }) => IDENTITY.includes(key))) this.#refresh();
+    });
     this.#lists = Object.entries(KINDS).map(([kind, title]) => new FileList(kind, title, () => this.#refresh()));
     byId("device-files").append(...this.#lists.map((list) => list.node));
   }
