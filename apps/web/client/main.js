@@ -27,7 +27,7 @@ class App {
   #open = null;
   #opening;
   #wanted = { tree: false, log: false };
-  #connection = new Connection();
+  connection = new Connection();
   #rereads = 0;
   #asked = new Map();
   #palette = null;
@@ -53,6 +53,11 @@ class App {
     addEventListener("hashchange", () => this.#route());
     addEventListener("keydown", (event) => this.#listenForPalette(event));
     byId("find").addEventListener("click", () => this.#openPalette());
+    // The address is that of a view: the link does not change it.
+    document.querySelector(".skip").addEventListener("click", (event) => {
+      event.preventDefault();
+      byId("main").focus();
+    });
     this.store.subscribe(() => this.#showProduct());
     this.#route();
     this.#need(true);
@@ -121,7 +126,7 @@ class App {
       return;
     }
     if (message.type !== "state") this.#apply(message);
-    if (message.type !== "update") this.#connection.take(message);
+    if (message.type !== "update") this.connection.take(message);
   }
 
   #apply({ type, text }) {
@@ -136,7 +141,6 @@ class App {
   #route() {
     const asked = readAddress().view;
     const name = Object.hasOwn(VIEWS, asked) ? asked : "variables";
-    if (asked === "main") return undefined;
     if (name === this.#open) {
       this.#views[name]?.takeAddress?.();
       return this.#opening;

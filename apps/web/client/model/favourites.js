@@ -1,25 +1,25 @@
-// The variables that are pinned, in the order of pinning. They survive a reload.
+// The variables that are pinned, in the order of pinning, on all pages of the browser.
 
-import { recall, remember } from "./remember.js";
-
-const KEY = "console.favourites";
+import { Kept } from "./remember.js";
 
 export class Favourites {
-  #keys = recall(KEY, []);
+  #kept = new Kept("console.favourites", []);
 
   get keys() {
-    return [...this.#keys];
+    return [...this.#kept.value];
   }
 
   has(key) {
-    return this.#keys.includes(key);
+    return this.#kept.value.includes(key);
   }
 
-  // Pins or unpins; returns whether it is pinned now.
-  toggle(key) {
-    const isPinned = this.has(key);
-    this.#keys = isPinned ? this.#keys.filter((each) => each !== key) : [...this.#keys, key];
-    remember(KEY, this.#keys);
-    return !isPinned;
+  // Pins or unpins a variable.
+  set(key, isPinned) {
+    this.#kept.change((keys) => [...keys.filter((each) => each !== key || isPinned), ...(isPinned && !keys.includes(key) ? [key] : [])]);
+  }
+
+  // listener() is called after each change, also of another page.
+  subscribe(listener) {
+    this.#kept.subscribe(listener);
   }
 }

@@ -33,7 +33,15 @@ export class Recording {
   add(store) {
     const variable = store.variables.get(this.key);
     const value = Number(this.member ? variable?.data?.[this.member] : variable?.value);
-    if (!Number.isFinite(value) || (this.member && value === this.last)) return;
+    if (Number.isFinite(value) && !(this.member && value === this.last)) this.#push(value);
+  }
+
+  // From now on the value is not known.
+  addGap() {
+    if (this.times.length > 0 && this.last !== null) this.#push(null);
+  }
+
+  #push(value) {
     this.times.push(Date.now() / 1000);
     this.values.push(value);
     if (this.times.length > KEPT_POINTS) {
@@ -46,20 +54,22 @@ export class Recording {
     return this.values.at(-1);
   }
 
-  // Times and values from `from` to `to`: with the value that held before, and the last one held until the end.
+  // Times and values from `from` to `to`: it begins with the value that held at `from` and ends with the one that holds at
+  // `to`. A value of null is a gap.
   between(from, to) {
     const begin = Math.max(firstBehind(this.times, from) - 1, 0);
     const end = firstBehind(this.times, to);
     const times = this.times.slice(begin, end);
     const values = this.values.slice(begin, end);
     if (times.length > 0) {
-      times.push(to);
+      times[0] = Math.max(times[0], from);
+      times.push(Math.max(to, times.at(-1)));
       values.push(values.at(-1));
     }
     return [times, values];
   }
 
-  // The value that held at a time; undefined before the first.
+  // The value that held at a time; undefined before the first, null in a gap.
   at(time) {
     return this.values[firstBehind(this.times, time) - 1];
   }
@@ -80,10 +90,14 @@ function firstBehind(times, time) {
   return low;
 }
 
-// All recordings as one table: a row for each time at which one of them changed, with what held then.
+// All recordings as one table: a row for each time at which one of them changed, with what held then. Where a gap begins,
+// the last column says so.
 export function asCsv(recordings) {
   const times = [...new Set(recordings.flatMap((recording) => recording.times))].sort((a, b) => a - b);
-  const rows = times.map((time) => [new Date(time * 1000).toISOString(),
-    ...recordings.map((recording) => recording.at(time) ?? "")].join(","));
-  return [["time", ...recordings.map((recording) => recording.name)].join(","), ...rows, ""].join("\r\n");
+  const rows = times.map((time) => {
+    const values = recordings.map((recording) => recording.at(time));
+    const note = values.includes(null) ? "no connection" : "";
+    return [new Date(time * 1000).toISOString(), ...values.map((value) => value ?? ""), note].join(",");
+  });
+  return [["time", ...recordings.map((recording) => recording.name), "note"].join(","), ...rows, ""].join("\r\n");
 }

@@ -5,6 +5,13 @@ import { byId, setText } from "../dom.js";
 export class Connection {
   #state = "reconnecting";
   #hasTree = false;
+  #listeners = new Set();
+  isStale = true;
+
+  // listener() is called when `isStale`, whether values may be old, has changed.
+  subscribe(listener) {
+    this.#listeners.add(listener);
+  }
 
   // Takes the feeds' messages of the types "state" and "tree".
   take(message) {
@@ -16,6 +23,10 @@ export class Connection {
       byId("connection").dataset.state = message.state;
       setText(byId("connection"), message.text);
     }
-    document.body.toggleAttribute("data-stale", this.#state !== "live" || !this.#hasTree);
+    const isStale = this.#state !== "live" || !this.#hasTree;
+    if (isStale === this.isStale) return;
+    this.isStale = isStale;
+    document.body.toggleAttribute("data-stale", isStale);
+    this.#listeners.forEach((listener) => listener());
   }
 }

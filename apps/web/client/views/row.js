@@ -42,6 +42,11 @@ export class Row {
     this.#parts.pin.setAttribute("aria-pressed", this.#favourites.has(this.variable.key));
   }
 
+  // Whether the row shows that it is pinned.
+  get isPinned() {
+    return this.#parts.pin.getAttribute("aria-pressed") === "true";
+  }
+
   update(isNews) {
     const { when, type, value, edit } = this.#parts;
     const { changedAt, isChangedBefore } = this.variable;

@@ -23,6 +23,7 @@ export class VariablesView {
     this.#app = app;
     this.#finder = new Finder(app, { rows: this.#rows, putBack: (row) => this.#putBack(row),
       update: (isAway) => this.#showLists(!isAway) });
+    this.#favourites.subscribe(() => this.#movePinned());
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     if (app.store.variables.size > 0) this.#addRows();
     setInterval(() => this.#calmDown(), SWEEP_MS);
@@ -95,12 +96,17 @@ export class VariablesView {
 
   #togglePin(key) {
     const row = this.#rows.get(key);
-    this.#favourites.toggle(key);
-    row.showPin();
-    if (this.#isResult(row)) return;
-    this.#putBack(row);
-    this.#showLists(true);
+    this.#favourites.set(key, !row.isPinned);
     row.node.querySelector(".pin").focus();
+  }
+
+  // Brings the rows to where they belong after this or another page has changed the favourites.
+  #movePinned() {
+    const moved = [...this.#rows.values()].filter((row) => row.isPinned !== this.#favourites.has(row.variable.key));
+    moved.forEach((row) => row.showPin());
+    const away = moved.filter((row) => !this.#isResult(row));
+    away.forEach((row) => this.#putBack(row));
+    if (away.length > 0) this.#showLists(true);
   }
 
   // Among the pinned ones, or before the next variable of its memory that is there.

@@ -4,10 +4,11 @@ import { byId, element, saveAs, setPressed, setText } from "../dom.js";
 import { timeStamp } from "../model/format.js";
 import { loadPlots, Plot } from "./plot.js";
 import { asCsv, numbersOf, Recording } from "../model/recording.js";
-import { recall, remember } from "../model/remember.js";
+import { Kept } from "../model/remember.js";
 
-const KEY = "console.watched";
 const DRAW_MS = 100;
+// Seconds that a part has at least.
+const SHORTEST = 0.1;
 
 export class WatchView {
   #app;
@@ -17,6 +18,7 @@ export class WatchView {
   #zoom = null;
   #timer = 0;
   #hasPlots = false;
+  #kept = new Kept("console.watched", []);
 
   constructor(app) {
     this.#app = app;
@@ -29,7 +31,10 @@ export class WatchView {
     byId("watch-span").addEventListener("change", () => this.#setZoom(null));
     byId("watch-export").addEventListener("click", () => this.#export());
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#redress());
+    byId("watch-zoom").addEventListener("click", (event) => this.#step(event.target.dataset));
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
+    app.connection.subscribe(() => this.#markGap());
+    this.#kept.subscribe(() => this.#restore());
     this.#learn();
     this.#load();
   }
@@ -61,7 +66,21 @@ export class WatchView {
   #learn() {
     this.#numbers = numbersOf(this.#app.store);
     byId("watch-numbers").replaceChildren(...this.#numbers.map((name) => element("option", { value: name })));
-    recall(KEY, []).filter((name) => this.#numbers.includes(name)).forEach((name) => this.#add(name));
+    this.#restore();
+  }
+
+  // Shows what this or another page has chosen.
+  #restore() {
+    const names = this.#kept.value;
+    [...this.#watched.keys()].filter((name) => !names.includes(name)).forEach((name) => this.#close(name));
+    names.filter((name) => this.#numbers.includes(name) && !this.#watched.has(name)).forEach((name) => this.#show(name));
+  }
+
+  // While the values may be old, nothing is known.
+  #markGap() {
+    for (const { recording } of this.#watched.values()) {
+      this.#app.connection.isStale ? recording.addGap() : recording.add(this.#app.store);
+    }
   }
 
   #take(changed, isNew) {
@@ -90,7 +109,15 @@ export class WatchView {
   }
 
   #add(name) {
-    if (this.#watched.has(name)) return;
+    this.#kept.change((names) => [...names.filter((each) => each !== name), name]);
+  }
+
+  #remove(name) {
+    this.#kept.change((names) => names.filter((each) => each !== name));
+    byId("watch-add").focus();
+  }
+
+  #show(name) {
     const value = element("span", { class: "now" });
     const chart = element("div", { class: "chart" });
     const remove = element("button", { "aria-label": `Remove ${name}` }, "Remove");
@@ -100,20 +127,13 @@ export class WatchView {
     byId("watch-plots").append(node);
     this.#watched.set(name, { recording: new Recording(this.#app.store, name), node, chart, value, plot: null });
     this.#dress(this.#watched.get(name));
-    this.#save();
   }
 
-  #remove(name) {
+  #close(name) {
     const { plot, node } = this.#watched.get(name);
     plot?.destroy();
     node.remove();
     this.#watched.delete(name);
-    this.#save();
-    byId("watch-add").focus();
-  }
-
-  #save() {
-    remember(KEY, [...this.#watched.keys()]);
   }
 
   #dress(watched) {
@@ -137,14 +157,28 @@ export class WatchView {
     this.#draw();
   }
 
+  // Makes the part that is shown `by` times as long around its middle, or moves it by a share of its length.
+  #step({ by, move }) {
+    if (!by && !move) return;
+    const { min, max } = this.#part();
+    const middle = (min + max) / 2 + (max - min) * Number(move ?? 0);
+    const half = Math.max((max - min) * Number(by ?? 1), SHORTEST) / 2;
+    this.#setZoom({ min: middle - half, max: middle + half });
+  }
+
+  #part() {
+    const now = this.#pausedAt ?? Date.now() / 1000;
+    return this.#zoom ?? { min: now - Number(byId("watch-span").value), max: now };
+  }
+
   #draw() {
     if (this.#timer === 0 || document.hidden) return;
     const now = this.#pausedAt ?? Date.now() / 1000;
-    const { min, max } = this.#zoom ?? { min: now - Number(byId("watch-span").value), max: now };
+    const { min, max } = this.#part();
     for (const { recording, plot, value, cursor } of this.#watched.values()) {
       const shown = recording.at(cursor ?? now);
       const when = cursor ? ` at ${new Date(cursor * 1000).toLocaleTimeString()}` : "";
-      setText(value, shown === undefined ? "" : `${Number(shown.toPrecision(7))}${when}`);
+      setText(value, shown === undefined ? "" : shown === null ? `not known${when}` : `${Number(shown.toPrecision(7))}${when}`);
       plot?.draw(recording.between(min, Math.min(max, now)), min, max);
     }
   }
