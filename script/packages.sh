@@ -1,25 +1,25 @@
-# To be sourced: what the scripts need from Debian 12, and how it is installed.
+# To be sourced: the packages of Debian 12 that the scripts need, and how they are installed.
 
 BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-dev libgtest-dev libgmock-dev
                 python3 python3-yaml python3-jinja2)
-# For the browser console's plotting library. Beside an npm of one's own, Debian's is not needed.
+# npm downloads the browser console's plotting library. An npm from elsewhere is used if there is one.
 command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)
 RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua lighttpd-mod-deflate)
 PACKAGE_PACKAGES=(debhelper lintian)
 TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PACKAGES[@]}" debootstrap systemd-container)
-# The console is tested in a real browser. Where Node.js comes from elsewhere, it stays.
+# The console is tested in a real browser. A Node.js from elsewhere is used if there is one.
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
 BENCH_PACKAGES=(wrk libfcgi-dev)
 LINT_PACKAGES=(clang-format clang-tidy pylint)
 
-# For 32-bit ARM: the compiler, and what runs its programs here.
+# For 32-bit ARM: the compiler and the emulator.
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
-# What is linked, for script/sysroot: libraries, and what is needed to build with them.
+# For script/sysroot: libraries and their development packages.
 SYSROOT_PACKAGES=(libpng16-16 zlib1g libcairo2
                   libpng-dev zlib1g-dev libcairo2-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
-# What the libraries need and need not come with them.
+# Dependencies of these libraries that script/sysroot leaves out.
 SYSROOT_PRESENT=(libc6 libgcc-s1 libstdc++6 fontconfig-config)
 
 # run_as_root COMMAND...: with sudo only where the user is not root.

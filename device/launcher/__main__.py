@@ -17,7 +17,7 @@ The controller in the browser: {url}/
   set a variable         curl -d '{{"MemPersistent": {{"DisplayBrightness": 7}}}}' {url}/api/v1/set.cgi
 
 Kernel log of the device: {log}
-Ctrl-C ends all of it.
+Ctrl-C ends everything.
 """
 
 
@@ -31,17 +31,17 @@ def arguments():
     parser = argparse.ArgumentParser(prog="device/launcher", description="Runs a virtual device until Ctrl-C.")
     parser.add_argument("--build", required=True, help="build folder, for example build/release")
     parser.add_argument("--web-server", choices=("nginx", "lighttpd"), default="nginx",
-                        help="which one runs in front of the service (%(default)s)")
+                        help="web server in front of the service (%(default)s)")
     parser.add_argument("--port", type=int, default=8080, help="port of the web server, or the next free (%(default)s)")
     parser.add_argument("--address", default="127.0.0.1",
-                        help="address of the web server; 0.0.0.0 lets others in (%(default)s)")
+                        help="address of the web server; 0.0.0.0 admits other machines (%(default)s)")
     parser.add_argument("--screen", type=size, default="800x480", help="size of the display in pixels (%(default)s)")
-    parser.add_argument("simulation", nargs="*", help="arguments of the simulation, behind --")
+    parser.add_argument("simulation", nargs="*", help="arguments of the simulation, after --")
     return parser.parse_args()
 
 
 def end(*_):
-    """Ends the program, once: a second Ctrl-C does not keep it from cleaning up."""
+    """Ends the program. A second Ctrl-C does not interrupt the clean-up."""
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, signal.SIG_IGN)
     sys.exit(0)
@@ -60,7 +60,7 @@ def main():
             while not device.ended():
                 time.sleep(0.5)
             name = device.ended()[0]
-            raise DeviceError(f"{name} has ended by itself:\n{device.output(name)}\n{device.log()[-2000:]}")
+            raise DeviceError(f"{name} ended unexpectedly:\n{device.output(name)}\n{device.log()[-2000:]}")
     except DeviceError as error:
         sys.exit(str(error))
 

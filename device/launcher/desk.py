@@ -1,4 +1,4 @@
-"""What the launcher needs from the machine that it runs on: ports, process ties, the web server's files."""
+"""Free ports, ending children with their parent, and the configuration of the web servers."""
 
 import ctypes
 import os
@@ -10,15 +10,14 @@ from pathlib import Path
 
 PR_SET_PDEATHSIG = 1
 LISTENING = "0A"
-# Below the range from which systems take the ports of outgoing connections, so that none of them takes a port between
-# choosing and listening.
+# Below the range of ephemeral ports, so that no outgoing connection takes a port before the server listens on it.
 PORTS = range(20000, 32000)
 CLAIMS = []
 LIBC = ctypes.CDLL(None)
 
 
 def dies_with_launcher():
-    """Run in a child between fork and exec: the kernel ends the child when the launcher has gone."""
+    """Run in a child between fork and exec: the kernel ends the child when the launcher ends."""
     LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
 
 
@@ -33,7 +32,7 @@ def is_free(port):
 
 
 def free_port(besides=None):
-    """A port on which nobody listens."""
+    """Returns a random free port other than `besides`."""
     candidates = (port for port in random.sample(PORTS, 1000) if port != besides and is_free(port))
     return next(candidates)
 
@@ -58,7 +57,10 @@ def next_free_port(first):
 
 
 def is_listening(port):
-    """Whether a process listens on the port. It asks the kernel: a trial connection would be a visible client."""
+    """Whether a process listens on the port.
+
+    Asks the kernel, because a server would take a trial connection for a client.
+    """
     for table in ("/proc/net/tcp", "/proc/net/tcp6"):
         if not os.path.exists(table):
             continue
@@ -70,12 +72,12 @@ def is_listening(port):
 
 
 def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent", changes=None):
-    """Fills `folder` with a web-server configuration made of the reference one, and returns its main file.
+    """Copies the reference configuration into `folder` and returns its main file.
 
-    Addresses, folders and the main file differ from the device's. `changes` holds functions by the name of a file, for
-    example "limits.conf": each takes the reference file's text and returns the one to use.
+    Addresses, folders and the main file differ from the device's. `changes` maps the name of a file, for example
+    "limits.conf", to a function that takes the reference file's text and returns the text to use.
     """
-    # A worker of another user could not enter the private folder.
+    # A worker that runs as another user cannot enter the private folder.
     user = "user root;" if os.geteuid() == 0 else ""
     return render(source, folder, "nginx.conf", {"@USER@": user, "@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f"listen {address}:{port} so_keepalive=60s:10s:6;\n",
@@ -87,7 +89,7 @@ def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent"
 
 
 def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=None):
-    """The same for the other web server."""
+    """The same for lighttpd."""
     config = render(source, folder, "lighttpd.conf", {"@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f'server.bind = "{address}"\nserver.port = {port}\n',
         "hosts.conf": f'var.hosts = "{address}"\n',
@@ -100,7 +102,7 @@ def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=No
 
 
 def render(source, folder, main, names, changes, files):
-    """Copies the reference configuration, with `names` in its frame filled in and `files` instead of its own."""
+    """Copies the reference configuration, replaces `names` in its main file, and writes `files` over its own."""
     site = folder / "webservice"
     shutil.copytree(source, site, ignore=shutil.ignore_patterns("*.in"), dirs_exist_ok=True)
     files = {**files, **{name: change((source / name).read_text()) for name, change in changes.items()}}

@@ -1,4 +1,4 @@
-"""How the programs of a build run on this machine."""
+"""The emulator that runs the programs of a build for another processor."""
 
 from pathlib import Path
 
@@ -6,9 +6,9 @@ EMULATOR = "CMAKE_CROSSCOMPILING_EMULATOR:STRING="
 
 
 def emulator(build):
-    """The words in front of a program that was built for another processor; none for this machine's own.
+    """Returns the command that runs the programs of the build, an empty list if they are native.
 
-    They end in a dynamic loader and its options, to which "--preload LIBRARY" can be added.
+    It ends with a dynamic loader and its options, to which "--preload LIBRARY" can be added.
     """
     cache = Path(build) / "CMakeCache.txt"
     for line in cache.read_text().splitlines() if cache.exists() else ():

@@ -1,4 +1,4 @@
-"""The framebuffer of a virtual device: a file of pixels and, beside it, what the framebuffer is set to.
+"""The framebuffer of a virtual device: a file of pixels and a file with its geometry.
 
 Pixels have four bytes: blue, green, red, alpha. The state is described in device/preload/screenstate.h.
 """
@@ -11,7 +11,7 @@ STATE = "=7I"
 
 
 def make_framebuffer(folder, width, height):
-    """Makes fb0 and fb0.state, black, with the first of three buffers on display."""
+    """Makes fb0 and fb0.state: three black buffers, the first one on display."""
     size = BUFFERS * height * width * BYTES_PER_PIXEL
     with open(folder / "fb0", "wb") as pixels:
         pixels.truncate(size)
@@ -24,7 +24,7 @@ def geometry(folder):
 
 
 def set_geometry(folder, words):
-    """Takes any numbers: a framebuffer that lies has them wrong. Processes that have it open see them at once."""
+    """Sets any numbers, also inconsistent ones. Processes that have the framebuffer open see them immediately."""
     file = folder / "fb0.state"
     with open(file, "r+b" if file.exists() else "w+b") as state:
         state.write(struct.pack(STATE, *words))

@@ -1,4 +1,4 @@
-"""The files behind the card and the register of a virtual device, and what its factory has written on the card."""
+"""The files behind the card and the register of a virtual device, and the values that its factory writes to the card."""
 
 CARD_SIZE = 0x200000
 REGISTER_AT = 0x20CC068
@@ -20,7 +20,7 @@ FACTORY_VALUES = (
 
 
 def make_devices(folder):
-    """Makes an empty card and a memory as long as the register needs, which takes no room, in `folder`."""
+    """Makes an empty card in `folder`, and a sparse memory file that reaches to the register."""
     for name, size in (("mmcblk1", CARD_SIZE), ("mem", REGISTER_AT + WORD_SIZE)):
         with open(folder / name, "wb") as file:
             file.truncate(size)

@@ -29,27 +29,28 @@ END_SECONDS = 10
 
 
 class DeviceError(RuntimeError):
-    """A part of the device did not start; the text says which and what it last said."""
+    """A part of the device did not start. The text names it and ends with its last output."""
 
 
 class VirtualDevice:
     """One virtual device.
 
     build        build folder, for example "build/release"
-    simulation   arguments of the simulation, for example ["--changes", "50", "--interval", "100"]; None: none runs
+    simulation   arguments of the simulation, for example ["--changes", "50", "--interval", "100"]; None: no
+                 simulation
     screen       width and height of the display in pixels
-    display      arguments of the process that draws the display, for example ["--interval", "100"]; None: none runs
-                 and the display is black. It shows what the simulation's memories hold
+    display      arguments of the process that draws the display, for example ["--interval", "100"]; None: no such
+                 process, and the display is black
     service      whether the web service runs; start_service() starts it later
-    nginx        whether this web server runs in front of it
-    lighttpd     or this one
-    client       folder of the browser console's pages; None: that of the build
+    nginx        whether nginx runs in front of the service
+    lighttpd     whether lighttpd runs in front of it
+    client       folder of the browser console's pages; None: the build's
     http_port    the web server's port; None: a free one
     http_address the web server's address
     site         functions by the name of a file of the web server's site, for example "limits.conf": each takes the
                  file's text and returns the one to use
     fcgi_port    the service's port instead of 9000; None: a free one
-    environment  variables for the device's processes beside those that make them see the device
+    environment  further environment variables for the device's processes
     """
 
     def __init__(self, build, *, simulation=("--still",), screen=(800, 480), display=None, service=True, nginx=False,
@@ -75,7 +76,7 @@ class VirtualDevice:
         self._environment = dict(environment or {})
         self._processes = {}
 
-    # What others need to know
+    # For programs that use the device
 
     @property
     def pids(self):
@@ -91,7 +92,7 @@ class VirtualDevice:
         return SHARED_MEMORY / f"{self.name}{memory}"
 
     def path(self, device_path):
-        """Where a path of the device lies, for example path("/update/host.swu")."""
+        """The file behind a path of the device, for example path("/update/host.swu")."""
         return self.root / device_path.lstrip("/")
 
     def log(self):
@@ -106,7 +107,7 @@ class VirtualDevice:
     def hwinfo(self, *arguments):
         """What the hwinfo tool prints about this device's card and register, for example hwinfo("set", "k=7").
 
-        Raises DeviceError with the tool's words when it fails.
+        Raises DeviceError with the tool's error output if it fails.
         """
         result = subprocess.run(self.command("hwinfo", *arguments), env=self.environment(), stdin=subprocess.DEVNULL,
                                 capture_output=True, text=True, check=False)
@@ -115,7 +116,7 @@ class VirtualDevice:
         return result.stdout
 
     def command(self, program, *arguments):
-        """The words that run one of the build's programs in environment(), for example command("hwinfo", "print").
+        """The command that runs one of the build's programs in environment(), for example command("hwinfo", "print").
 
         Raises DeviceError if the build does not have the program.
         """
@@ -127,7 +128,7 @@ class VirtualDevice:
         return [str(word) for word in [*self._emulator, *preload, file, *arguments]]
 
     def environment(self):
-        """The environment in which a program is a process of this device."""
+        """The environment variables that make a program a process of this device."""
         preload = {} if self._emulator else {"LD_PRELOAD": str(self._library)}
         return {
             **os.environ,
@@ -139,7 +140,7 @@ class VirtualDevice:
             **self._environment,
         }
 
-    # Life
+    # Start and end
 
     def __enter__(self):
         return self.start()
@@ -148,7 +149,7 @@ class VirtualDevice:
         self.stop()
 
     def start(self):
-        """Starts all parts and returns when each is ready. A failure ends those that run and raises DeviceError."""
+        """Starts all parts and returns when each is ready. If one fails, ends the others and raises DeviceError."""
         try:
             self._make_folders()
             self.hwinfo("create", *FACTORY_VALUES)
@@ -169,7 +170,7 @@ class VirtualDevice:
         return self
 
     def stop(self):
-        """Ends all parts, last started first, and removes what the device has left. Returns the exit codes by name."""
+        """Ends all parts in reverse order and removes folder, segments and semaphores. Returns the exit codes by name."""
         for name in reversed(list(self._processes)):
             self.end(name)
         if self.root is not None:
@@ -179,7 +180,7 @@ class VirtualDevice:
         return self.exit_codes
 
     def end(self, name, number=signal.SIGTERM):
-        """Ends one part with a signal and returns its exit code; negative is the signal that it died of."""
+        """Ends one part with a signal and returns its exit code, or minus the number of the signal that ended it."""
         process = self._processes.pop(name)
         if process.poll() is None:
             process.send_signal(number)
@@ -192,7 +193,7 @@ class VirtualDevice:
         return process.returncode
 
     def ended(self):
-        """The names of parts that have ended although nobody asked them to."""
+        """The names of parts that ended without being stopped."""
         return [name for name, process in self._processes.items() if process.poll() is not None]
 
     def start_simulation(self, *arguments):
@@ -233,7 +234,7 @@ class VirtualDevice:
 
     def _run(self, name, command, is_ready, environment=None):
         """Starts a process and waits until it is ready."""
-        # A session of its own: a Ctrl-C on the terminal is the launcher's, which ends the parts in their order.
+        # In a session of its own, a part gets no Ctrl-C from the terminal: the launcher ends the parts in order.
         with open(self.root / "log" / f"{name}.txt", "wb") as output:
             # Safe beside threads, because dies_with_launcher only calls prctl.
             self._processes[name] = subprocess.Popen(  # pylint: disable=subprocess-popen-preexec-fn
@@ -259,4 +260,4 @@ class VirtualDevice:
             time.sleep(0.005)
 
     def _last_words(self, name):
-        return (self.output(name) + self.log())[-2000:].strip() or "it said nothing"
+        return (self.output(name) + self.log())[-2000:].strip() or "no output"
