@@ -6,7 +6,7 @@
 
 namespace {
 
-// The mapped path under "/root", or a word for what is not mapped.
+// The mapped path under "/root", or a word for a path that is not mapped.
 std::string map(const std::string& path, std::size_t size = PATH_MAX) {
     std::string out(size, '#');
     switch (mappedPath("/root", path.c_str(), out.data(), size)) {
@@ -19,7 +19,7 @@ std::string map(const std::string& path, std::size_t size = PATH_MAX) {
     }
 }
 
-TEST(MappedPath, DoubledSlashesAndDotsNeitherHideNorFeignADevicePath) {
+TEST(MappedPath, SlashesAndDotsDoNotHideADevicePath) {
     const std::pair<const char*, const char*> paths[] = {
         {"/dev/mmcblk1", "/root/dev/mmcblk1"},  {"/update", "/root/update"},
         {"/var//FOR/", "/root/var/FOR/"},       {"/var//LDA/lens.tab", "/root/var/LDA/lens.tab"},
@@ -36,17 +36,17 @@ TEST(MappedPath, DoubledSlashesAndDotsNeitherHideNorFeignADevicePath) {
         EXPECT_EQ(map(path), "elsewhere") << path;
 }
 
-TEST(MappedPath, FitsToTheLastByteOrIsTooLong) {
+TEST(MappedPath, LongPathsAreRefused) {
     EXPECT_EQ(map("/update/x", sizeof "/root/update/x"), "/root/update/x");
     EXPECT_EQ(map("/update/x", sizeof "/root/update/x" - 1), "too long");
     EXPECT_EQ(map("/update/", sizeof "/root/update/" - 1), "too long");
     EXPECT_EQ(map("/update/" + std::string(PATH_MAX - 9, 'x')), "too long");
-    // No system call takes it, so it is for the system call to say so.
+    // The system call refuses it.
     EXPECT_EQ(map("/update/" + std::string(PATH_MAX - 8, 'x')), "elsewhere");
     EXPECT_EQ(map(std::string(PATH_MAX - 10, '/') + "update/x"), "/root/update/x");
 }
 
-TEST(MappedName, ThePrefixGoesBehindTheSlashIfItFits) {
+TEST(MappedName, PrefixFollowsTheSlash) {
     char out[16];
     EXPECT_TRUE(mappedName("vd-1-", "MemApp", out, sizeof out));
     EXPECT_STREQ(out, "/vd-1-MemApp");

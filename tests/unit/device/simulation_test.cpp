@@ -1,121 +1,171 @@
-#include "device/simulation/camera.h"
+#include "apps/common/event/serverconnection.h"
+#include "device/simulation/accessoryupdater.h"
 #include "device/simulation/content.h"
-#include "device/simulation/lensaxis.h"
-#include "device/simulation/optics.h"
-#include "device/simulation/puller.h"
-#include "device/simulation/settings.h"
+#include "device/simulation/hostupdater.h"
+#include "device/simulation/scene.h"
 #include "device/simulation/soak.h"
-#include "simulationfixture.h"
+#include "device/simulation/updatefile.h"
 
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
-#include <utility>
+#include <memory>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
-const LensAxis::Names FOCUS = {"FocusTargetValue", "FocusActPosNorm", "FocusMotor", "LensActFocus"};
-
-TEST_F(SimulationTest, AMotorFollowsItsTargetSmoothlyAndTheDepthOfFieldHoldsTheFocus) {
-    add<LensAxis>(FOCUS, FOCUS_SCALE);
-    add<Optics>();
-    Variable("FocusTargetValue").setFloat(0.6);
-    const Variable position("FocusActPosNorm");
-    const Variable focus("LensActFocus");
-    float last = position.toFloat();
-    while (timeMs_ < 3000) {
-        playTo(timeMs_ + 40);
-        EXPECT_LE(position.toFloat(), last);
-        EXPECT_LT(last - position.toFloat(), 0.06F);
-        EXPECT_LT(Variable("DofNearValue").toFloat(), focus.toFloat());
-        EXPECT_GT(Variable("DofFarValue").toFloat(), focus.toFloat());
-        last = position.toFloat();
+// A device with memories of its own and a broker that discards all events.
+class Simulation : public testing::Test {
+protected:
+    Simulation() {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
+            *memory.basePointer = memories_.emplace_back(memory.size).data();
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
+        connection_ = std::make_unique<ServerConnection>(poll_, ends_[0]);
+        gServerConnection = connection_.get();
+        broker_ = std::thread([this] {
+            char bytes[4096];
+            while (read(ends_[1], bytes, sizeof bytes) > 0) {
+            }
+        });
+        fillContent();
     }
-    EXPECT_FLOAT_EQ(focus.toFloat(), 0.6F);
-    Variable("FocusTargetValue").setFloat(-5);
-    playTo(6000);
-    EXPECT_EQ(position.toFloat(), 0.0F);
-    Variable("FocusTargetValue").setFloat(900);
-    playTo(12000);
-    EXPECT_EQ(Variable("DofFarValue").toFloat(), 1000) << "infinity";
+
+    ~Simulation() override {
+        gServerConnection = nullptr;
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY)
+            *memory.basePointer = nullptr;
+        shutdown(ends_[1], SHUT_RDWR);
+        broker_.join();
+        close(ends_[1]);
+        std::filesystem::remove(path_);
+    }
+
+    UpdateFile readFile(const std::string& content) {
+        std::ofstream(path_) << content;
+        return readUpdateFile(path_);
+    }
+
+    // Names an update file as another process does.
+    void offer(const std::string& content, const char* nameVariable) {
+        readFile(content);
+        Variable name(nameVariable);
+        name.setText(path_);
+        scene_.handleEvent({name.eventId(), 0, 0});
+    }
+
+    // Plays the scene for `durationMs` and returns the states that the variable goes through.
+    std::string play(double durationMs, const char* variable) {
+        std::string states;
+        const double endMs = timeMs_ + durationMs;
+        for (std::string last; timeMs_ < endMs; timeMs_ += 40) {
+            scene_.step(timeMs_);
+            if (last != Variable(variable).text())
+                states += (last = Variable(variable).text()) + " ";
+        }
+        return states;
+    }
+
+    const std::string path_ = "/tmp/simulation-" + std::to_string(getpid());
+    std::vector<std::vector<char>> memories_;
+    int ends_[2];
+    EventPoll poll_;
+    std::unique_ptr<ServerConnection> connection_;
+    std::thread broker_;
+    Scene scene_;
+    double timeMs_ = 0;
+};
+
+TEST_F(Simulation, FirstLineDecidesAboutUpdateFile) {
+    EXPECT_EQ(readFile("firmware;A;1;16").verdict, "FileValid");
+    EXPECT_EQ(readFile("firmware;A;1.2.3;1;fails\r\n" + std::string(1000, '\0')).verdict, "FileValid");
+    for (const char* content : {"", "firmware", "Firmware;A;1;1\n", "firmware;;1;1\n", "firmware;A;;1\n",
+                                "firmware;A;1;0\n", "firmware;A;1;17\n", "firmware;A;1;x\n",
+                                "firmware;A;12345678901234567890;1\n", "firmware;A;1;1;\n"})
+        EXPECT_EQ(readFile(content).verdict, "FileCorrupt") << content;
+    EXPECT_EQ(readUpdateFile("/nonexistent").verdict, "FileNotFound");
 }
 
-TEST_F(SimulationTest, AHandPullsFromMarkToMarkAndLetsGoWhenOthersSteer) {
-    add<Puller>("Knob", "FocusTargetValue", FOCUS_SCALE,
-                std::vector<Puller::Mark>{{0.2, 1000, 500}, {0.8, 1000, 500}});
-    const Variable knob("Knob");
-    Variable target("FocusTargetValue");
-    playTo(1400);
-    EXPECT_FLOAT_EQ(knob.toFloat(), 0.2F);
-    playTo(2800);
-    EXPECT_FLOAT_EQ(knob.toFloat(), 0.8F);
-    target.setFloat(1.5);
-    playTo(15000);
-    EXPECT_FLOAT_EQ(target.toFloat(), 1.5F);
-    playTo(20000);
-    EXPECT_NE(target.toFloat(), 1.5F);
+TEST_F(Simulation, HostUpdateGoesThroughItsStates) {
+    scene_.add(std::make_unique<HostUpdater>(), 0);
+    const char* const state = "HostUpdateFileState";
+    const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
+        {"something", "CheckingFile FileCorrupt ", "FileCorrupt ", "4.2.0"},
+        {"firmware;Other;4.3.0;1", "CheckingFile FileNotCompatible ", "FileNotCompatible ", "4.2.0"},
+        {"firmware;Lens Control;4.3.0;1;fails", "CheckingFile FileValid ", "CopyingFile CopyingFailed ",
+         "4.2.0"},
+        {"firmware;Lens Control;4.3.0;1", "CheckingFile FileValid ", "CopyingFile Rebooting Success ",
+         "4.3.0"},
+    };
+    for (const auto& [content, checked, started, version] : cases) {
+        offer(content, "HostUpdateFileName");
+        EXPECT_EQ(play(2000, state), checked);
+        Variable("HostUpdateStart").setBool(true);
+        EXPECT_EQ(play(20000, state), started);
+        EXPECT_EQ(Variable("ProductVersion").text(), version);
+        EXPECT_EQ(Variable("HostUpdateFileName").text(), "") << "so that the next upload is a change";
+    }
+    EXPECT_FALSE(Variable("HostUpdateStart").toBool());
 }
 
-TEST_F(SimulationTest, TheCameraRunsWhenAskedLeavesAClipAndAFullMediumIsChanged) {
-    add<Camera>();
-    playTo(200);
-    Variable("RecButtonPressed").setBool(true);
-    playTo(2300);
-    EXPECT_EQ(Variable("CamState").text(), "Run");
-    EXPECT_FALSE(Variable("RecButtonPressed").toBool());
-    EXPECT_NEAR(Variable("CamFootage").toFloat(), 2, 0.11);
-    Variable("CamState").setText("Standby");
-    playTo(2400);
-    EXPECT_EQ(Variable("CamClipList0Size").toInt(), 15);
-    EXPECT_EQ(Variable("CamClipListLastClip").text(), "A001C015_260314");
-    EXPECT_EQ(Variable("CamClipList0EnabledFlags").text().substr(0, 6), "ff7f00");
-    Variable("CamClipList0Size").setInt(500);
-    Variable("CamState").setText("Run");
-    playTo(2500);
-    Variable("CamState").setText("Error");
-    playTo(60000);
-    EXPECT_EQ(Variable("CamClipList0Size").toInt(), 1);
-    EXPECT_EQ(Variable("CamState").text(), "Error");
+TEST_F(Simulation, AccessoryUpdateGoesThroughItsStates) {
+    scene_.add(std::make_unique<AccessoryUpdater>(), 0);
+    AccessoryList list;
+    const int place = list.find("Ultrasonic Ranger", 5512);
+    const char* const state = "RBusUpdateState";
+    const std::string good = "firmware;Ultrasonic Ranger;2.0.0;2";
+    const auto check = [&](const std::string& content, int serial) {
+        offer(content, "RBusUpdateFileName");
+        Variable("RBusUpdateDeviceName").setText("Ultrasonic Ranger");
+        Variable("RBusUpdateDeviceSerial").setInt(serial);
+        const std::string states = play(2000, state);
+        Variable("RBusUpdateStart").setBool(true);
+        return states;
+    };
+    EXPECT_EQ(check(good, 5513), "CheckingFile DeviceNotFound ");
+    EXPECT_EQ(check("x", 5512), "CheckingFile FileCorrupt ");
+    EXPECT_EQ(check("firmware;Other;2.0.0;2", 5512), "CheckingFile FileNotCompatible ");
+    EXPECT_EQ(check(good + ";fails", 5512), "CheckingFile FileValid ");
+    EXPECT_EQ(play(10000, state), "CopyingFile Failed ");
+    check(good, 5512);
+    EXPECT_EQ(play(3800, state), "CopyingFile ");
+    EXPECT_NEAR(Variable("RBusUpdateProgress").toInt(), 50, 3) << "of the second part";
+    list.setConnected(place, false);
+    EXPECT_EQ(play(1000, state), "Failed ");
+    list.setConnected(place, true);
+    check(good, 5512);
+    EXPECT_EQ(play(6000, state), "CopyingFile Rebooting ");
+    EXPECT_FALSE(list.isConnected(place));
+    EXPECT_EQ(play(3000, state), "Rebooting Success ");
+    EXPECT_TRUE(list.isConnected(place));
 }
 
-TEST_F(SimulationTest, WhatIsAskedForIsDone) {
-    add<Settings>();
-    setFromElsewhere("FocusTorqueSet", "4");
-    EXPECT_EQ(Variable("FocusTorque").toInt(), 4);
-    for (const char* place : {"2", "119"}) { // the list ends before the second one
-        setFromElsewhere("CamSpeedSet", place);
-        EXPECT_EQ(Variable("CamSpeedAct").toFloat(), 25);
-    }
-    for (const bool isOn : {true, false}) {
-        setFromElsewhere("CamSDIPeakingToggle", "true");
-        EXPECT_EQ(Variable("CamSDIPeaking").toBool(), isOn);
-        EXPECT_FALSE(Variable("CamSDIPeakingToggle").toBool());
-    }
-}
-
-TEST_F(SimulationTest, ASoakChangesAsManyVariablesAsItWasToldAtEveryStepToValuesThatCanBeForetold) {
-    std::vector<std::pair<Variable, std::string>> values;
-    for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
-        for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var)
-            if (MEMORY_ARRAY[mem].variables[var].baseType <= BaseBool)
-                values.emplace_back(Variable(mem, var), "");
-    }
+// The benchmarks and the soak rely on both.
+TEST_F(Simulation, SoakChangesItsVariablesToPredictableValues) {
     Soak soak(50);
+    std::vector<std::string> values;
     for (int step = 1; step < 1100; ++step) {
-        EXPECT_NO_THROW(soak.step(0));
+        soak.step(0);
+        std::vector<std::string> former;
+        std::swap(former, values);
         int changed = 0;
-        for (auto& [variable, last] : values) {
-            const std::string former = std::exchange(last, variable.text());
-            changed += former == last ? 0 : 1;
+        for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem) {
+            for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var) {
+                values.push_back(Variable(mem, var).text());
+                changed += step > 1 && former[values.size() - 1] != values.back() ? 1 : 0;
+            }
         }
         ASSERT_TRUE(step == 1 || changed == 50) << changed << " changed at step " << step;
     }
     Soak large(500);
     for (int step = 1; step <= 7; ++step)
         large.step(0);
-    // The first candidates: RadioPower, RadioBoost, FocusTorque (1 to 4) are its variables 0, 1 and 2.
+    // RadioPower, RadioBoost and FocusTorque (1 to 4) are its variables 0, 1 and 2.
     EXPECT_TRUE(Variable("RadioPower").toBool());
     EXPECT_FALSE(Variable("RadioBoost").toBool());
     EXPECT_EQ(Variable("FocusTorque").toInt(), 1 + (7 + 2) % 4);
-    EXPECT_THROW(Soak(5000), std::runtime_error);
 }
 
 } // namespace

@@ -18,7 +18,7 @@ protected:
     LogCapture log_;
 };
 
-TEST_F(Diagnostics, LineHasAlignedFieldsThatWidenForLongContentAndIsCutAt511Characters) {
+TEST_F(Diagnostics, LineHasAlignedColumnsAndIsCut) {
     const auto line = [](const char* file, int number, const std::string& message) {
         const LogCapture log;
         logMessage(nullptr, LogLevel::Warn, file, number, "%s %i", message.c_str(), 3);
@@ -32,7 +32,7 @@ TEST_F(Diagnostics, LineHasAlignedFieldsThatWidenForLongContentAndIsCutAt511Char
     EXPECT_EQ(line(std::string(600, 's').c_str(), 1, "message"), std::string(511, 's') + "\n");
 }
 
-TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndLevelsThatAreNoEntryShowAtTheNearest) {
+TEST_F(Diagnostics, LevelsBelowTheThresholdAreDropped) {
     LOG_MESSAGE(DebugAll, "no threshold yet");
     LogLevel threshold = LogLevel::Warn;
     gComponentLogLevel = &threshold;
@@ -46,7 +46,7 @@ TEST_F(Diagnostics, LevelBelowTheThresholdIsDroppedAndLevelsThatAreNoEntryShowAt
                                              "Error beyond", "DebugAll before"));
 }
 
-TEST_F(Diagnostics, ErrorsAreWrittenWhateverTheThresholdAndTheirTextsNameThePlace) {
+TEST_F(Diagnostics, ErrorsIgnoreTheThresholdAndNameTheirLocation) {
     LogLevel threshold = static_cast<LogLevel>(100);
     gComponentLogLevel = &threshold;
     EXPECT_EQ(textThrownBy([] { throwError("web/request.cpp", 42, "%s is %i", "id", 5); }),
@@ -61,7 +61,7 @@ TEST_F(Diagnostics, ErrorsAreWrittenWhateverTheThresholdAndTheirTextsNameThePlac
                                              "LogLight open: Permission denied"));
 }
 
-TEST_F(Diagnostics, DeviceThatCannotBeOpenedIsReportedForEveryLineAndTriedAgain) {
+TEST_F(Diagnostics, EachLineTriesToOpenTheDevice) {
     logWriter().setDevice("/nonexistent/log");
     testing::internal::CaptureStderr();
     LOG_MESSAGE(Warn, "lost");

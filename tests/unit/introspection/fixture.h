@@ -7,15 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
-/// The memories as heap blocks of exactly their sizes, so that a sanitizer sees every byte outside.
+/// The memories as heap blocks of exactly their sizes, so that a sanitizer detects every access outside.
 class Memories {
 public:
     Memories() {
@@ -36,35 +35,29 @@ private:
     std::vector<std::unique_ptr<char[]>> blocks_;
 };
 
-/// Stands in for the broker at the other end of the process's connection.
+/// The process's connection, with the test as broker at its other end.
 class PostedEvents {
 public:
-    PostedEvents() { gServerConnection = &connection_; }
-    ~PostedEvents() {
-        gServerConnection = nullptr;
-        close(ends_[1]);
+    PostedEvents() {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        broker_ = Descriptor(ends[1]);
+        gServerConnection = &connection_.emplace(poll_, ends[0]);
     }
-    PostedEvents(const PostedEvents&) = delete;
-    PostedEvents& operator=(const PostedEvents&) = delete;
+    ~PostedEvents() { gServerConnection = nullptr; }
 
     /// The records posted since the last call.
     std::vector<Notify> take() const {
         std::vector<Notify> records(64);
-        const ssize_t size = recv(ends_[1], records.data(), records.size() * sizeof(Notify), MSG_DONTWAIT);
+        const ssize_t size = recv(broker_.get(), records.data(), 64 * sizeof(Notify), MSG_DONTWAIT);
         records.resize(size < 0 ? 0 : static_cast<std::size_t>(size) / sizeof(Notify));
         return records;
     }
 
 private:
-    static std::array<int, 2> connectedPair() {
-        std::array<int, 2> ends{};
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-        return ends;
-    }
-
     EventPoll poll_;
-    std::array<int, 2> ends_ = connectedPair();
-    ServerConnection connection_{poll_, ends_[0]};
+    std::optional<ServerConnection> connection_;
+    Descriptor broker_;
 };
 
 /// A variable of the catalogue by name.

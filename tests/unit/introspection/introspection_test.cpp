@@ -3,26 +3,38 @@
 #include "apps/common/introspection_enum/introspection_enum.h"
 #include "tests/unit/introspection/fixture.h"
 
+#include "gen/code/introspection_gen.h"
+#include <functional>
 #include <gmock/gmock.h>
 
 using testing::EndsWith;
 
 namespace {
 
-TEST(Introspection, IndexesAndNamesOutsideThrow) {
+TEST(Introspection, UnknownIndexesAndNamesThrow) {
     const LogCapture log;
-    const auto limit = EndsWith("Index exceeds limit");
-    EXPECT_THAT(textThrownBy([] { Introspection::getMemName(18); }), limit);
-    EXPECT_THAT(textThrownBy([] { Introspection::getVarCount(18); }), limit);
-    EXPECT_THAT(textThrownBy([] { Introspection::getVarName(0, 73); }), limit);
-    EXPECT_THAT(textThrownBy([] { Introspection::getVarValue(18, 0, 0); }), limit);
-    EXPECT_THAT(textThrownBy([] { Introspection::setVarValue(17, 0xffffffff, "1"); }), limit);
-    EXPECT_THAT(textThrownBy([] { Introspection::getMemIndex("memapp"); }),
-                EndsWith("Unknown memory \"memapp\""));
-    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumEntryCount(0xffffffff); }), limit);
-    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumEntryName(0, 8); }), limit);
-    EXPECT_THAT(textThrownBy([] { IntrospectionEnum::getEnumIndex("loglevel"); }),
-                EndsWith("Unknown enum \"loglevel\""));
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {[] { Introspection::getMemName(18); }, "Index exceeds limit"},
+        {[] { Introspection::getVarCount(18); }, "Index exceeds limit"},
+        {[] { Introspection::getVarName(0, 73); }, "Index exceeds limit"},
+        {[] { Introspection::getVarValue(18, 0, 0); }, "Index exceeds limit"},
+        {[] { Introspection::setVarValue(17, 0xffffffff, "1"); }, "Index exceeds limit"},
+        {[] { Introspection::getMemIndex("memapp"); }, "Unknown memory \"memapp\""},
+        {[] { IntrospectionEnum::getEnumEntryCount(0xffffffff); }, "Index exceeds limit"},
+        {[] { IntrospectionEnum::getEnumEntryName(0, 8); }, "Index exceeds limit"},
+        {[] { IntrospectionEnum::getEnumIndex("loglevel"); }, "Unknown enum \"loglevel\""},
+    };
+    for (const auto& [call, error] : cases)
+        EXPECT_THAT(textThrownBy(call), EndsWith(error));
+}
+
+TEST(Introspection, NamesAreTextsAndMayBeNull) {
+    EXPECT_EQ(MEM_LENS_PROGRAMMING, Introspection::getMemName(16));
+    EXPECT_EQ(IntrospectionEnum::getEnumEntryName(0, 7), "Error");
+    std::string text = Introspection::getVarArrayLen(0, 0);
+    EXPECT_EQ(text += Introspection::getVarType(0, 0), "20string");
+    EXPECT_EQ(Introspection::getVarArrayLen(0, 2), nullptr);
+    EXPECT_EQ("Var" + std::string(Introspection::getVarName(0, 2)) + "Changed", eventName({206, 0, 0}));
 }
 
 TEST(Introspection, UnmappedMemoryIsNotAvailable) {
@@ -32,7 +44,7 @@ TEST(Introspection, UnmappedMemoryIsNotAvailable) {
     EXPECT_EQ(Introspection::setVarValueJson(list.mem, list.var, {}, 3), "n/a");
 }
 
-TEST_F(MappedCatalogue, ElementsOutsideTheVariableAreNotRead) {
+TEST_F(MappedCatalogue, ElementsOutsideTheVariableThrow) {
     for (const char* name : {"FocusTorque", "RadioPower", "UserButton1"}) {
         EXPECT_THROW(get(Variable(name), 1), std::runtime_error);
         EXPECT_THROW(get(Variable(name), -1), std::runtime_error);
@@ -42,7 +54,7 @@ TEST_F(MappedCatalogue, ElementsOutsideTheVariableAreNotRead) {
     EXPECT_EQ(get(Variable("ProductName"), 1000), "");
 }
 
-// What the range check says of each value.
+// Expects the result of the range check for each value.
 void expectVerdict(const std::string& verdict, const char* name, std::initializer_list<const char*> values) {
     const Variable variable(name);
     for (const char* value : values) {
@@ -53,7 +65,7 @@ void expectVerdict(const std::string& verdict, const char* name, std::initialize
     }
 }
 
-TEST(Introspection, RangeCheckKeepsNumbersInTheirBoundsAndTakesWhatHasNone) {
+TEST(Introspection, RangeCheckKeepsNumbersInTheirBounds) {
     expectVerdict("allowed", "DisplayBrightness", {"0", "10", " 7", "010", "0x99", "9abc"});
     expectVerdict("outside", "DisplayBrightness", {"-1", "11"});
     expectVerdict("no number", "DisplayBrightness", {"abc", "", "99999999999"});
@@ -65,13 +77,13 @@ TEST(Introspection, RangeCheckKeepsNumbersInTheirBoundsAndTakesWhatHasNone) {
     expectVerdict("outside", "CamClipList0EnabledFlags", {"00"}); // a buffer never has a range
 }
 
-TEST(Introspection, RangeCheckOfFloatsWithoutLowerBoundRefusesWhatIsNotAboveZero) {
-    expectVerdict("allowed", "CircleofConfusion", {"0.05", "1.17549435e-38"}); // rounds to the smallest bound
+TEST(Introspection, FloatWithUpperBoundOnlyIsAboveZero) {
+    expectVerdict("allowed", "CircleofConfusion", {"0.05", "1.17549435e-38"}); // rounds to the bound
     expectVerdict("outside", "CircleofConfusion", {"-1", "0", "0.2"});
     expectVerdict("no number", "CircleofConfusion", {"1e99", "1e-39", ""});
 }
 
-TEST(Introspection, CharactersThatThePatternTakesAreEscaped) {
+TEST(Introspection, MatchesOfThePatternAreEscaped) {
     Introspection::setEscapeCharacters("[\\\"]");
     EXPECT_EQ(Introspection::escape("say \"hi\" \\ "), "say \\\"hi\\\" \\ ");
 }

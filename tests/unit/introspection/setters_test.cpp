@@ -8,18 +8,18 @@ namespace {
 
 class Setters : public MappedCatalogue {
 protected:
-    // Sets one value after the other, and tells what is read after each, with a "!" when it was posted.
-    std::string story(const char* name, std::initializer_list<const char*> values) {
+    // Sets the values and returns what is read after each, with a "!" for each post.
+    std::string readBack(const char* name, std::initializer_list<const char*> values) {
         const Variable variable(name);
-        std::string told;
+        std::string read;
         for (const char* value : values) {
             EXPECT_EQ(set(variable, value), "");
-            told += get(variable) + std::string(posts(), '!') + " ";
+            read += get(variable) + std::string(posts(), '!') + " ";
         }
-        return told;
+        return read;
     }
 
-    // Expects that each value changes nothing, with an error that ends so.
+    // Expects that each value is refused with an error that ends in `ending`.
     void expectRefused(const char* name, const char* ending, std::initializer_list<const char*> values) {
         const Variable variable(name);
         const std::string before = get(variable);
@@ -31,50 +31,51 @@ protected:
     }
 };
 
-TEST_F(Setters, NumbersTakeTheFormsOfTheCLibraryWithinTheirTypes) {
-    EXPECT_EQ(story("FocusTorque", {"0x10", "16", "12abc", " -010", "2147483647", "-2147483648"}),
+TEST_F(Setters, NumbersTakeTheFormsOfTheCLibrary) {
+    EXPECT_EQ(readBack("FocusTorque", {"0x10", "16", "12abc", " -010", "2147483647", "-2147483648"}),
               "16! 16 12! -8! 2147483647! -2147483648! ");
     expectRefused("FocusTorque", " to int",
                   {"2147483648", "-2147483649", "99999999999999999999", "", " ", "x1"});
-    EXPECT_EQ(story("LastKnownFocusValue", {"0.1", "0.1f", " -0x1.8p0", "inf", "1e-60", "-0"}),
+    EXPECT_EQ(readBack("LastKnownFocusValue", {"0.1", "0.1f", " -0x1.8p0", "inf", "1e-60", "-0"}),
               "0.100000! 0.100000 -1.500000! inf! 0.000000! -0.000000! ");
     expectRefused("LastKnownFocusValue", " to float", {"", "abc", "1e99", "-1e99", "."});
 }
 
-TEST_F(Setters, BoolsAndEnumerationsTakeTheirWordsOnly) {
-    EXPECT_EQ(story("RadioPower", {"true", "true", "false", "true"}), "true! true false! true! ");
+TEST_F(Setters, BoolsAndEnumerationsTakeExactNames) {
+    EXPECT_EQ(readBack("RadioPower", {"true", "true", "false", "true"}), "true! true false! true! ");
     EXPECT_EQ(*address(Variable("RadioPower")), 1);
     expectRefused("RadioPower", "Value has to be 'true' or 'false'", {"True", "1", "true ", ""});
-    EXPECT_EQ(story("AppServiceLogLevel", {"Warn", "Warn"}), "Warn! Warn ");
+    EXPECT_EQ(readBack("AppServiceLogLevel", {"Warn", "Warn"}), "Warn! Warn ");
     EXPECT_EQ(*address(Variable("AppServiceLogLevel")), 6);
     expectRefused("AppServiceLogLevel", " is not part of enum LogLevel", {"warn", "Warning", "6", ""});
 }
 
-TEST_F(Setters, BuffersTakeHexadecimalPairsForTheirBytes) {
-    EXPECT_EQ(story("RadioRegionFlags", {"0aFf77", "0aff7799", "abc", "", "7"}),
+TEST_F(Setters, BuffersTakeHexadecimalPairs) {
+    EXPECT_EQ(readBack("RadioRegionFlags", {"0aFf77", "0aff7799", "abc", "", "7"}),
               "0aff77! 0aff77! abc077! abc077! 70c077! ");
     const Variable flags("RadioRegionFlags");
     EXPECT_EQ(set(flags, "12g"), "Can't convert 12g to buffer");
-    EXPECT_EQ(get(flags), "12c077") << "the bytes in front of a bad pair are kept";
+    EXPECT_EQ(get(flags), "12c077") << "bytes before a bad pair stay";
     EXPECT_THAT(log.messages(), testing::Contains("Error Not a valid hex digit: g"));
     expectRefused("RadioRegionFlags", " to buffer", {"zz", "1-", "/", ":", "@", "G", "`"});
 }
 
-TEST_F(Setters, StringsAreCutToTheirFieldButNotInsideACharacter) {
+TEST_F(Setters, StringsAreCutBetweenCharacters) {
     for (const std::string character : {"x", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x8e\xac"}) {
         for (std::size_t before = 15; before <= 19; ++before) {
             const std::string start(before, '.');
             const bool fits = before + character.size() <= 19;
-            EXPECT_EQ(story("ProductName", {(start + character).c_str()}),
+            EXPECT_EQ(readBack("ProductName", {(start + character).c_str()}),
                       (fits ? start + character : start) + "! ");
         }
     }
     const std::string notUtf8(25, '\x80');
-    EXPECT_EQ(story("ProductName", {notUtf8.c_str(), "Box", "Box"}), notUtf8.substr(0, 19) + "! Box! Box! ");
+    EXPECT_EQ(readBack("ProductName", {notUtf8.c_str(), "Box", "Box"}),
+              notUtf8.substr(0, 19) + "! Box! Box! ");
     EXPECT_EQ(std::string(address(Variable("ProductName")), 20), std::string("Box") + std::string(17, '\0'));
 }
 
-TEST_F(Setters, EventWordsSelectTheElementAndOneOutsideIsNeitherStoredNorPosted) {
+TEST_F(Setters, EventWordsSelectTheElement) {
     const Variable torque("FocusTorque");
     const auto outcome = [&](std::uint32_t arg1, std::uint32_t arg2, const char* value) {
         const Notify event{torque.row().event.id, arg1, arg2};

@@ -22,7 +22,7 @@ JsonObject pairs(std::initializer_list<std::pair<const char*, const char*>> memb
     return object;
 }
 
-// Elements of a structure of this test's own, in the place of a list of the catalogue.
+// Elements of the test's structure in the memory of a list of the catalogue.
 class Structures : public MappedCatalogue {
 protected:
     std::string setElement(std::uint32_t index, const JsonObject& object) {
@@ -41,15 +41,15 @@ protected:
 constexpr const char* EMPTY = R"({"Count":0,"Ratio":0,"Lane":"Focus","On":false,"Label":""})";
 constexpr const char* FULL = R"({"Count":-5,"Ratio":0.1,"Lane":"Zoom","On":true,"Label":"abcd"})";
 
-TEST_F(Structures, NamedMembersChangeInTheElementOfTheThirdWord) {
-    EXPECT_EQ(setElement(2, pairs({{"Count", "-5"},
-                                   {"Index", "2"},
-                                   {"Ratio", "0.1"},
-                                   {"Lane", "Iris"},
-                                   {"On", "true"},
-                                   {"Label", "abcd"},
-                                   {"Lane", "Zoom"}})),
-              "");
+TEST_F(Structures, ThirdEventWordSelectsTheElement) {
+    const JsonObject all = pairs({{"Count", "-5"},
+                                  {"Index", "2"},
+                                  {"Ratio", "0.1"},
+                                  {"Lane", "Iris"},
+                                  {"On", "true"},
+                                  {"Label", "abcd"},
+                                  {"Lane", "Zoom"}});
+    EXPECT_EQ(setElement(2, all), "");
     EXPECT_EQ(element(2), FULL);
     EXPECT_EQ(element(1), EMPTY);
     EXPECT_EQ(element(3), EMPTY);
@@ -84,7 +84,7 @@ TEST_F(Structures, OneBadMemberLeavesTheElementUnchanged) {
     EXPECT_EQ(posts(), 0U);
 }
 
-TEST_F(Structures, ElementsOutsideTheListAreNeverStoredAndOnlyChangedMembersAreWritten) {
+TEST_F(Structures, OnlyChangedMembersOfTheElementAreWritten) {
     const JsonObject object = pairs({{"On", "true"}});
     std::string expected = memories.bytes(list.mem);
     EXPECT_EQ(setElement(500, object), "Index 500 is outside of CamClipList0 (500)");
@@ -97,7 +97,7 @@ TEST_F(Structures, ElementsOutsideTheListAreNeverStoredAndOnlyChangedMembersAreW
     EXPECT_EQ(memories.bytes(list.mem), expected);
 }
 
-TEST_F(Structures, AreSetFromJsonText) {
+TEST_F(Structures, JsonTextSetsMembers) {
     EXPECT_EQ(setText(R"({"Count":-5,"Ratio":0.1,"Lane":"Zoom","On":true,"Label":"\u0061bcd"})"), "");
     EXPECT_EQ(element(0), FULL);
     EXPECT_EQ(setText(FULL), "");

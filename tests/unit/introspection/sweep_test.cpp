@@ -4,13 +4,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <random>
 
 namespace {
 
-// Walks all variables of the catalogue. What reads or writes outside of a memory is the sanitizer's to tell.
+// Visits all variables of the catalogue. The sanitizer reports accesses outside a memory.
 class Sweep : public MappedCatalogue {
 protected:
     static void forEach(const std::function<void(const Variable&)>& visit) {
@@ -26,7 +27,7 @@ protected:
 
     static bool isStructure(const Variable& variable) { return variable.row().baseType == BaseStruct; }
 
-    // Reads every element. Text that is not UTF-8 is the one thing that a structure cannot print.
+    // Reads every element. A structure fails only to print text that is not UTF-8.
     void readAll() {
         forEach([&](const Variable& variable) {
             const std::uint32_t count = isStructure(variable) ? structureCount(variable.row()) : 1;
@@ -40,7 +41,7 @@ protected:
         });
     }
 
-    // Calls `change` and expects every byte outside of the variable as it was, and one post at most.
+    // Expects that `change` changes no byte outside the variable and posts at most once.
     void expectContained(const Variable& variable, const std::function<void()>& change) {
         std::string expected = memories.bytes(variable.mem);
         change();
@@ -53,22 +54,19 @@ protected:
     std::mt19937 random{1};
 };
 
-TEST_F(Sweep, EveryGetterReadsAnyBytes) {
+TEST_F(Sweep, GettersReadAnyBytes) {
     gen::LogLevel silent = static_cast<gen::LogLevel>(8);
     gComponentLogLevel = &silent;
     readAll();
-    fill([] { return '\xff'; });
-    readAll();
-    for (int i = 0; i < 5; ++i) {
-        fill([this] { return static_cast<char>(random()); });
-        readAll();
-        fill([this] { return static_cast<char>(random() % 0x80); });
+    for (int i = 0; i < 10; ++i) {
+        const unsigned int mask = i % 2 == 0 ? 0xff : 0x7f;
+        fill([this, mask] { return static_cast<char>(random() & mask); });
         readAll();
     }
     gComponentLogLevel = nullptr;
 }
 
-TEST_F(Sweep, EveryValueThatIsReadCanBeSetBackWithoutChange) {
+TEST_F(Sweep, ValuesCanBeSetBackWithoutChange) {
     forEach([&](const Variable& variable) {
         const std::string before = memories.bytes(variable.mem);
         EXPECT_EQ(set(variable, get(variable).c_str()), "") << variable.row().name;
@@ -78,35 +76,36 @@ TEST_F(Sweep, EveryValueThatIsReadCanBeSetBackWithoutChange) {
     });
 }
 
-TEST_F(Sweep, HostileTextsChangeNothingOutsideTheirVariable) {
+TEST_F(Sweep, HostileValuesChangeOnlyTheirVariable) {
+    using Limits = std::numeric_limits<int>;
+    const std::string values[] = {"",
+                                  "7",
+                                  "-1",
+                                  "0x7fffffff",
+                                  "1e30",
+                                  "true",
+                                  "Off",
+                                  "{}",
+                                  "%s%n",
+                                  "\xff\xfe",
+                                  std::string(5000, 'f'),
+                                  std::string(5000, '\xe2')};
     fill([this] { return static_cast<char>(random()); });
     forEach([&](const Variable& variable) {
-        for (const std::string& value :
-             std::vector<std::string>{"", "7", "-1", "0x7fffffff", "1e30", "true", "Off", "{}", "%s%n",
-                                      "\xff\xfe", std::string(5000, 'f'), std::string(5000, '\xe2')})
+        for (const std::string& value : values)
             expectContained(variable, [&] { set(variable, value.c_str()); });
-    });
-}
-
-TEST_F(Sweep, HostileMembersAndIndexesChangeNothingOutsideTheirVariable) {
-    using Limits = std::numeric_limits<int>;
-    forEach([&](const Variable& variable) {
-        if (!isStructure(variable)) {
-            EXPECT_NE(Introspection::setVarValueJson(variable.mem, variable.var, {}, 0), "");
-            return;
-        }
         const int count = static_cast<int>(structureCount(variable.row()));
-        const auto members = nlohmann::json::parse(get(variable));
-        for (const auto& member : members.items()) {
+        std::memset(address(variable), 0, variable.row().size);
+        const auto element = nlohmann::json::parse(isStructure(variable) ? get(variable) : "{\"\":0}");
+        for (const auto& member : element.items())
             for (const int index : {0, count - 1, count, -1, Limits::max(), Limits::min()})
-                for (const std::string& text :
-                     {std::string("1"), std::string(5000, 'f'), std::string("true")})
+                for (const std::string& value : {values[1], values[5], values[10]})
                     expectContained(variable, [&] {
                         const std::string error = Introspection::setVarValueJson(
-                            variable.mem, variable.var, {{member.key(), {text, false}}}, index);
-                        EXPECT_TRUE((index >= 0 && index < count) || !error.empty()) << variable.row().name;
+                            variable.mem, variable.var, {{member.key(), {value, false}}}, index);
+                        const bool isElement = isStructure(variable) && index >= 0 && index < count;
+                        EXPECT_TRUE(isElement || !error.empty()) << variable.row().name;
                     });
-        }
         variable.row().event.arg2 = 0;
     });
 }

@@ -22,7 +22,7 @@ protected:
     SharedMemory memory_{name_.c_str(), 96};
 };
 
-TEST_F(SharedMemoryTest, CreatorLaysOutSizeWordAndDataThatOthersSee) {
+TEST_F(SharedMemoryTest, SizeWordPrecedesTheSharedData) {
     creator_.create();
     std::strcpy(creator_.address() + 91, "last");
     memory_.open();
@@ -31,7 +31,7 @@ TEST_F(SharedMemoryTest, CreatorLaysOutSizeWordAndDataThatOthersSee) {
     EXPECT_EQ(std::filesystem::file_size(file_), 100U);
 }
 
-TEST_F(SharedMemoryTest, AddressNeedsAnOpenSegmentOutlivesCloseAndIsTheSameAfterOpeningAgain) {
+TEST_F(SharedMemoryTest, AddressOutlivesClose) {
     const auto address = [&] { memory_.address(); };
     EXPECT_THAT(textThrownBy(address), EndsWith(" Call open or create before asking for the address"));
     creator_.create();
@@ -45,7 +45,7 @@ TEST_F(SharedMemoryTest, AddressNeedsAnOpenSegmentOutlivesCloseAndIsTheSameAfter
     EXPECT_EQ(memory_.address(), data);
 }
 
-TEST_F(SharedMemoryTest, OnlyTheCreatorRemovesTheSegmentAndLogsThatItIsGone) {
+TEST_F(SharedMemoryTest, OnlyTheCreatorRemovesTheSegment) {
     creator_.create();
     SharedMemory(name_.c_str(), 96).open();
     EXPECT_TRUE(std::filesystem::exists(file_));
