@@ -39,6 +39,14 @@ void logMessageIntern(const gen::LogLevel* threshold, gen::LogLevel level, const
 /// As throwErrorNumber, but the line is written at level LogLight: for a failure that is expected.
 [[noreturn]] void throwErrorNumberInfo(const char* file, int line, const char* text);
 
-/// logMessage with the component's threshold and the location of the call: LOG_MESSAGE(Warn, "...", ...).
+/// Whether lines of this level pass the component's threshold.
+inline bool isLogged(gen::LogLevel level) {
+    return gComponentLogLevel == nullptr || level >= *gComponentLogLevel;
+}
+
+/// logMessage with the component's threshold and the location of the call: LOG_MESSAGE(Warn, "...", ...). The
+/// arguments of a dropped line are not evaluated.
 #define LOG_MESSAGE(level, ...)                                                                              \
-    logMessage(gComponentLogLevel, gen::LogLevel::level, __FILE__, __LINE__, __VA_ARGS__)
+    (isLogged(gen::LogLevel::level)                                                                          \
+         ? logMessage(gComponentLogLevel, gen::LogLevel::level, __FILE__, __LINE__, __VA_ARGS__)             \
+         : void())

@@ -36,7 +36,9 @@ TEST_F(Diagnostics, LevelsBelowTheThresholdAreDropped) {
     LOG_MESSAGE(DebugAll, "no threshold yet");
     LogLevel threshold = LogLevel::Warn;
     gComponentLogLevel = &threshold;
-    LOG_MESSAGE(LogLight, "dropped");
+    int evaluations = 0;
+    LOG_MESSAGE(LogLight, "dropped %i", ++evaluations);
+    EXPECT_EQ(evaluations, 0);
     LOG_MESSAGE(Warn, "equal");
     threshold = static_cast<LogLevel>(-5); // as any process may write it
     LOG_MESSAGE(DebugAll, "signed");
