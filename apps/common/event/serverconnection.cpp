@@ -196,11 +196,30 @@ void ServerConnection::dispatch(const Notify& event) {
     }
 }
 
-// EINTR is a failure here: a write this small is interrupted only while it waits for a broker that has
-// stopped reading, and SIGTERM has to end that wait.
 void ServerConnection::send(const void* message, unsigned int size) {
-    if (::write(socket_.get(), message, size) != static_cast<ssize_t>(size))
+    const auto end = std::chrono::steady_clock::now() + (isStalled_ ? SEND_LIMIT * 0 : SEND_LIMIT);
+    ssize_t sent;
+    do {
+        sent = ::send(socket_.get(), message, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (sent < 0 && (errno == EINTR || (errno == EAGAIN && waitUntilWritable(end))));
+    isStalled_ = sent < 0;
+    if (sent != static_cast<ssize_t>(size))
         throwError(__FILE__, __LINE__, "Could not send message to server");
+}
+
+// Returns false at the end of the time and when the process has to terminate.
+bool ServerConnection::waitUntilWritable(std::chrono::steady_clock::time_point end) const {
+    while (!EventPoll::shouldTerminate()) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd writable{socket_.get(), POLLOUT, 0};
+        const int count = ::poll(&writable, 1, static_cast<int>(left.count()));
+        if (count >= 0 || errno != EINTR)
+            return count > 0;
+    }
+    return false;
 }
 
 void ServerConnection::postEvent(const Notify& event) {

@@ -4,12 +4,16 @@
 #include "apps/common/event/notify.h"
 #include "apps/common/files/descriptor.h"
 
+#include <chrono>
+
 /// The client side of the message broker, which carries events between the device's processes: a Unix stream
 /// socket with records of 12 bytes (notify.h) in both directions.
 ///
 /// A connection that is lost is closed and stays closed: it receives no more events, and posting fails.
 class ServerConnection : public EventPoll::Callback {
 public:
+    static constexpr std::chrono::milliseconds SEND_LIMIT{500};
+
     /// Receiver of the events.
     class EventHandler {
     public:
@@ -46,7 +50,12 @@ public:
     /// file, a read error and hang-up close the connection. Urgent data is ignored.
     void event(EventType type) override;
 
-    /// Sends one event. Throws through throwError with "Could not send message to server".
+    /// Whether the connection has not been closed or lost.
+    bool isOpen() const { return socket_.isOpen(); }
+
+    /// Sends one event. Waits for a broker that does not read, but at most SEND_LIMIT, and not at all again
+    /// before the broker has read; SIGINT and SIGTERM end the wait, other signals do not. Throws through
+    /// throwError with "Could not send message to server"; the event is lost then.
     void postEvent(const Notify& event);
 
     /// Subscribes to events with this id. Sends a control record and the event as one message:
@@ -69,12 +78,14 @@ private:
     void receive();
     void dispatch(const Notify& event);
     void send(const void* message, unsigned int size);
+    bool waitUntilWritable(std::chrono::steady_clock::time_point end) const;
     void unregister();
     void drain();
     bool atEndOfStream() const;
 
     EventPoll& poll_;
     Descriptor socket_;
+    bool isStalled_ = false; ///< the broker has not read since a send timed out
 };
 
 /// The process's connection, null while there is none. It belongs to its creator.

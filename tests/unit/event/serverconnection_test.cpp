@@ -2,6 +2,8 @@
 
 #include "tests/unit/diagnostics/logcapture.h"
 
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
@@ -149,15 +151,53 @@ TEST_F(ServerConnectionTest, ReadErrorClosesTheConnection) {
     EXPECT_EQ(poll_.wait(0, true), 2);
 }
 
-TEST_F(ServerConnectionTest, SignalEndsPostingToABrokerThatDoesNotRead) {
-    poll_.setTimer(20);
-    std::string error = "nothing thrown";
-    for (int posts = 0; posts < 1000000 && error == "nothing thrown"; ++posts)
-        error = postError();
-    EXPECT_THAT(error, EndsWith(" Could not send message to server"));
+using Clock = std::chrono::steady_clock;
+
+// Posts until it fails and returns the time that the last post took.
+Clock::duration fillQueue(ServerConnection& connection) {
+    for (int posts = 0; posts < 1000000; ++posts) {
+        const auto start = Clock::now();
+        try {
+            connection.postEvent({7, 0, 0});
+        } catch (const std::runtime_error&) {
+            return Clock::now() - start;
+        }
+    }
+    return {};
+}
+
+TEST_F(ServerConnectionTest, PostWaitsOnceForABrokerThatDoesNotRead) {
+    poll_.setTimer(5); // no signal ends the wait
+    EXPECT_GE(fillQueue(*connection_), ServerConnection::SEND_LIMIT);
     poll_.setTimer(-1);
+    const auto start = Clock::now();
+    for (int posts = 0; posts < 200; ++posts)
+        EXPECT_THAT(postError(), EndsWith(" Could not send message to server"));
+    EXPECT_LT(Clock::now() - start, 100 * ServerConnection::SEND_LIMIT);
+    std::string bytes(1 << 20, '\0');
+    EXPECT_GT(recv(broker_, bytes.data(), bytes.size(), 0), 12);
+    EXPECT_EQ(postError(), "nothing thrown");
+    EXPECT_GE(fillQueue(*connection_), ServerConnection::SEND_LIMIT);
     hangUp();
-    EXPECT_EQ(poll_.wait(0, true), 1); // with the tick that freed it
+    EXPECT_EQ(poll_.wait(0, true), 1); // the ticks
+}
+
+// Termination is the process's, so this runs in a process of its own.
+TEST(ServerConnectionDeathTest, TerminationEndsTheWaitForTheBroker) {
+    EXPECT_EXIT(
+        {
+            EventPoll poll;
+            const LogCapture log;
+            raise(SIGTERM);
+            Clock::duration waited{};
+            for (int i = 0; i < 200; ++i) {
+                int ends[2];
+                socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+                waited += fillQueue(*new ServerConnection(poll, ends[1]));
+            }
+            std::_Exit(waited < 100 * ServerConnection::SEND_LIMIT ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ServerConnectionTest, ClosingReadsTheRestSoThatTheBrokerSeesNoReset) {
