@@ -1,5 +1,6 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/files/descriptor.h"
+#include "apps/common/files/standarddescriptors.h"
 #include "device/broker/broker.h"
 #include "device/broker/readysemaphore.h"
 
@@ -24,6 +25,7 @@ Descriptor openStopDescriptor() {
 } // namespace
 
 int main() {
+    openStandardDescriptors();
     const Descriptor stop = openStopDescriptor();
     Broker broker("/var/volatile/message-broker.socket");
     const ReadySemaphore semaphore("/message-broker-ready");

@@ -1,5 +1,6 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/eventpoll.h"
+#include "apps/common/files/standarddescriptors.h"
 #include "apps/common/sharedmemory/sharedmemory.h"
 #include "apps/gui/common/fb-linux.h"
 #include "device/display/framestamp.h"
@@ -98,6 +99,7 @@ void run(int intervalMs) {
 } // namespace
 
 int main(int argc, char** argv) {
+    openStandardDescriptors();
     try {
         run(intervalIn(argc, argv));
     } catch (const std::exception& error) {

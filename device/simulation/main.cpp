@@ -1,6 +1,7 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/event/serverconnection.h"
+#include "apps/common/files/standarddescriptors.h"
 #include "device/simulation/accessorybus.h"
 #include "device/simulation/accessoryupdater.h"
 #include "device/simulation/battery.h"
@@ -118,6 +119,7 @@ void run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    openStandardDescriptors();
     try {
         run(parseOptions(argc, argv));
     } catch (const std::exception& error) {

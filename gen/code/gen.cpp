@@ -1,6 +1,7 @@
 #include "gen/code/gen.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/files/standarddescriptors.h"
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/sharedmemory/sharedmemory.h"
 #include "gen/code/introspection_gen.h"
@@ -15,6 +16,9 @@ std::list<SharedMemory> makeMemories() {
         memories.emplace_back(memory.name, memory.size);
     return memories;
 }
+
+// Before the event loop and the segments open descriptors.
+[[maybe_unused]] const bool gHasStandardDescriptors = (openStandardDescriptors(), true);
 
 // In this order: at exit the event loop is destroyed first.
 std::list<SharedMemory> gMemories = makeMemories();

@@ -4,8 +4,8 @@
 #include "apps/common/event/serverconnection.h"
 
 /// The start-up of a process that works on the device's memories. Owns the process-wide objects: before main
-/// the eighteen segments (unopened) and then the event loop are constructed; they are destroyed at exit in
-/// reverse order.
+/// it opens the standard descriptors if they are closed, and constructs the eighteen segments (unopened) and
+/// then the event loop; at exit these are destroyed in reverse order.
 namespace gen {
 
 /// Opens all memories in table order and stores their addresses in the base pointers, connects to the message

@@ -7,6 +7,7 @@ import select
 import signal
 import socket
 import struct
+import subprocess
 from pathlib import Path
 
 import pytest
@@ -94,6 +95,10 @@ def test_missing_resource_ends_the_start(catalogue):
         assert device.end("broker") == 0
         assert fails_to_start(device, "sem_open: No such file or directory")
         assert is_logged(device, "LogLight", "Waiting for server")
+        closed = ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", *map(str, device.command("webservice"))]
+        assert subprocess.run(closed, env=device.environment(), timeout=60, check=False).returncode == -signal.SIGABRT
+        for memory, size in catalogue.sizes().items():  # what the runtime prints goes to no segment
+            assert device.segment(memory).read_bytes()[:4] == struct.pack("<I", size)
         device.start_broker()
         device.end("broker", signal.SIGKILL)  # leaves its semaphore and its socket
         for _ in range(3):  # a failed start posts the semaphore again
