@@ -1,3 +1,4 @@
+#include "apps/common/event/servicemanager.h"
 #include "apps/web/service/fcgi.h"
 #include "apps/web/service/requesthandler.h"
 #include "gen/code/gen.h"
@@ -26,8 +27,14 @@ int run() {
     RequestHandler handler(poll, fcgi);
     fcgi.callback = &handler;
     gen::getServerConnection()->handler = &handler;
-    while (poll.wait(TURN_MS, false) != EventPoll::Terminate)
+    ServiceManager manager;
+    manager.reportReady();
+    // A lost connection is never renewed: without it the watchdog restarts the service.
+    while (poll.wait(TURN_MS, false) != EventPoll::Terminate) {
         handler.periodic();
+        if (gen::getServerConnection()->isOpen())
+            manager.feedWatchdog();
+    }
     gen::closeServerConnection();
     return 0;
 }
