@@ -23,10 +23,6 @@ def as_float32(number):
     return struct.unpack("<f", struct.pack("<f", float(number)))[0]
 
 
-def float_text(number, raw):
-    return ("-nan" if raw[3] & 0x80 else "nan") if math.isnan(number) else "%f" % number
-
-
 class Catalogue:
     """memories   the model's memories by name, in the order of their indexes"""
 
@@ -73,14 +69,15 @@ class Catalogue:
         item, base = field.item, self._types.base(field.item.type)
         if base == STRUCT:
             return self._structures(field, data)
-        value = self._plain(item, data[field.offset:field.offset + field.size])
+        raw = data[field.offset:field.offset + field.size]
+        value = self._plain(item, raw)
         if base == BOOL:
             return {"value": "true" if value else "false", "type": "bool", "textid": ["false", "true"]}
         if base == ENUM:
             return {"value": value, "type": item.type, "textid": self.entries(item)}
         low, high = DEFAULT_BOUNDS[base]
-        if base == FLOAT:
-            value = float_text(value, data[field.offset:field.offset + field.size])
+        if base == FLOAT:  # Python prints no sign of a NaN
+            value = ("-" if raw[3] & 0x80 else "") + "%f" % abs(value)
         return {"max": item.max or high, "min": item.min or low, "type": "string" if base == BUFFER else item.type,
                 "value": str(value)}
 

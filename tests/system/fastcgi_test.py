@@ -23,16 +23,6 @@ def device(device):
     wait_until(lambda: device.descriptors() == before, "the number of descriptors from before")
 
 
-def test_requests_in_any_pieces_are_answered(device):
-    with device.connect() as connection:
-        for byte in request("x", b"content", keep=True):
-            connection.send(bytes([byte]))
-        assert connection.answer().output == UNKNOWN % b"x"
-        connection.send(b"".join(request("x", request_id=number, keep=number < 8) for number in range(1, 9)))
-        assert [connection.answer().records[0][1] for _ in range(8)] == list(range(1, 9))
-        assert connection.is_closed()
-
-
 @pytest.mark.parametrize("stream, answer", [
     (BEGINNING + record(PARAMS, b"\xff" * 8 + pair("SCRIPT_NAME", "a")) + record(STDIN), b""),  # lengths too large
     (record(STDIN), b""),

@@ -14,7 +14,7 @@ import pytest
 
 from brokerclient import BrokerClient
 from fastcgi import END, request
-from systemdevice import SystemDevice, wait_until
+from systemdevice import LEVEL_NORMAL, SystemDevice, wait_until
 from virtualdevice import DeviceError
 
 UPDATE = "/api/v1/update.cgi"
@@ -33,7 +33,7 @@ def shared_device():
 
 @pytest.fixture
 def device(shared_device):
-    shared_device.write("MemApp", 0, struct.pack("<i", 5))
+    shared_device.write("MemApp", 0, LEVEL_NORMAL)
     shared_device.start_service()
     yield shared_device
     assert "service" not in shared_device.pids or shared_device.end("service") == 0

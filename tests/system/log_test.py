@@ -1,6 +1,5 @@
 """log.cgi: offsets, waiting requests, and the end of the child that reads the log."""
 
-import contextlib
 import os
 import re
 import signal
@@ -8,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from systemdevice import LOG_REQUESTS, SystemDevice, wait_until
+from systemdevice import SystemDevice, wait_until
 
 LOG = "/api/v1/log.cgi"
 UPDATE = "/api/v1/update.cgi"
@@ -74,22 +73,20 @@ def test_offset_selects_the_rest_of_the_text(fed, feed):
         assert waiting.answer().output == HEADER + b"36\r\n7"
 
 
-def test_pieces_of_waiting_requests_are_the_whole_log(fed, feed):
+def test_pieces_of_a_waiting_client_are_the_whole_log(fed, feed):
     feed.write(fed, b"start\n", 6)
     whole = b"start\n"
     with fed.connect() as update:
         update.send_request(UPDATE)
         for number in range(12):
-            with fed.connect() as first, fed.connect() as second:
-                for connection in (first, second):
-                    connection.send_request(LOG, QUERY_STRING=f"offset={len(whole)}")
+            with fed.connect() as waiting:
+                waiting.send_request(LOG, QUERY_STRING=f"offset={len(whole)}")
                 fed.ping()
-                piece = b"<span style='color: #AA0000'>%0*d</span>\n" % (number * 8 + 1, number)
-                feed.write(fed, b"\033[31m%0*d\033[0m\n" % (number * 8 + 1, number), len(whole) + len(piece))
-                for connection in (first, second):
-                    answer = connection.answer().output.removeprefix(HEADER)
-                    length, _, text = answer.partition(b"\r\n")
-                    assert (int(length), piece.startswith(text), text != b"") == (len(whole), True, True)
+                piece = b"<span style='color: #AA0000'>%d</span>\n" % number
+                feed.write(fed, b"\033[31m%d\033[0m\n" % number, len(whole) + len(piece))
+                length, _, text = waiting.answer().output.removeprefix(HEADER).partition(b"\r\n")
+            assert int(length) == len(whole)
+            assert text != b"" and piece.startswith(text)
             whole += piece
         assert update.is_silent(0.1)
     assert ask(fed) == b"%d\r\n" % len(whole) + whole
@@ -120,18 +117,3 @@ def test_child_ends_when_the_service_is_killed(feed):
         assert children
         device.end("service", signal.SIGKILL)
         wait_until(lambda: all(parent_and_state(pid)[1] == "Z" for pid in children), "the end of the child")
-
-
-def test_thirty_requests_may_wait_at_the_web_server(feed, web_server):
-    with contextlib.ExitStack() as stack:
-        device = stack.enter_context(SystemDevice(**{web_server: True}, environment=feed.environment))
-        stack.enter_context(feed)
-        feed.write(device, b"12345\n", 6)
-        device.write("MemApp", 0, LOG_REQUESTS)
-        handled = device.handled(LOG)
-        clients = [stack.enter_context(contextlib.closing(device.send(path, source=f"127.0.0.{1 + number % 4}")))
-                   for number, path in enumerate([f"{LOG}?offset=6", UPDATE] * 15)]
-        wait_until(lambda: [device.handled(LOG) - handled, device.handled(UPDATE)] == [15, 15], "all that wait")
-        assert device.http(LOG)[0] == device.http(UPDATE)[0] == 503
-        feed.write(device, b"more", 10)
-        assert [client.getresponse().read() for client in clients[::2]] == [b"6\r\nmore"] * 15

@@ -2,12 +2,9 @@
 
 import json
 import random
-import resource
 import struct
 
 import pytest
-
-from systemdevice import IS_SANITIZED, wait_until
 
 SET = "/api/v1/set.cgi"
 DONE = b'{"result": 1 }'
@@ -100,17 +97,3 @@ def test_refused_value_changes_nothing(empty, catalogue, events, body, answer):
 def test_hostile_body_is_answered(empty, body):
     assert json.loads(empty.ask(SET, body))["result"] in (0, 1)
     assert empty.ask(SET, b'{"MemPersistent":{"DisplayBrightness":7}}') == DONE
-
-
-def resident_size(device):
-    with open(f"/proc/{device.pids['service']}/statm") as file:
-        return int(file.read().split()[1]) * resource.getpagesize()
-
-
-def test_memory_of_a_large_body_is_freed(empty):
-    before = resident_size(empty)
-    for letter in (b"x", b"y"):
-        assert empty.ask(SET, b'{"MemPersistent":{"ProductName":"%s"}}' % (letter * (20 << 20))) == DONE
-        assert empty.read("MemPersistent", 0, 20) == letter * 19 + b"\0"
-    if not IS_SANITIZED:  # the sanitizer keeps freed memory to detect its use
-        wait_until(lambda: resident_size(empty) < before + (16 << 20), "the memory of the bodies")

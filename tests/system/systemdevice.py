@@ -14,10 +14,9 @@ from fastcgi import Connection
 from virtualdevice import VirtualDevice
 
 BUILD = os.environ.get("SYSTEM_TEST_BUILD", "build/release")
-IS_SANITIZED = "SANITIZE:BOOL=ON" in Path(BUILD, "CMakeCache.txt").read_text()
 WAIT_SECONDS = 60
 SIZE_WORD = 4
-LEVEL_ALL, LOG_REQUESTS, LEVEL_NORMAL, LEVEL_ERROR = (bytes([level, 0, 0, 0]) for level in (0, 1, 5, 7))
+LEVEL_ALL, LOG_REQUESTS, LEVEL_NORMAL = (bytes([level, 0, 0, 0]) for level in (0, 1, 5))
 # Events of variables that no test and no simulation changes.
 UNUSED = {741: b'"EditIntegerMaxValue_Local"', 742: b'"EditIntegerMinValue_Local"',
           743: b'"EditValueInteger_Local"', 744: b'"EditValueIntegerBackup_Local"'}

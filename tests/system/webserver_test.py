@@ -151,7 +151,7 @@ def change(device):
 def test_thirty_clients_wait_the_next_gets_503_and_sets_still_work(device):
     clients = wait_for_update(device, 30)
     for _ in range(5):
-        assert device.http(UPDATE)[0] == 503
+        assert device.http(UPDATE)[0] == device.http(LOG)[0] == 503
     assert device.http(TREE)[0] == 200
     same = BODY % device.read("MemPersistent", 92, 1)[0]
     for _ in range(40):
