@@ -30,13 +30,17 @@ class App {
   connection = new Connection();
   #rereads = 0;
   #asked = new Map();
+  #listeners = new Map();
   #palette = null;
   #firmware = null;
 
   constructor(catalogue) {
     this.catalogue = catalogue;
     this.store = new Store(catalogue);
-    this.logListener = () => {};
+    this.listen("reread", ({ number, came }) => {
+      this.#asked.get(number)?.(came);
+      this.#asked.delete(number);
+    });
     this.feed = connect((message) => this.#receive(message));
   }
 
@@ -72,10 +76,15 @@ class App {
     return this.#firmware ??= new Firmware(this);
   }
 
-  // Whether the log is read: only while someone looks at it.
-  readLog(isWanted) {
-    this.#wanted.log = isWanted;
+  // Whether a feed, "log" or "screen", is wanted: only while it is looked at.
+  need(feed, isWanted) {
+    this.#wanted[feed] = isWanted;
     this.feed.need({ ...this.#wanted });
+  }
+
+  // listener() gets the messages of a feed that have this type.
+  listen(type, listener) {
+    this.#listeners.set(type, listener);
   }
 
   // Reads the tree anew; resolves to whether it came.
@@ -116,17 +125,9 @@ class App {
   }
 
   #receive(message) {
-    if (message.type === "log" || message.type === "log-state") {
-      this.logListener(message);
-      return;
-    }
-    if (message.type === "reread") {
-      this.#asked.get(message.number)?.(message.came);
-      this.#asked.delete(message.number);
-      return;
-    }
-    if (message.type !== "state") this.#apply(message);
-    if (message.type !== "update") this.connection.take(message);
+    this.#listeners.get(message.type)?.(message);
+    if (message.type === "tree" || message.type === "update") this.#apply(message);
+    if (message.type === "tree" || message.type === "state") this.connection.take(message);
   }
 
   #apply({ type, text }) {

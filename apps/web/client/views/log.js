@@ -19,7 +19,8 @@ export class LogView {
 
   constructor(app) {
     this.#app = app;
-    app.logListener = (message) => this.#receive(message);
+    app.listen("log", (message) => this.#receive(message));
+    app.listen("log-state", (message) => this.#receive(message));
     byId("log-filter").addEventListener("input", () => this.#filter());
     byId("log-follow").addEventListener("change", () => this.#follow());
     byId("log-pause").addEventListener("click", () => this.#togglePause());
@@ -27,14 +28,14 @@ export class LogView {
   }
 
   show() {
-    this.#app.readLog(true);
+    this.#app.need("log", true);
     this.#output.scrollTop = this.#place;
     this.#follow();
   }
 
   hide() {
     this.#place = this.#output.scrollTop;
-    this.#app.readLog(false);
+    this.#app.need("log", false);
   }
 
   #receive(message) {

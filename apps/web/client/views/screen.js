@@ -1,22 +1,23 @@
-// The display, refreshed as fast as answers come: the next picture is asked for when the last one is drawn.
+// The display.
 
-import { capture, pause } from "../feed/api.js";
 import { byId, saveAs, setPressed, setText } from "../dom.js";
 import { timeStamp } from "../model/format.js";
 
-const RETRY_MS = 1000;
-
 export class ScreenView {
+  #app;
   #canvas = byId("screen-image");
-  #abort = null;
   #isShown = false;
   #isPaused = false;
   #picture = null;
-  #drawnAt = 0;
-  #everyMs = 100;
+  #timer = 0;
 
-  constructor() {
+  constructor(app) {
+    this.#app = app;
+    app.listen("screen", (message) => this.#draw(message));
+    app.listen("screen-state", ({ text }) => setText(byId("screen-note"), text));
+    app.listen("screen-fast", ({ until }) => this.#showFast(until));
     byId("screen-pause").addEventListener("click", () => this.#togglePause());
+    byId("screen-fast").addEventListener("click", () => app.feed.hurry());
     byId("screen-save").addEventListener("click", () => {
       saveAs(`screen-${timeStamp()}.png`, "image/png", [this.#picture]);
     });
@@ -24,32 +25,19 @@ export class ScreenView {
 
   show() {
     this.#isShown = true;
-    this.#run();
+    this.#need();
   }
 
   hide() {
     this.#isShown = false;
-    this.#abort?.abort();
-    this.#abort = null;
+    this.#need();
   }
 
-  async #run() {
-    if (this.#abort || this.#isPaused) return;
-    const { signal } = this.#abort = new AbortController();
-    this.#drawnAt = performance.now();
-    while (!signal.aborted) {
-      try {
-        await this.#draw(await capture(signal));
-      } catch (error) {
-        if (!signal.aborted) {
-          setText(byId("screen-note"), `No picture: ${error.message}. Trying again.`);
-          await pause(RETRY_MS);
-        }
-      }
-    }
+  #need() {
+    this.#app.need("screen", this.#isShown && !this.#isPaused);
   }
 
-  async #draw(picture) {
+  async #draw({ picture, rate }) {
     const image = await createImageBitmap(picture, { colorSpaceConversion: "none" });
     if (this.#canvas.width !== image.width || this.#canvas.height !== image.height) {
       Object.assign(this.#canvas, { width: image.width, height: image.height });
@@ -58,25 +46,19 @@ export class ScreenView {
     image.close();
     this.#picture = picture;
     byId("screen-save").disabled = false;
-    this.#tellRate();
+    setText(byId("screen-note"), `${this.#canvas.width} × ${this.#canvas.height} pixels, ${rate.toFixed(1)} pictures a second`);
   }
 
-  #tellRate() {
-    const now = performance.now();
-    this.#everyMs += 0.2 * (now - this.#drawnAt - this.#everyMs);
-    this.#drawnAt = now;
-    const rate = (1000 / this.#everyMs).toFixed(1);
-    setText(byId("screen-note"), `${this.#canvas.width} × ${this.#canvas.height} pixels, ${rate} pictures a second`);
+  #showFast(until) {
+    clearTimeout(this.#timer);
+    const isFast = until > Date.now();
+    setPressed(byId("screen-fast"), isFast, "Fast for 30 s", "Fast");
+    if (isFast) this.#timer = setTimeout(() => this.#showFast(until), until - Date.now() + 1);
   }
 
   #togglePause() {
     this.#isPaused = !this.#isPaused;
     setPressed(byId("screen-pause"), this.#isPaused, "Pause", "Go on");
-    if (this.#isPaused) {
-      this.#abort?.abort();
-      this.#abort = null;
-    } else if (this.#isShown) {
-      this.#run();
-    }
+    this.#need();
   }
 }
