@@ -36,5 +36,13 @@ export const FILL = {
     },
     log: (console) => console.says("#log-output", /\S/),
     screen: ({ page }) => until(() => page.locator("#screen-save").isEnabled(), true, "a picture"),
+    snapshot: async (console) => {
+        await console.page.locator("#snapshot-take").click();
+        await console.says("#snapshot-note", /^Snapshot of/);
+        await until(async () => {
+            await console.page.locator("#snapshot-compare").click();
+            return console.page.locator("#snapshot-rows tr").count();
+        }, /[1-9]/, "what differs");
+    },
     device: (console) => console.says("#device-identity", /K1-00042/),
 };

@@ -13,6 +13,7 @@ const VIEWS = {
   watch: async () => (await import("./views/watch.js")).WatchView,
   log: async () => (await import("./views/log.js")).LogView,
   screen: async () => (await import("./views/screen.js")).ScreenView,
+  snapshot: async () => (await import("./views/snapshot.js")).SnapshotView,
   device: async () => (await import("./views/device.js")).DeviceView,
 };
 const loadPalette = () => import("./views/palette.js");

@@ -71,7 +71,8 @@ function memberRow(catalogue, structure, name, value) {
   return { name, form, entry, row, update };
 }
 
-function memberForm(catalogue, structure, name, value) {
+// The kind and length of a member, as createField() and write() take them.
+export function memberForm(catalogue, structure, name, value) {
   const known = catalogue.structures[structure]?.[name];
   const entries = catalogue.enumerations[known?.type];
   if (entries) return { kind: "enum", entries };

@@ -62,9 +62,8 @@ export function sizeText(bytes) {
 // 14:03:07, here.
 export const clockText = (ms) => new Date(ms).toLocaleTimeString("en-GB");
 
-// For names of files: 2026-03-14-094501, here and now.
-export function timeStamp() {
-  const now = new Date();
-  const local = new Date(now - now.getTimezoneOffset() * 60000).toISOString();
+// For names of files: 2026-03-14-094501, here.
+export function timeStamp(time = new Date()) {
+  const local = new Date(time - time.getTimezoneOffset() * 60000).toISOString();
   return local.slice(0, 19).replace("T", "-").replaceAll(":", "");
 }

@@ -4,6 +4,7 @@ import { readAddress, writeAddress } from "../address.js";
 import { byId, setText } from "../dom.js";
 import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
+import { differs, keptSnapshot } from "../model/snapshot.js";
 
 const ROWS_AT_ONCE = 20;
 const LIVE_MS = 500;
@@ -70,7 +71,9 @@ export class Finder {
 
   #found() {
     const { search, memory, only } = this.#asked;
-    const isChanged = ({ changedAt }) => changedAt !== undefined && changedAt >= this.#changedFrom;
+    const snapshot = keptSnapshot();
+    const isChanged = only === "snapshot" ? (variable) => snapshot !== null && differs(snapshot, variable)
+      : ({ changedAt }) => changedAt !== undefined && changedAt >= this.#changedFrom;
     const isWanted = (variable) => (memory === "" || variable.memory === memory) && (only === "" || isChanged(variable));
     return this.#index.find(search, [...this.#app.store.variables.values()].filter(isWanted));
   }
@@ -117,6 +120,9 @@ export class Finder {
     const { search, memory, only } = this.#asked;
     const where = memory === "" ? "" : ` in ${memory}`;
     if (search !== "") return `No variable${where} fits “${search}”.`;
+    if (only === "snapshot") {
+      return keptSnapshot() ? `No variable${where} differs from the snapshot.` : "There is no snapshot yet: take one in the view Snapshot.";
+    }
     return `No variable${where} has changed since ${only === "now" ? clockText(this.#changedFrom) : "the page was opened"}.`;
   }
 }

@@ -1,0 +1,85 @@
+// Snapshots of parameters: what differs is shown, and what is restored is in the device.
+
+import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
+import { test } from "node:test";
+import { until } from "./console.mjs";
+import { setScene } from "./scene.mjs";
+
+const BRIGHTNESS = "MemPersistent.DisplayBrightness";
+const LIST = "MemLens.LensFileList";
+const CHANGES = { [BRIGHTNESS]: 2, "MemPersistent.KnobColor": "Magenta", "MemPersistent.ProductName": "Other, ü",
+    "MemCamera.CamShutterCustomSet": 90.5, [LIST]: { Index: 2, LensFileName: "Prime 50" } };
+const PLACES = [...Object.keys(CHANGES).slice(0, 4), `${LIST}[2].LensFileName`];
+
+const { device, open } = await setScene();
+
+const places = (page) => page.locator("#snapshot-rows tr").evaluateAll((rows) => rows.map((row) => row.dataset.place).sort());
+const count = (console, text) => console.says("#snapshot-count", text);
+const load = () => Promise.all(Object.keys(CHANGES).map((variable) => device.load(variable)));
+const choose = (page, id, name, text) => page.locator(id).setInputFiles({ name, mimeType: "", buffer: Buffer.from(text) });
+
+async function taken(console) {
+    await console.page.locator("#snapshot-take").click();
+    await count(console, /^Nothing differs/);
+    const download = console.page.waitForEvent("download");
+    await console.page.locator("#snapshot-save").click();
+    return readFile(await (await download).path(), "utf8");
+}
+
+test("what differs from a snapshot is shown and restored, in the view and in the search", async () => {
+    await device.store(BRIGHTNESS, 7);
+    const console = await open({ view: "snapshot" });
+    const { page } = console;
+    const before = await load();
+    await taken(console);
+    for (const [variable, value] of Object.entries(CHANGES)) await device.store(variable, value);
+    await console.go("variables");
+    await page.locator("#only").selectOption("snapshot");
+    await until(() => page.locator("#results > li").count(), PLACES.length, "variables that differ");
+    await console.go("snapshot");
+    await page.locator("#snapshot-compare").press("Enter");
+    await until(() => places(page), PLACES.toSorted(), "what differs");
+    assert.deepEqual(await console.findings(), []);
+    await page.locator("#snapshot-all").press("Space");
+    await page.locator("#snapshot-restore").press("Enter");
+    await page.locator("#question [value=yes]").press("Enter");
+    await count(console, `${PLACES.length} stored, 0 not stored, 0 not sent.`);
+    assert.deepEqual(await load(), before);
+});
+
+test("each value that is not restored says why, and the others are stored", async () => {
+    await device.store(BRIGHTNESS, 5);
+    const console = await open({ view: "snapshot" });
+    const { page } = console;
+    const snapshot = JSON.parse(await taken(console));
+    Object.assign(snapshot.memories.MemPersistent, { DisplayBrightness: "11", KnobBrightness: "1", Gone: "1", ProductName: `"'` });
+    await device.store("MemPersistent.KnobBrightness", 2);
+    await choose(page, "#snapshot-open", "edited.json", JSON.stringify(snapshot));
+    await until(async () => (await places(page)).length, 4, "what differs");
+    await page.locator("#snapshot-all").press("Space");
+    await page.locator("#snapshot-restore").press("Enter");
+    await page.locator("#question [value=yes]").press("Enter");
+    await count(console, "1 stored, 2 not stored, 0 not sent.");
+    for (const [name, outcome] of [["DisplayBrightness", "refused: 0 to 10"], ["KnobBrightness", "stored"],
+        ["ProductName", /^not sent: .*quotes/], ["Gone", "not on this device"]]) {
+        await console.says(`[data-place="MemPersistent.${name}"] .outcome`, outcome);
+    }
+    assert.deepEqual([await device.load(BRIGHTNESS), await device.load("MemPersistent.KnobBrightness")], ["5", "1"]);
+});
+
+test("a saved file is one to open, to compare with another, or to refuse with the reason", async () => {
+    const console = await open({ view: "snapshot" });
+    const { page } = console;
+    await page.locator("#snapshot-memory").selectOption("MemPersistent");
+    const text = await taken(console);
+    assert.match(text, /^ {3}"DisplayBrightness": "\d+",$/m);
+    assert.deepEqual(Object.keys(JSON.parse(text).memories), ["MemPersistent"]);
+    await page.locator("#snapshot-with").selectOption("file");
+    await choose(page, "#snapshot-other", "other.json", text.replace(/("ButtonBrightness": )"\d+"/, `$1"99"`));
+    await until(() => places(page), ["MemPersistent.ButtonBrightness"], "the difference");
+    for (const [wrong, why] of [["{", /not JSON/], ["[1]", /not a snapshot/], [`{"snapshot": 1, "memories": {"a": 1}}`, /no memories/]]) {
+        await choose(page, "#snapshot-open", "wrong.json", wrong);
+        await console.says("#snapshot-note", why);
+    }
+});
