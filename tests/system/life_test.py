@@ -105,6 +105,21 @@ def test_missing_resource_ends_the_start(catalogue):
             assert fails_to_start(device, "connect: Connection refused")
 
 
+def test_watchdog_needs_the_broker(monkeypatch):
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as systemd:
+        systemd.bind(b"\0service-manager-%d" % os.getpid())
+        monkeypatch.setenv("NOTIFY_SOCKET", f"@service-manager-{os.getpid()}")
+        monkeypatch.setenv("WATCHDOG_USEC", "100000")
+        with SystemDevice(simulation=["--still"]) as device:
+            assert systemd.recv(100) == b"READY=1"
+            assert systemd.recv(100) == b"WATCHDOG=1"
+            device.end("broker")
+            systemd.settimeout(2)
+            with pytest.raises(TimeoutError):
+                for _ in range(1000):
+                    assert systemd.recv(100) == b"WATCHDOG=1"
+
+
 def test_service_goes_on_without_the_broker(device):
     with device.wait_for_update() as waiting:
         device.end("broker")
