@@ -89,7 +89,7 @@ class Observer(threading.Thread):
                 self.heard.set()
 
     def by_name(self):
-        with open(REPOSITORY / "gen" / "model" / "ledger.csv", newline="") as file:
+        with open(REPOSITORY / "gen" / "model" / "ledger" / "variables.csv", newline="") as file:
             names = {int(line["event"]): line["name"] for line in csv.DictReader(file)}
         return {names[event]: count for event, count in self.counts.items()}
 

@@ -2,7 +2,7 @@
 """Checks the catalogue's model and writes the generated code and pages.
 
     generate.py --model gen/model --out <folder>        writes <folder>/gen/code/... and <folder>/docs/...
-    generate.py --model gen/model --extend-ledger       adds new variables to gen/model/ledger.csv
+    generate.py --model gen/model --extend-ledger       adds new rows to gen/model/ledger
 
 Problems go to standard error, one "file:line: reason" each; then nothing is written and the status is 1. Unchanged
 files are not rewritten.
@@ -24,7 +24,7 @@ def arguments():
     parser.add_argument("--model", required=True, help="the model's folder")
     action = parser.add_mutually_exclusive_group(required=True)
     action.add_argument("--out", help="the folder to write to")
-    action.add_argument("--extend-ledger", action="store_true", help="add new variables to the ledger")
+    action.add_argument("--extend-ledger", action="store_true", help="add new rows to the ledger")
     return parser.parse_args()
 
 

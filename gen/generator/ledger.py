@@ -1,89 +1,143 @@
-"""The ledger of published event ids and locations: one line per event of a variable, which never changes.
+"""The ledger: what other processes were built with. A folder of tables, whose rows never change:
 
-    event,name,memory,location,type,size
-    206,RadioPower,MemPersistent,40,bool,1
-    95,CanBusLoad,,,,                          a device variable outside these memories
+    variables.csv      name,event,memory,location,type,size      RadioPower,206,MemPersistent,40,bool,1
+                                                                 CanBusLoad,95,,,,   (outside these memories)
+    events.csv         name,event                                SubscribeAll,3
+    memories.csv       memory,index,size                         MemApp,17,68
+    enumerations.csv   enumeration,entry,value                   MotorStatus,Present,1
+    structures.csv     structure,member,offset,type,size         LensFile,LensFileValid,32,bool,1
 """
 
+from dataclasses import dataclass
 from pathlib import Path
+from typing import Callable
 
 from layout import Types
 from problems import Place
 
-HEADER = "event,name,memory,location,type,size"
-COLUMNS = HEADER.split(",")
 
-
-def ledger_path(folder):
-    return Path(folder) / "ledger.csv"
-
-
-def model_rows(model):
-    """The model's rows: (place, columns as text) by event id."""
+def variable_rows(model):
     types = Types(model)
-    rows = [(event.name.place, (str(event.event), str(event.name), "", "", "", "")) for event in model.device]
+    rows = [(event.name, event.event, "", "", "", "") for event in model.device]
     for memory, variable in model.variables():
-        row = (variable.event, variable.name, memory.name, variable.at, variable.type, types.size(variable))
-        rows.append((variable.name.place, tuple(str(column) for column in row)))
-    return sorted(rows, key=lambda row: int(row[1][0]))
+        rows.append((variable.name, variable.event, memory.name, variable.at, variable.type, types.size(variable)))
+    return sorted(rows, key=lambda row: row[1])
 
 
-def read_ledger(path, problems):
-    """The ledger's (place, columns); None without a ledger."""
+def event_rows(model):
+    return [(event.name, event.event) for event in model.control]
+
+
+def memory_rows(model):
+    return [(memory.name, memory.index, memory.size) for memory in model.memories]
+
+
+def entry_rows(model):
+    return [(enumeration.name, entry, value) for enumeration in model.enumerations
+            for value, entry in enumerate(enumeration.entries)]
+
+
+def member_rows(model):
+    types = Types(model)
+    return [(structure.name, field.item.name, field.offset, field.item.type, field.size)
+            for structure in model.structures for field in types.members(structure)]
+
+
+@dataclass(frozen=True)
+class Table:
+    """A kind of rows. The last of the `keys` columns has the place of a model's row."""
+
+    file: str
+    header: str
+    keys: int  # the number of columns that name a row
+    model_rows: Callable  # the rows of a model
+
+    @property
+    def columns(self):
+        return self.header.split(",")
+
+    def key(self, row):
+        return ".".join(row[:self.keys])
+
+    def path(self, folder):
+        return Path(folder) / "ledger" / self.file
+
+
+TABLES = (
+    Table("variables.csv", "name,event,memory,location,type,size", 1, variable_rows),
+    Table("events.csv", "name,event", 1, event_rows),
+    Table("memories.csv", "memory,index,size", 1, memory_rows),
+    Table("enumerations.csv", "enumeration,entry,value", 2, entry_rows),
+    Table("structures.csv", "structure,member,offset,type,size", 2, member_rows),
+)
+
+
+def read_table(table, folder, problems):
+    """The table's (place, columns); none without its file."""
+    path = table.path(folder)
     if not path.exists():
-        return None
+        return []
     lines = path.read_text(encoding="utf-8", errors="replace").splitlines() or [""]
-    if lines[0] != HEADER:
-        problems.report(Place(str(path), 1), f"the first line is not '{HEADER}'")
+    if lines[0] != table.header:
+        problems.report(Place(str(path), 1), f"the first line is not '{table.header}'")
     rows = []
     for number, line in enumerate(lines[1:], 2):
         row = tuple(line.split(","))
-        if len(row) != len(COLUMNS):
-            problems.report(Place(str(path), number), f"{len(COLUMNS)} columns are expected")
+        if len(row) != len(table.columns):
+            problems.report(Place(str(path), number), f"{len(table.columns)} columns are expected")
         else:
             rows.append((Place(str(path), number), row))
     return rows
 
 
-def check_ledger(model, folder, problems):
-    """Reports changes of the ledger's rows, and returns the model's new rows."""
-    rows = model_rows(model)
-    ledger = read_ledger(ledger_path(folder), problems) or []
-    by_name = {row[1]: (place, row) for place, row in rows}
+def compare(table, published, model, problems):
+    """Reports changes of the published rows, and returns the model's new rows as (place, columns)."""
+    rows = {table.key(row): (row[table.keys - 1].place, tuple(map(str, row))) for row in table.model_rows(model)}
     known = set()
-    for place, given in ledger:
-        if given[1] in known:
-            problems.report(place, f"'{given[1]}' is listed twice")
-        known.add(given[1])
-        if given[1] not in by_name:
-            problems.report(place, f"'{given[1]}' is no longer in the model, but published rows stay")
-        else:
-            check_row(place, given, *by_name[given[1]], problems)
-    return [(place, row) for place, row in rows if row[1] not in known]
+    for place, given in published:
+        key = table.key(given)
+        if key in known:
+            problems.report(place, f"'{key}' is listed twice")
+        known.add(key)
+        if key not in rows:
+            problems.report(place, f"'{key}' is no longer in the model, but published rows stay")
+        elif given != rows[key][1]:
+            report_differences(table, place, given, *rows[key], problems)
+    return [row for key, row in rows.items() if key not in known]
 
 
-def check_row(ledger_place, given, place, row, problems):
-    for column, old, new in zip(COLUMNS, given, row):
+def report_differences(table, ledger_place, given, place, row, problems):
+    for column, old, new in zip(table.columns, given, row):
         if old != new:
-            reason = f"'{row[1]}' was published with {column} '{old}', not '{new}' ({ledger_place})"
+            reason = f"'{table.key(row)}' was published with {column} '{old}', not '{new}' ({ledger_place})"
             problems.report(place, reason)
+
+
+def check_ledger(model, folder, problems):
+    """Reports changes of the ledger's rows, and returns the model's new rows by table."""
+    return {table: compare(table, read_table(table, folder, problems), model, problems) for table in TABLES}
 
 
 def check_complete(model, folder, problems):
     """As check_ledger; a new row is also a problem."""
-    for place, row in check_ledger(model, folder, problems):
-        command = f"generate.py --model {folder} --extend-ledger"
-        problems.report(place, f"'{row[1]}' is not in the ledger; add it with: {command}")
+    command = f"generate.py --model {folder} --extend-ledger"
+    for table, fresh in check_ledger(model, folder, problems).items():
+        for place, row in fresh:
+            problems.report(place, f"'{table.key(row)}' is not in the ledger; add it with: {command}")
 
 
 def extend_ledger(model, folder, problems):
-    """Appends the new rows in order of the event ids and returns their number. Writes nothing if there are
-    problems."""
-    fresh = check_ledger(model, folder, problems)
+    """Appends the new rows and returns their number. Writes nothing if there are problems."""
+    new_rows = check_ledger(model, folder, problems)
     if problems:
         return 0
-    path = ledger_path(folder)
-    text = path.read_text(encoding="utf-8") if path.exists() else HEADER
+    for table, fresh in new_rows.items():
+        append(table.path(folder), table.header, fresh)
+    return sum(map(len, new_rows.values()))
+
+
+def append(path, header, fresh):
+    text = path.read_text(encoding="utf-8") if path.exists() else header
     lines = text.splitlines() + [",".join(row) for _, row in fresh]
+    path.parent.mkdir(exist_ok=True)
     path.write_text("".join(line + "\n" for line in lines), encoding="utf-8")
-    return len(fresh)

@@ -48,16 +48,16 @@ def test_unchanged_files_are_not_written_again(tmp_path):
 
 def test_ledger_gets_new_rows_unless_the_model_differs(tmp_path):
     shutil.copytree(GOOD / "model", tmp_path / "model")
-    ledger = tmp_path / "model/ledger.csv"
+    ledger = tmp_path / "model/ledger/variables.csv"
     whole = ledger.read_text()
     header, first, device, *others = whole.splitlines(keepends=True)
 
     def extend():
         return generate("--model", "model", "--extend-ledger", folder=tmp_path)
 
-    ledger.unlink()
-    assert extend() == (0, "11 rows added\n", "")
-    assert ledger.read_text() == whole
+    shutil.rmtree(ledger.parent)
+    assert extend() == (0, "24 rows added\n", "")
+    assert files_of(ledger.parent) == files_of(GOOD / "model/ledger")
     for end in ("", "\n"):
         ledger.write_text("".join([header, *others]).rstrip() + end)
         assert extend() == (0, "2 rows added\n", "")
@@ -65,7 +65,7 @@ def test_ledger_gets_new_rows_unless_the_model_differs(tmp_path):
     assert extend() == (0, "0 rows added\n", "")
     ledger.write_text(header + first.replace(",0,", ",8,"))
     assert extend() == (1, "", "model/memories/MemApp.yaml:6: "
-                        "'AppLogLevel' was published with location '8', not '0' (model/ledger.csv:2)\n")
+                        "'AppLogLevel' was published with location '8', not '0' (model/ledger/variables.csv:2)\n")
     assert ledger.read_text() == header + first.replace(",0,", ",8,")
 
 
