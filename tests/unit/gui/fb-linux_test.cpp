@@ -41,7 +41,7 @@ class FbLinuxTest : public testing::Test {
 protected:
     static constexpr std::uint32_t WIDTH = 40;
     static constexpr std::uint32_t HEIGHT = 30;
-    static constexpr std::ptrdiff_t FRAME = 4 * WIDTH * HEIGHT;
+    static constexpr std::ptrdiff_t FRAME = std::ptrdiff_t{4} * WIDTH * HEIGHT;
 
     LogCapture log_;
     VirtualScreen screen_{WIDTH, HEIGHT};
@@ -98,9 +98,9 @@ TEST_F(FbLinuxTest, FailuresNameTheFailedCallAndSignalsDoNotFail) {
         {"/dev/fb0", FBIOPAN_DISPLAY, EIO, " pan: Input/output error"},
         {"/dev/fb0", FBIOPAN_DISPLAY, EINTR, "nothing thrown"},
     };
-    for (const auto& [device, request, error, text] : rows) {
-        fault = {request, error};
-        EXPECT_THAT(textThrownBy([&] { FbLinux(device, 2).init(); }), EndsWith(text)) << error;
+    for (const auto& row : rows) {
+        fault = {row.request, row.error};
+        EXPECT_THAT(textThrownBy([&] { FbLinux(row.device, 2).init(); }), EndsWith(row.text)) << row.error;
     }
     fault = {};
     screen_.state().smemLen = 0;

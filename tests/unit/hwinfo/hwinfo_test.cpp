@@ -123,7 +123,8 @@ TEST_F(HwInfoTest, EachFormTakesItsParametersAndUpdatesTheChecksum) {
         {" serial", "nnnnn"},
         {"", "nnnnn"},
     };
-    for (const auto& [name, outcomes] : rows) {
+    for (const auto& row : rows) {
+        const char* const name = row.first;
         unsigned int number = 7;
         std::string text = "7";
         std::string seen{outcome([&] { return info_.read(name, number); })};
@@ -133,7 +134,7 @@ TEST_F(HwInfoTest, EachFormTakesItsParametersAndUpdatesTheChecksum) {
         seen += outcome([&] { return info_.write(name, 1); });
         seen += outcome(name + std::string("=2"));
         seen += outcome([&] { return info_.write(name, "3x", 1); });
-        EXPECT_EQ(seen, outcomes) << name;
+        EXPECT_EQ(seen, row.second) << name;
         EXPECT_EQ(info_.refusal(name + std::string("=2")).empty(), seen[3] == 'y') << name;
         EXPECT_EQ(info_.examine() == HwInfo::Content::Valid, seen.find('y', 2) < 5) << name;
     }
