@@ -8,6 +8,7 @@
     structures.csv     structure,member,offset,type,size         LensFile,LensFileValid,32,bool,1
 """
 
+import hashlib
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Callable
@@ -70,6 +71,12 @@ TABLES = (
     Table("enumerations.csv", "enumeration,entry,value", 2, entry_rows),
     Table("structures.csv", "structure,member,offset,type,size", 2, member_rows),
 )
+
+
+def layout_hash(model):
+    """16 hexadecimal digits, which are equal for models with the same rows in all tables."""
+    rows = [f"{table.header}:" + ",".join(map(str, row)) for table in TABLES for row in table.model_rows(model)]
+    return hashlib.sha256("\n".join(sorted(rows)).encode()).hexdigest()[:16]
 
 
 def read_table(table, folder, problems):

@@ -6,6 +6,7 @@ import jinja2
 
 from forms import Forms, cell, literal, words
 from layout import Types
+from ledger import layout_hash
 from model import event_name
 from openapi import openapi_text
 from schema import schema_text
@@ -50,7 +51,7 @@ def environment_of(model):
     environment.filters.update(words=words, cell=cell, literal=literal, event_name=event_name)
     environment.globals.update(
         model=model, types=types, forms=Forms(types), events=all_events(model), version=CATALOGUE_VERSION,
-        banner=BANNER)
+        layout_hash=layout_hash(model), banner=BANNER)
     return environment
 
 

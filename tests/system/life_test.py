@@ -1,6 +1,7 @@
 """Start and end of the service, with and without broker, memories and screen."""
 
 import contextlib
+import json
 import os
 import re
 import select
@@ -54,6 +55,16 @@ def test_signal_ends_waiting_requests_and_the_service(device, number):
         assert connection.answer().records == END_ONLY
         assert connection.is_closed()
     assert is_logged(device, "LogLight", f"SIG {number}: {signal.strsignal(number)}")
+
+
+def test_version_names_the_catalogue_of_header_and_console(shared_device):
+    build = Path(shared_device.build)
+    header = (build / "generated/gen/code/memories.h").read_text()
+    catalogue = re.search('#define CATALOGUE_HASH "([0-9a-f]{16})"', header)[1]
+    assert json.loads((build / "client/catalogue.json").read_text())["hash"] == catalogue
+    printed = subprocess.run(shared_device.command("webservice", "--version"), env=shared_device.environment(),
+                             check=True, capture_output=True, text=True).stdout
+    assert re.fullmatch(rf"webservice \d+\.\d+\.\d+\ncatalogue {catalogue}\n", printed)
 
 
 def test_killed_service_starts_again(device):

@@ -42,6 +42,7 @@ def catalogue(model):
 def main():
     options = arguments()
     sys.path.insert(0, options.generator)
+    from ledger import layout_hash  # pylint: disable=import-outside-toplevel
     from load import Loader  # pylint: disable=import-outside-toplevel
     from problems import Problems  # pylint: disable=import-outside-toplevel
 
@@ -49,7 +50,8 @@ def main():
     model = Loader(problems).model(options.model)
     if problems:
         sys.exit("\n".join(problems.lines()))
-    Path(options.out).write_text(json.dumps(catalogue(model), separators=(",", ":")), encoding="utf-8")
+    content = {"hash": layout_hash(model), **catalogue(model)}  # the hash as in memories.h
+    Path(options.out).write_text(json.dumps(content, separators=(",", ":")), encoding="utf-8")
 
 
 main()

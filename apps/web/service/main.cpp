@@ -2,7 +2,10 @@
 #include "apps/web/service/fcgi.h"
 #include "apps/web/service/requesthandler.h"
 #include "gen/code/gen.h"
+#include "gen/code/memories.h"
 
+#include <cstdio>
+#include <cstring>
 #include <malloc.h>
 
 void processPreInit() {}
@@ -41,7 +44,11 @@ int run() {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("webservice " VERSION "\ncatalogue " CATALOGUE_HASH);
+        return 0;
+    }
     returnLargeBlocks();
     try {
         return run();

@@ -11,6 +11,8 @@
 //
 // An enumeration is the index of its entry, bool is one byte, text ends with a zero byte if it is shorter than its
 // field. Bytes named "gap" are unused.
+//
+// Processes with the same CATALOGUE_HASH were built with the same layout, event ids and enumerations.
 #pragma once
 
 #include <stddef.h>
@@ -21,6 +23,8 @@
 #else
 #define LAYOUT_HOLDS(condition) _Static_assert(condition, #condition)
 #endif
+
+#define CATALOGUE_HASH "76451759e93ab510"
 
 #define MEM_SETUP_SIZE 100
 #define MEM_APP_SIZE 28
