@@ -1,70 +1,161 @@
-// Follows the kernel log.
+// Follows the kernel log. An answer is the log's length, a line end, and the text behind the offset (bytes) that was asked for.
+// A long log is not waited for: once the length has come, the answer is given up for one that begins near the end.
 
 import { pause, request } from "./api.js";
 import { Loop } from "./loop.js";
 
 const LOG = "/api/v1/log.cgi";
-// Characters that are kept for pages that open the log later.
-const KEPT_AT_MOST = 4000000;
+const NEWLINE = 10;
+// Bytes: of the end that is read first; that are read to catch up; that are kept for pages which open the log later; by which
+// a log is known again.
+const TAIL = 100_000;
+const CATCH_UP = 1_000_000;
+const KEPT = 4_000_000;
+const OVERLAP = 1000;
 
-// The answer is a length, a line end, and the text behind the offset (bytes) that was asked for.
-// emit() gets {type: "log", reset, text}, where the text is all of the log with `reset`, and {type: "log-state", text},
-// empty while all is well.
+// Reads the log from an offset: resolves to {length, offset, next}, where next() resolves to the following bytes, null at the
+// end. A log that is shorter than the offset comes whole, from offset 0.
+async function readFrom(asked, signal) {
+  const answer = await request(asked === 0 ? LOG : `${LOG}?offset=${asked}`, { signal });
+  const reader = answer.body.getReader();
+  let head = new Uint8Array();
+  while (!head.includes(NEWLINE)) {
+    const { value, done } = await reader.read();
+    if (done) throw new Error("the answer has no length");
+    head = joined([head, value]);
+  }
+  const end = head.indexOf(NEWLINE);
+  const length = Number(new TextDecoder().decode(head.subarray(0, end)));
+  let rest = head.subarray(end + 1);
+  const next = async () => {
+    if (rest === null) return (await reader.read()).value ?? null;
+    const first = rest;
+    rest = null;
+    return first;
+  };
+  return { length, offset: length < asked ? 0 : asked, next };
+}
+
+// The lines before `until` (an offset), as many bytes of them as fit: resolves to {text, start}. progress() gets the share.
+export async function readBefore(until, bytes, progress, signal) {
+  const abort = new AbortController();
+  const from = Math.max(until - bytes, 0);
+  const answer = await readFrom(from, AbortSignal.any([signal, abort.signal]));
+  const chunks = [];
+  let have = 0;
+  for (let chunk = await answer.next(); chunk !== null && have < until - from; chunk = await answer.next()) {
+    chunks.push(chunk);
+    have += chunk.length;
+    progress(Math.min(have / (until - from), 1));
+  }
+  abort.abort();
+  return wholeLines(joined(chunks).subarray(0, until - from), from);
+}
+
+// emit() gets {type: "log", reset, text, start}: with `reset` the text replaces all and begins at the offset `start`; and
+// {type: "log-state", text}, empty while all is well.
 export class LogFeed extends Loop {
   #emit;
+  #chunks = [];
+  #start = 0;
   #offset = 0;
+  #isCertain = true;
   #decoder = new TextDecoder();
-  #text = "";
 
   constructor(emit) {
     super();
     this.#emit = emit;
   }
 
-  // All of the log so far, for who came later.
+  // The end of the log as far as it is kept, for pages that come later.
   get whole() {
-    return { type: "log", reset: true, text: this.#text };
+    const bytes = joined(this.#chunks);
+    this.#chunks = [bytes];
+    return { type: "log", reset: true, ...wholeLines(bytes, this.#start) };
   }
 
   async turn(signal, succeeded) {
-    const asked = this.#offset;
-    const answer = await request(asked === 0 ? LOG : `${LOG}?offset=${asked}`, { signal });
-    const bytes = new Uint8Array(await answer.arrayBuffer());
+    const overlap = this.#isCertain ? 0 : Math.min(OVERLAP, this.#offset - this.#start);
+    const far = new AbortController();
+    const answer = await readFrom(this.#offset - overlap, AbortSignal.any([signal, far.signal]));
     succeeded();
-    this.#take(asked, bytes);
+    if (answer.length - answer.offset > (this.#offset === 0 ? TAIL : CATCH_UP)) {
+      far.abort();
+      await this.#restart(await readFrom(answer.length - TAIL, signal));
+    } else {
+      await this.#take(answer, overlap);
+    }
+    this.#isCertain = true;
+    this.#emit({ type: "log-state", text: "" });
     // Without a log the service answers at once and with nothing.
     if (this.#offset === 0) await pause(1000);
   }
 
-  // The next answer may begin anywhere after a failure: the service may have been started anew.
+  // The service may have been started anew meanwhile: then the log is another one.
   failed(error) {
-    this.#offset = 0;
+    this.#isCertain = false;
     this.#emit({ type: "log-state", text: error.status === 503
       ? "Too many clients are connected. Trying again." : "No connection. Trying again." });
   }
 
-  #take(asked, bytes) {
-    const lineEnd = bytes.indexOf(10);
-    const length = Number(new TextDecoder().decode(bytes.subarray(0, lineEnd)));
-    const body = bytes.subarray(lineEnd + 1);
-    // Less than what was asked for: another log, and all of it is here.
-    const isWhole = asked === 0 || length < asked;
-    if (isWhole) this.#decoder = new TextDecoder();
-    const text = this.#decoder.decode(body, { stream: true });
-    this.#offset = (isWhole ? 0 : asked) + body.length;
-    this.#emit({ type: "log-state", text: "" });
-    this.#add(text, isWhole);
+  async #take(answer, overlap) {
+    const bytes = await all(answer);
+    const known = joined(this.#chunks).subarray(-overlap || Infinity);
+    const isSame = answer.offset === this.#offset - overlap && known.every((byte, at) => byte === bytes[at]);
+    if (answer.offset === 0) this.#replace(bytes, 0);
+    else if (isSame) this.#add(bytes.subarray(overlap));
+    else this.#forget();
   }
 
-  // After a gap in the connection the log is most often the known one and a bit more.
-  #add(text, isWhole) {
-    const isKnown = isWhole && this.#text !== "" && text.startsWith(this.#text);
-    const added = isKnown ? text.slice(this.#text.length) : text;
-    const reset = isWhole && !isKnown;
-    this.#text = isWhole ? text : this.#text + text;
-    if (this.#text.length > KEPT_AT_MOST) {
-      this.#text = this.#text.slice(this.#text.indexOf("\n", this.#text.length - KEPT_AT_MOST / 2) + 1);
-    }
-    if (reset || added !== "") this.#emit({ type: "log", reset, text: added });
+  async #restart(answer) {
+    this.#replace(await all(answer), answer.offset);
   }
+
+  // The next turn reads the log from its beginning.
+  #forget() {
+    this.#chunks = [];
+    this.#start = 0;
+    this.#offset = 0;
+  }
+
+  #replace(bytes, start) {
+    this.#chunks = [bytes];
+    this.#start = start;
+    this.#offset = start + bytes.length;
+    this.#decoder = new TextDecoder();
+    this.#decoder.decode(bytes, { stream: true });
+    this.#emit(this.whole);
+  }
+
+  #add(bytes) {
+    this.#chunks.push(bytes);
+    this.#offset += bytes.length;
+    while (this.#offset - this.#start > KEPT && this.#chunks.length > 1) {
+      this.#start += this.#chunks.shift().length;
+    }
+    const text = this.#decoder.decode(bytes, { stream: true });
+    if (text !== "") this.#emit({ type: "log", reset: false, text });
+  }
+}
+
+async function all({ next }) {
+  const chunks = [];
+  for (let chunk = await next(); chunk !== null; chunk = await next()) chunks.push(chunk);
+  return joined(chunks);
+}
+
+function joined(chunks) {
+  const bytes = new Uint8Array(chunks.reduce((sum, { length }) => sum + length, 0));
+  let at = 0;
+  for (const chunk of chunks) {
+    bytes.set(chunk, at);
+    at += chunk.length;
+  }
+  return bytes;
+}
+
+// Leaves out the line that begins before the bytes do.
+function wholeLines(bytes, start) {
+  const cut = start === 0 ? 0 : bytes.indexOf(NEWLINE) + 1;
+  return { text: new TextDecoder().decode(bytes.subarray(cut)), start: start + cut };
 }

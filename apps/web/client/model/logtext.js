@@ -3,10 +3,9 @@
 
 const SPAN = /<span style='(?:(color|background-color): #([0-9A-F]{6}))?'>|<\/span>/g;
 
-// Keeps what is between two pieces of text: a line that is not whole, and the spans that are open.
+// Keeps what is between two pieces of text: a line that is not whole. A colour ends with its line, since its reset may be lost.
 export class LogText {
   #rest = "";
-  #open = [];
 
   // Takes the next text and returns the lines that are whole, each a list of {text, classes}.
   take(text) {
@@ -17,23 +16,21 @@ export class LogText {
 
   #pieces(line) {
     const pieces = [];
+    const open = [];
     let from = 0;
     for (const match of line.matchAll(SPAN)) {
-      this.#add(pieces, line.slice(from, match.index));
+      add(pieces, line.slice(from, match.index), open);
       from = match.index + match[0].length;
-      if (match[0] === "</span>") {
-        this.#open.pop();
-      } else {
-        this.#open.push(match[1] ? colourClass(match[1], match[2]) : "");
-      }
+      if (match[0] === "</span>") open.pop();
+      else open.push(match[1] ? colourClass(match[1], match[2]) : "");
     }
-    this.#add(pieces, line.slice(from));
+    add(pieces, line.slice(from), open);
     return pieces;
   }
+}
 
-  #add(pieces, text) {
-    if (text !== "") pieces.push({ text, classes: this.#open.filter(Boolean) });
-  }
+function add(pieces, text, open) {
+  if (text !== "") pieces.push({ text, classes: open.filter(Boolean) });
 }
 
 // Red, green and blue are bits 0 to 2, on as AA or FF. The bright colours have 55 or FF in them.

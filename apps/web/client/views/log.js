@@ -1,11 +1,14 @@
 // The kernel log, live.
 
 import { byId, element, setPressed, setText } from "../dom.js";
+import { readBefore } from "../feed/logfeed.js";
 import { LogText } from "../model/logtext.js";
+import { sizeText } from "../model/format.js";
 
 // While nobody reads further up, old lines make room. Who reads keeps the place: then more lines are kept.
 const KEPT_LINES = 5000;
 const KEPT_LINES_READING = 20000;
+const EARLIER_BYTES = 1_000_000;
 const AT_END_PX = 24;
 
 export class LogView {
@@ -13,62 +16,92 @@ export class LogView {
   #output = byId("log-output");
   #text = new LogText();
   #state = "";
+  #isShown = false;
   #isPaused = false;
-  #waiting = [];
-  #place = 0;
+  #start = 0;
+  #placed = 0;
+  #anchor = null;
 
   constructor(app) {
     this.#app = app;
-    app.listen("log", (message) => this.#receive(message));
-    app.listen("log-state", (message) => this.#receive(message));
+    app.listen("log", (message) => this.#add(message));
+    app.listen("log-state", ({ text }) => this.#say(text));
     byId("log-filter").addEventListener("input", () => this.#filter());
-    byId("log-follow").addEventListener("change", () => this.#follow());
+    byId("log-follow").addEventListener("change", () => this.#keepPlace());
     byId("log-pause").addEventListener("click", () => this.#togglePause());
+    byId("log-earlier").addEventListener("click", () => this.#readEarlier());
     this.#output.addEventListener("scroll", () => this.#scrolled(), { passive: true });
   }
 
   show() {
-    this.#app.need("log", true);
-    this.#output.scrollTop = this.#place;
-    this.#follow();
+    this.#isShown = true;
+    this.#need();
+    this.#keepPlace();
   }
 
   hide() {
-    this.#place = this.#output.scrollTop;
-    this.#app.need("log", false);
+    this.#isShown = false;
+    this.#need();
   }
 
-  #receive(message) {
-    if (message.type === "log-state") {
-      this.#state = message.text;
-      this.#count();
-    } else if (this.#isPaused) {
-      this.#waiting = message.reset ? [message] : [...this.#waiting, message];
-    } else {
-      this.#add(message);
-    }
+  // A paused log is not read: the feed sends what has come meanwhile when it is wanted again.
+  #need() {
+    this.#app.need("log", this.#isShown && !this.#isPaused);
   }
 
-  #add({ reset, text }) {
+  #add({ reset, text, start }) {
     if (reset) {
       this.#text = new LogText();
       this.#output.replaceChildren();
+      this.#start = start;
     }
+    const lines = this.#text.take(text);
+    if (lines.length > KEPT_LINES) this.#start = null;
+    this.#output.append(this.#nodesOf(lines.slice(-KEPT_LINES)));
+    this.#makeRoom();
+    if (reset) this.#findAnchor();
+    this.#keepPlace();
+    this.#count();
+  }
+
+  #nodesOf(lines) {
     const words = this.#words();
-    const lines = this.#text.take(text).slice(-KEPT_LINES);
     const fragment = document.createDocumentFragment();
     fragment.append(...lines.map((pieces) => lineNode(pieces, words)));
-    this.#output.append(fragment);
-    this.#makeRoom();
-    this.#follow();
-    this.#count();
+    return fragment;
   }
 
   #makeRoom() {
     const kept = byId("log-follow").checked ? KEPT_LINES : KEPT_LINES_READING;
     for (let surplus = this.#output.childElementCount - kept; surplus > 0; --surplus) {
       this.#output.firstChild.remove();
+      this.#start = null; // no longer known
     }
+  }
+
+  // Puts lines in front, as many as fit into one request's share.
+  async #readEarlier() {
+    const button = byId("log-earlier");
+    byId("log-follow").checked = false;
+    this.#remember();
+    button.disabled = true;
+    const until = this.#start;
+    try {
+      const { text, start } = await readBefore(until, EARLIER_BYTES, (share) =>
+        setText(button, `Earlier lines, ${Math.round(share * 100)} %`), AbortSignal.timeout(60_000));
+      if (this.#start === until) this.#addBefore(text, start);
+    } catch {
+      this.#say("Earlier lines could not be read.");
+    }
+    button.disabled = false;
+    this.#count();
+  }
+
+  #addBefore(text, start) {
+    const lines = new LogText().take(text);
+    this.#output.prepend(this.#nodesOf(lines.slice(-KEPT_LINES_READING + this.#output.childElementCount)));
+    this.#start = start;
+    this.#keepPlace();
   }
 
   #words() {
@@ -77,42 +110,78 @@ export class LogView {
 
   #filter() {
     const words = this.#words();
-    for (const line of this.#output.children) {
-      line.hidden = !line.textContent.toLowerCase().includes(words);
-    }
-    this.#follow();
+    for (const line of this.#output.children) line.hidden = !isWanted(line, words);
+    this.#keepPlace();
     this.#count();
   }
 
-  #follow() {
-    if (byId("log-follow").checked) this.#output.scrollTop = this.#output.scrollHeight;
+  // Shows the end, or the line that was last scrolled to: hidden by the filter, the next one that is not.
+  #keepPlace() {
+    if (byId("log-follow").checked) {
+      this.#output.scrollTop = this.#output.scrollHeight;
+    } else if (this.#anchor?.line.isConnected) {
+      let { line } = this.#anchor;
+      while (line?.hidden) line = line.nextElementSibling;
+      if (line) this.#output.scrollTop = line.offsetTop - this.#output.offsetTop + this.#anchor.offset;
+    }
+    this.#placed = this.#output.scrollTop;
   }
 
-  // Who scrolls up reads; who comes back to the end follows again.
+  // Scrolling up is reading; coming back to the end is following. What the view itself does is neither.
   #scrolled() {
-    if (this.#output.clientHeight > 0) {
-      const { scrollTop, scrollHeight, clientHeight } = this.#output;
-      byId("log-follow").checked = scrollHeight - scrollTop - clientHeight < AT_END_PX;
+    const { scrollTop, scrollHeight, clientHeight } = this.#output;
+    if (clientHeight === 0 || scrollTop === this.#placed) return;
+    byId("log-follow").checked = scrollHeight - scrollTop - clientHeight < AT_END_PX;
+    this.#remember();
+  }
+
+  #remember() {
+    const { scrollTop, offsetTop } = this.#output;
+    const lines = [...this.#output.children].filter((each) => !each.hidden);
+    let low = 0;
+    for (let high = lines.length; low < high;) {
+      const middle = (low + high) >> 1;
+      if (lines[middle].offsetTop + lines[middle].offsetHeight - offsetTop <= scrollTop) low = middle + 1;
+      else high = middle;
     }
+    const line = lines[low];
+    this.#anchor = line ? { line, offset: scrollTop - (line.offsetTop - offsetTop) } : null;
+  }
+
+  // The line in a log that has come once more.
+  #findAnchor() {
+    const text = this.#anchor?.line.textContent;
+    const line = [...this.#output.children].findLast((each) => each.textContent === text);
+    if (line) this.#anchor.line = line;
   }
 
   #togglePause() {
     this.#isPaused = !this.#isPaused;
     setPressed(byId("log-pause"), this.#isPaused, "Pause", "Go on");
-    if (!this.#isPaused) this.#waiting.splice(0).forEach((message) => this.#add(message));
+    this.#need();
+  }
+
+  #say(text) {
+    this.#state = text;
+    this.#count();
   }
 
   #count() {
     const all = this.#output.childElementCount;
     const shown = this.#words() === "" ? all : [...this.#output.children].filter((line) => !line.hidden).length;
     setText(byId("log-count"), this.#state || (shown === all ? `${all} lines` : `${shown} of ${all} lines`));
+    const earlier = byId("log-earlier");
+    earlier.hidden = !this.#start;
+    if (!earlier.disabled) setText(earlier, `Earlier lines (${sizeText(this.#start ?? 0)} before)`);
   }
 }
+
+const isWanted = (line, words) => words === "" || line.textContent.toLowerCase().includes(words);
 
 function lineNode(pieces, words) {
   const spans = pieces.map(({ text, classes }) =>
     (classes.length === 0 ? text : element("span", { class: classes.join(" ") }, text)));
   const line = element("div", {}, ...spans);
-  line.hidden = words !== "" && !line.textContent.toLowerCase().includes(words);
+  line.hidden = !isWanted(line, words);
   return line;
 }
