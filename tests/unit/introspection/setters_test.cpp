@@ -43,6 +43,8 @@ TEST_F(Setters, NumbersTakeTheFormsOfTheCLibrary) {
 
 TEST_F(Setters, BoolsAndEnumerationsTakeExactNames) {
     EXPECT_EQ(readBack("RadioPower", {"true", "true", "false", "true"}), "true! true false! true! ");
+    *address(Variable("RadioPower")) = 2;
+    EXPECT_EQ(readBack("RadioPower", {"true"}), "true! ");
     EXPECT_EQ(*address(Variable("RadioPower")), 1);
     expectRefused("RadioPower", "Value has to be 'true' or 'false'", {"True", "1", "true ", ""});
     EXPECT_EQ(readBack("AppServiceLogLevel", {"Warn", "Warn"}), "Warn! Warn ");
