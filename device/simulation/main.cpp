@@ -99,6 +99,7 @@ void run(const Options& options) {
     gComponentLogLevel = reinterpret_cast<gen::LogLevel*>(*level.memory + level.location);
     EventPoll poll;
     ServerConnection connection(poll);
+    connection.sendLimit = std::chrono::seconds(30); // a lost event would end the simulation
     gServerConnection = &connection;
     fillContent();
     Scene scene;

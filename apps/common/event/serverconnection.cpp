@@ -197,7 +197,7 @@ void ServerConnection::dispatch(const Notify& event) {
 }
 
 void ServerConnection::send(const void* message, unsigned int size) {
-    const auto end = std::chrono::steady_clock::now() + (isStalled_ ? SEND_LIMIT * 0 : SEND_LIMIT);
+    const auto end = std::chrono::steady_clock::now() + (isStalled_ ? sendLimit * 0 : sendLimit);
     ssize_t sent;
     do {
         sent = ::send(socket_.get(), message, size, MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -12,8 +12,6 @@
 /// A connection that is lost is closed and stays closed: it receives no more events, and posting fails.
 class ServerConnection : public EventPoll::Callback {
 public:
-    static constexpr std::chrono::milliseconds SEND_LIMIT{500};
-
     /// Receiver of the events.
     class EventHandler {
     public:
@@ -53,7 +51,7 @@ public:
     /// Whether the connection has not been closed or lost.
     bool isOpen() const { return socket_.isOpen(); }
 
-    /// Sends one event. Waits for a broker that does not read, but at most SEND_LIMIT, and not at all again
+    /// Sends one event. Waits for a broker that does not read, but at most sendLimit, and not at all again
     /// before the broker has read; SIGINT and SIGTERM end the wait, other signals do not. Throws through
     /// throwError with "Could not send message to server"; the event is lost then.
     void postEvent(const Notify& event);
@@ -73,6 +71,9 @@ public:
 
     /// Receives the events. Without a handler each event is logged at Warn. Does not own it.
     EventHandler* handler = nullptr;
+
+    /// 500 ms, so that a process with clients goes on serving them.
+    std::chrono::milliseconds sendLimit{500};
 
 private:
     void receive();
