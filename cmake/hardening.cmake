@@ -1,0 +1,16 @@
+# Release builds are hardened: position-independent programs with read-only relocations, checked copies of the C library,
+# stack canaries, and control-flow protection where the processor has it. Sanitizers need builds without it.
+if(SANITIZE OR NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+    return()
+endif()
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES C CXX)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+add_compile_definitions(_FORTIFY_SOURCE=2)
+add_compile_options(-fstack-protector-strong)
+add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    add_compile_options(-fcf-protection=full -fstack-clash-protection)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+    add_compile_options(-mbranch-protection=standard -fstack-clash-protection)
+endif()
