@@ -9,7 +9,7 @@ import { setScene } from "./scene.mjs";
 const BRIGHTNESS = "MemPersistent.DisplayBrightness";
 const SHUTTER = "MemCamera.CamShutterCustomSet";
 
-const { device, open } = await setScene();
+const { device, browser, open } = await setScene();
 await device.store("MemApp.AppServiceLogLevel", "DebugMost");
 
 async function exported(page) {
@@ -19,9 +19,10 @@ async function exported(page) {
     return text.trim().split(/\r?\n/).map((line) => line.split(","));
 }
 
-// What a column of the exported table goes through, without repetitions.
-const course = ([head, ...rows], name) => rows.map((row) => row[head.indexOf(name)])
-    .filter((value, at, all) => value !== "" && value !== all[at - 1]).map(Number);
+// What a column of the exported table goes through, without repetitions and gaps.
+const statesOf = ([head, ...rows], name) => rows.map((row) => row[head.indexOf(name)]).filter((value) => value !== "")
+    .filter((value, at, all) => value !== all[at - 1]);
+const course = (table, name) => statesOf(table, name).map(Number);
 
 const add = async (page, name) => {
     await page.locator("#watch-add").fill(name);
@@ -85,13 +86,9 @@ test("a gap in the connection is a gap in the plot and in the table", async () =
 test("the y range holds what held in each window, also from before", async () => {
     const { page } = await open({ view: "watch" });
     await add(page, BRIGHTNESS);
-    await until(() => page.locator("#watch-plots canvas").count(), 1, "the library");
     const wrong = await page.evaluate(async () => {
         const { Recording } = await import("/model/recording.js");
         const { Plot } = await import("/views/plot.js");
-        const Library = globalThis.uPlot;
-        let made;
-        globalThis.uPlot = Object.assign(function Spy(...words) { return made = new Library(...words); }, Library);
         const parent = document.querySelector("#watch-plots").appendChild(document.createElement("div"));
         const plot = new Plot(parent, { onZoom() {}, onReset() {}, onCursor() {} });
         const recording = new Recording({ variables: new Map() }, "A.B");
@@ -103,13 +100,85 @@ test("the y range holds what held in each window, also from before", async () =>
         for (let count = 0; count < 1000; ++count) {
             const min = Math.random() * 300;
             const max = min + 0.1 + Math.random() * 20;
-            plot.draw(recording.between(min, max), min, max);
-            await null; // drawn in a microtask
+            const [times, values] = recording.between(min, max);
+            plot.draw([{ name: "A.B", isBand: false, times, values }], min, max, null);
             const held = recording.values.filter((_, at) => recording.times[at] <= max && (recording.times[at + 1] ?? Infinity) > min);
-            const { y } = made.scales;
-            if (!(y.min <= Math.min(...held) && y.max >= Math.max(...held))) faults.push([min, max, y.min, y.max, ...held]);
+            const { range } = plot;
+            if (!(range.min <= Math.min(...held) && range.max >= Math.max(...held))) faults.push([min, max, range, ...held]);
         }
         return faults;
     });
     assert.deepEqual(wrong, []);
+});
+
+const STEALTH = "MemPersistent.StealthMode";
+const COLOUR = "MemPersistent.KnobColor";
+const layout = (page) => page.locator("#watch-plots figure").evaluateAll((plots) => plots.map((plot) =>
+    [...plot.querySelectorAll("[data-watch]")].map((series) => series.dataset.watch)));
+const LAYOUT = [[BRIGHTNESS, SHUTTER, STEALTH], [COLOUR]];
+
+test("states and numbers share a plot, and a named layout is saved, exported, imported and opened", async () => {
+    await device.store(STEALTH, true);
+    const console = await open({ view: "watch" });
+    const { page } = console;
+    await add(page, BRIGHTNESS);
+    await page.locator("#watch-into").selectOption({ index: 1 });
+    for (const name of [SHUTTER, STEALTH]) await add(page, name);
+    await page.locator("#watch-into").selectOption("");
+    await add(page, COLOUR);
+    await until(() => layout(page), LAYOUT, "the plots");
+    await device.tell(STEALTH, false);
+    await until(() => page.locator(`[data-watch="${STEALTH}"] .now`).innerText(), "false", "the state");
+    assert.deepEqual(statesOf(await exported(page), STEALTH), ["true", "false"]);
+    await page.locator("#watch-layouts summary").press("Enter");
+    await page.locator("#layout-name").fill("focus pull");
+    await page.locator("#layout-name").press("Enter");
+    assert.deepEqual(await console.findings(), []);
+    const download = page.waitForEvent("download");
+    await page.locator("#layout-export").press("Enter");
+    const file = await (await download).path();
+    const other = await open({ view: "watch" });
+    await other.page.locator("#watch-layouts summary").press("Enter");
+    await other.page.locator("#layout-import").setInputFiles({ name: "l.json", mimeType: "", buffer: Buffer.from("{}") });
+    await other.says("#layout-note", /not imported: it has no layouts/);
+    await other.page.locator("#layout-import").setInputFiles({ name: "l.json", mimeType: "", buffer: await readFile(file) });
+    await other.page.locator("[data-layout='focus pull'] button").first().press("Enter");
+    await until(() => layout(other.page), LAYOUT, "the imported layout");
+});
+
+test("what is recorded survives a reload, and goes on while another tab is open", async () => {
+    await device.store(BRIGHTNESS, 1);
+    const context = await browser.newContext();
+    const first = await open({ view: "watch", context });
+    await add(first.page, BRIGHTNESS);
+    await first.says("#watch-plots .now", "1");
+    const written = (page) => page.evaluate(async (name) => {
+        const { readHistory } = await import("/feed/history.js");
+        return (await readHistory([name])).get(name).values.filter((value) => value !== null)
+            .filter((value, at, all) => value !== all[at - 1]);
+    }, BRIGHTNESS);
+    const tell = async (page, value, all) => {
+        await device.tell(BRIGHTNESS, value);
+        await until(() => written(page), all, "what is written");
+    };
+    await until(() => written(first.page), [1], "what is written");
+    await tell(first.page, 5, [1, 5]);
+    await first.page.reload();
+    await until(async () => course(await exported(first.page), BRIGHTNESS), [1, 5], "the table after a reload");
+    const other = await open({ context });
+    await first.page.close();
+    await tell(other.page, 7, [1, 5, 7]);
+    await other.go("watch");
+    await until(async () => course(await exported(other.page), BRIGHTNESS), [1, 5, 7], "the table of another tab");
+});
+
+test("a first visit offers three numbers that move", async () => {
+    const console = await open({ view: "watch" });
+    const { page } = console;
+    const offer = page.locator("#watch-offer");
+    for (let value = 1; !(await offer.isVisible()); value = (value % 9) + 1) {
+        for (const name of [BRIGHTNESS, "MemPersistent.KnobBrightness", "MemPersistent.ButtonBrightness"]) await device.tell(name, value);
+    }
+    await offer.press("Enter");
+    await until(async () => (await layout(page)).length, 3, "plots");
 });

@@ -67,6 +67,8 @@ class App {
     this.#route();
     this.#need(true);
     if (recall("console.update", null)) this.firmware();
+    const watched = recall("console.watched", []).flat();
+    if (watched.length > 0) this.feed.record(watched);
     // So that it is there for the first key that is typed into it.
     setTimeout(loadPalette, PALETTE_MS);
   }

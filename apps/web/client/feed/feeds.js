@@ -1,6 +1,7 @@
 // All feeds with those who want them.
 
 import { LogFeed } from "./logfeed.js";
+import { Recorder } from "./recorder.js";
 import { ScreenFeed } from "./screenfeed.js";
 import { TreeFeed } from "./treefeed.js";
 
@@ -9,6 +10,8 @@ export class Feeds {
   #tree = new TreeFeed((message) => this.#send("tree", message));
   #log = new LogFeed((message) => this.#send("log", message));
   #screen = new ScreenFeed((message) => this.#send("screen", message));
+  #recorder = new Recorder();
+  #toRecorder = (message) => this.#recorder.take(message);
 
   // What `receive` wants from now on, {tree, log, screen}. It gets the feeds' messages, and first what they have.
   need(receive, wanted) {
@@ -29,6 +32,15 @@ export class Feeds {
     }
     this.#stopUnwanted();
     if (!Object.values(wanted).some(Boolean)) this.#needs.delete(receive);
+  }
+
+  // Records the names from now on, also while no page shows them. Answers {type: "recorded"} when all before is written.
+  async record(receive, names) {
+    await this.#recorder.write();
+    const isNew = this.#recorder.watch(names);
+    if (isNew && this.#needs.has(this.#toRecorder)) this.#tree.reread();
+    this.need(this.#toRecorder, { tree: this.#recorder.isWanted });
+    receive({ type: "recorded" });
   }
 
   // Reads the tree anew; ends with the message {type: "reread", number, came}.

@@ -1,4 +1,4 @@
-// The feeds for all pages of a browser. A page sends {call, argument}: "need", "reread" or "hurry"; see feeds.js.
+// The feeds for all pages of a browser. A page sends {call, argument}: "need", "record", "reread" or "hurry"; see feeds.js.
 
 import { Feeds } from "./feeds.js";
 

@@ -1,44 +1,60 @@
-// Numbers over time: what the Watch view draws and exports.
+// Values over time: what the Watch view draws and exports.
 
 const KEPT_POINTS = 40000;
+// Seconds between what is recorded and what comes next that are no gap.
+const LONGEST_PAUSE = 3;
 
-// The numbers of the tree by name: variables, and members of structures.
-export function numbersOf(store) {
-  const names = [];
-  for (const { key, kind, data } of store.variables.values()) {
-    if (kind === "int" || kind === "float") {
-      names.push(key);
-    } else if (kind === "structure") {
-      const members = Object.keys(data).filter((name) => typeof data[name] === "number");
-      names.push(...members.map((name) => `${key}.${name}`));
+// What can be watched of the tree, by name: numbers, booleans and enumerations, and such members of structures. Maps the
+// name to whether it is a state: a text that is drawn as a band.
+export function seriesOf(store, catalogue) {
+  const found = new Map();
+  for (const { key, kind, type, data } of store.variables.values()) {
+    if (["int", "float", "bool", "enum"].includes(kind)) found.set(key, kind === "bool" || kind === "enum");
+    if (kind !== "structure") continue;
+    for (const [name, value] of Object.entries(data)) {
+      const isEnum = catalogue.structures[type]?.[name]?.type in catalogue.enumerations;
+      if (typeof value !== "string" || isEnum) found.set(`${key}.${name}`, typeof value !== "number");
     }
   }
-  return names;
+  return found;
 }
 
-// One number's values and their times, seconds since 1970.
+// The values of one name and their times, seconds since 1970. A value of null is a gap.
 export class Recording {
   times = [];
   values = [];
+  hasHistory = false;
 
-  constructor(store, name) {
+  constructor(store, name, isBand = false) {
     const [memory, variable, member] = name.split(".");
-    this.name = name;
-    this.key = `${memory}.${variable}`;
-    this.member = member;
+    Object.assign(this, { name, isBand, member, key: `${memory}.${variable}` });
     this.add(store);
   }
 
   // Takes the value of now.
   add(store) {
-    const variable = store.variables.get(this.key);
-    const value = Number(this.member ? variable?.data?.[this.member] : variable?.value);
-    if (Number.isFinite(value) && !(this.member && value === this.last)) this.#push(value);
+    const { kind, data, value } = store.variables.get(this.key) ?? {};
+    const present = this.member ? data?.[this.member] : value;
+    if (kind === "unprintable") this.addGap();
+    if (kind === "unprintable" || present === undefined) return;
+    const taken = this.isBand ? String(present) : Number(present);
+    if (taken !== this.last && (this.isBand || Number.isFinite(taken))) this.#push(taken);
   }
 
   // From now on the value is not known.
   addGap() {
     if (this.times.length > 0 && this.last !== null) this.#push(null);
+  }
+
+  // Puts what was recorded before in front: {times, values, to}, known until the time `to`.
+  addHistory({ times, values, to }) {
+    this.hasHistory = true;
+    const first = this.times[0] ?? Infinity;
+    const count = times.findIndex((time) => time >= first);
+    const end = count < 0 ? times.length : count;
+    const gap = end > 0 && values[end - 1] !== null && to + LONGEST_PAUSE < first ? [to] : [];
+    this.times.unshift(...times.slice(0, end), ...gap);
+    this.values.unshift(...values.slice(0, end), ...gap.map(() => null));
   }
 
   #push(value) {

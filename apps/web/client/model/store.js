@@ -1,6 +1,6 @@
 // The tree of variables as this page knows it.
 
-import { readValue, readVariables, Unprintable } from "./documents.js";
+import { readValue, readVariables, Unprintable } from "../feed/documents.js";
 
 const BASE_KINDS = ["bool", "int", "float", "string"];
 

@@ -96,7 +96,7 @@ function commands() {
       await app.go(control.closest("[data-view]").dataset.view);
       for (let waits = 0; control.disabled && waits < WAITS; ++waits) await pause(WAIT_MS);
       control.focus();
-      if (control.matches("button, [type=checkbox], [type=file]")) control.click();
+      if (control.matches("button, summary, [type=checkbox], [type=file]")) control.click();
     }));
   return [...views, ...actions];
 }

@@ -1,42 +1,50 @@
-// Numbers over time, several at once.
+// Values over time, several at once.
 
 import { byId, element, saveAs, setPressed, setText } from "../dom.js";
-import { timeStamp } from "../model/format.js";
-import { loadPlots, Plot } from "./plot.js";
-import { asCsv, numbersOf, Recording } from "../model/recording.js";
+import { readHistory } from "../feed/history.js";
+import { clockText, timeStamp } from "../model/format.js";
+import { plotsOf, withName, withoutName } from "../model/layouts.js";
+import { asCsv, Recording, seriesOf } from "../model/recording.js";
 import { Kept } from "../model/remember.js";
+import { Layouts } from "./layouts.js";
+import { COLOURS, Plot } from "./plot.js";
 
 const DRAW_MS = 100;
 // Seconds that a part has at least.
 const SHORTEST = 0.1;
+const OFFERED = 3;
 
 export class WatchView {
   #app;
-  #watched = new Map();
-  #numbers = [];
+  #recordings = new Map();
+  #plots = [];
+  #series = new Map();
+  #changes = new Map();
   #pausedAt = null;
   #zoom = null;
+  #cursor = null;
   #timer = 0;
-  #hasPlots = false;
   #kept = new Kept("console.watched", []);
 
   constructor(app) {
     this.#app = app;
-    byId("watch-form").addEventListener("submit", (event) => {
+    const on = (id, event, act) => byId(`watch-${id}`).addEventListener(event, act);
+    on("form", "submit", (event) => {
       event.preventDefault();
       this.#addTyped();
     });
-    byId("watch-pause").addEventListener("click", () => this.#togglePause());
-    byId("watch-reset").addEventListener("click", () => this.#setZoom(null));
-    byId("watch-span").addEventListener("change", () => this.#setZoom(null));
-    byId("watch-export").addEventListener("click", () => this.#export());
-    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#redress());
-    byId("watch-zoom").addEventListener("click", (event) => this.#step(event.target.dataset));
+    on("pause", "click", () => this.#togglePause());
+    on("reset", "click", () => this.#setZoom(null));
+    on("span", "change", () => this.#setZoom(null));
+    on("export", "click", () => this.#export());
+    on("zoom", "click", (event) => this.#step(event.target.dataset));
+    on("offer", "click", () => this.#kept.change(() => this.#moving().map((name) => [name])));
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     app.connection.subscribe(() => this.#markGap());
+    app.listen("recorded", () => this.#readHistory());
     this.#kept.subscribe(() => this.#restore());
+    new Layouts(() => plotsOf(this.#kept.value), (layout) => this.#kept.change(() => layout));
     this.#learn();
-    this.#load();
   }
 
   show() {
@@ -50,105 +58,113 @@ export class WatchView {
   }
 
   isRecording() {
-    return this.#watched.size > 0 && this.#pausedAt === null;
-  }
-
-  async #load() {
-    this.#hasPlots = await loadPlots();
-    if (!this.#hasPlots) {
-      setText(byId("watch-note"), "Plots are not available: the plotting library was not there when the console "
-        + "was built. Values are recorded and can be exported.");
-    }
-    this.#redress();
+    return this.#recordings.size > 0 && this.#pausedAt === null;
   }
 
   // What can be watched is known with the first tree.
   #learn() {
-    this.#numbers = numbersOf(this.#app.store);
-    byId("watch-numbers").replaceChildren(...this.#numbers.map((name) => element("option", { value: name })));
+    this.#series = seriesOf(this.#app.store, this.#app.catalogue);
+    byId("watch-numbers").replaceChildren(...[...this.#series.keys()].map((name) => element("option", { value: name })));
     this.#restore();
   }
 
   // Shows what this or another page has chosen.
   #restore() {
-    const names = this.#kept.value;
-    [...this.#watched.keys()].filter((name) => !names.includes(name)).forEach((name) => this.#close(name));
-    names.filter((name) => this.#numbers.includes(name) && !this.#watched.has(name)).forEach((name) => this.#show(name));
+    const layout = plotsOf(this.#kept.value).map((names) => names.filter((name) => this.#series.has(name)))
+      .filter((names) => names.length > 0);
+    const names = layout.flat();
+    [...this.#recordings.keys()].filter((name) => !names.includes(name)).forEach((name) => this.#recordings.delete(name));
+    for (const name of names) {
+      if (!this.#recordings.has(name)) this.#recordings.set(name, new Recording(this.#app.store, name, this.#series.get(name)));
+    }
+    this.#plots = layout.map((each) => this.#plotNode(each));
+    byId("watch-plots").replaceChildren(...this.#plots.map(({ node }) => node));
+    byId("watch-into").replaceChildren(element("option", { value: "" }, "a plot of its own"),
+      ...layout.map((each, i) => element("option", { value: i }, `the plot of ${each[0].split(".").slice(1).join(".")}`)));
+    if (this.#series.size > 0) this.#app.feed.record(plotsOf(this.#kept.value).flat());
+    this.#draw();
+  }
+
+  #plotNode(names) {
+    const chart = element("div", { class: "chart" });
+    const lines = names.map((name, i) => {
+      const value = element("span", { class: "now" });
+      const remove = element("button", { "aria-label": `Remove ${name}`, onclick: () => this.#remove(name) }, "Remove");
+      const node = element("div", { class: "series", "data-watch": name, "data-colour": i % COLOURS },
+        element("span", { class: "name" }, name), value, remove);
+      return { name, value, node };
+    });
+    const node = element("figure", { class: "plot" }, element("figcaption", {}, ...lines.map((line) => line.node)), chart);
+    const plot = new Plot(chart, {
+      onZoom: (min, max) => this.#setZoom({ min, max }),
+      onReset: () => this.#setZoom(null),
+      onCursor: (time) => { this.#cursor = time; },
+    });
+    return { node, plot, lines };
   }
 
   // While the values may be old, nothing is known.
   #markGap() {
-    for (const { recording } of this.#watched.values()) {
+    for (const recording of this.#recordings.values()) {
       this.#app.connection.isStale ? recording.addGap() : recording.add(this.#app.store);
     }
   }
 
   #take(changed, isNew) {
     if (isNew) this.#learn();
-    for (const { recording } of this.#watched.values()) {
+    for (const recording of this.#recordings.values()) {
       if (changed.has(this.#app.store.variables.get(recording.key))) recording.add(this.#app.store);
+    }
+    for (const { key, kind } of isNew ? [] : changed) {
+      if (kind === "int" || kind === "float") this.#changes.set(key, (this.#changes.get(key) ?? 0) + 1);
     }
   }
 
-  // The whole name, or an end of it that only one number has.
+  // What was recorded before this page, or before the name was shown here.
+  async #readHistory() {
+    const missing = [...this.#recordings.values()].filter((recording) => !recording.hasHistory);
+    if (missing.length === 0) return;
+    missing.forEach((recording) => { recording.hasHistory = true; });
+    const history = await readHistory(missing.map(({ name }) => name));
+    missing.forEach((recording) => recording.addHistory(history.get(recording.name)));
+    this.#draw();
+  }
+
+  // The whole name, or an end of it that only one has.
   #addTyped() {
     const input = byId("watch-add");
     const typed = input.value.trim().toLowerCase();
-    const fits = this.#numbers.filter((name) => `.${name.toLowerCase()}`.endsWith(`.${typed}`));
+    const fits = [...this.#series.keys()].filter((name) => `.${name.toLowerCase()}`.endsWith(`.${typed}`));
     if (typed !== "" && fits.length === 1) {
-      this.#add(fits[0]);
+      const into = byId("watch-into").value;
+      this.#kept.change((kept) => withName(plotsOf(kept), fits[0], into === "" ? undefined : Number(into)));
+      byId("watch-into").value = into;
       input.value = "";
       this.#say("");
     } else if (typed !== "") {
-      this.#say(fits.length === 0 ? "No number has this name." : `${fits.length} numbers fit this name: type more of it.`);
+      this.#say(fits.length === 0 ? "Nothing that can be watched has this name." : `${fits.length} names fit: type more.`);
     }
   }
 
-  #say(text) {
-    if (this.#hasPlots) setText(byId("watch-note"), text);
-  }
-
-  #add(name) {
-    this.#kept.change((names) => [...names.filter((each) => each !== name), name]);
-  }
-
   #remove(name) {
-    this.#kept.change((names) => names.filter((each) => each !== name));
+    this.#kept.change((kept) => withoutName(plotsOf(kept), name));
     byId("watch-add").focus();
   }
 
-  #show(name) {
-    const value = element("span", { class: "now" });
-    const chart = element("div", { class: "chart" });
-    const remove = element("button", { "aria-label": `Remove ${name}` }, "Remove");
-    remove.addEventListener("click", () => this.#remove(name));
-    const node = element("figure", { class: "plot", "data-watch": name },
-      element("figcaption", {}, element("span", { class: "name" }, name), value, remove), chart);
-    byId("watch-plots").append(node);
-    this.#watched.set(name, { recording: new Recording(this.#app.store, name), node, chart, value, plot: null });
-    this.#dress(this.#watched.get(name));
+  #say(text) {
+    setText(byId("watch-note"), text);
   }
 
-  #close(name) {
-    const { plot, node } = this.#watched.get(name);
-    plot?.destroy();
-    node.remove();
-    this.#watched.delete(name);
+  // The numbers that change most.
+  #moving() {
+    return [...this.#changes].sort((one, other) => other[1] - one[1]).slice(0, OFFERED).map(([name]) => name);
   }
 
-  #dress(watched) {
-    watched.plot?.destroy();
-    watched.chart.replaceChildren();
-    watched.plot = !this.#hasPlots ? null : new Plot(watched.chart, {
-      onZoom: (min, max) => this.#setZoom({ min, max }),
-      onReset: () => this.#setZoom(null),
-      onCursor: (time) => { watched.cursor = time; },
-    });
-  }
-
-  #redress() {
-    this.#watched.forEach((watched) => this.#dress(watched));
-    this.#draw();
+  #offer() {
+    const isEmpty = this.#kept.value.length === 0;
+    const moving = isEmpty ? this.#moving() : [];
+    byId("watch-offer").hidden = moving.length < OFFERED;
+    setText(byId("watch-offer"), `Watch three numbers that move: ${moving.map((name) => name.split(".")[1]).join(", ")}`);
   }
 
   #setZoom(zoom) {
@@ -173,28 +189,37 @@ export class WatchView {
 
   #draw() {
     if (this.#timer === 0 || document.hidden) return;
+    this.#offer();
     const now = this.#pausedAt ?? Date.now() / 1000;
     const { min, max } = this.#part();
-    for (const { recording, plot, value, cursor } of this.#watched.values()) {
-      const shown = recording.at(cursor ?? now);
-      const when = cursor ? ` at ${new Date(cursor * 1000).toLocaleTimeString()}` : "";
-      setText(value, shown === undefined ? "" : shown === null ? `not known${when}` : `${Number(shown.toPrecision(7))}${when}`);
-      plot?.draw(recording.between(min, Math.min(max, now)), min, max);
+    for (const { plot, lines } of this.#plots) {
+      const series = lines.map(({ name, value }) => {
+        const recording = this.#recordings.get(name);
+        setText(value, this.#valueText(recording.at(this.#cursor ?? now)));
+        const [times, values] = recording.between(min, Math.min(max, now));
+        return { name, isBand: recording.isBand, times, values };
+      });
+      plot.draw(series, min, max, this.#cursor);
     }
   }
 
-  // The picture stands still; values are recorded on.
+  #valueText(value) {
+    const when = this.#cursor === null ? "" : ` at ${clockText(this.#cursor * 1000)}`;
+    if (value === undefined) return "";
+    return `${value === null ? "not known" : typeof value === "number" ? Number(value.toPrecision(7)) : value}${when}`;
+  }
+
+  // The picture keeps still; values are recorded on.
   #togglePause() {
     this.#pausedAt = this.#pausedAt === null ? Date.now() / 1000 : null;
     setPressed(byId("watch-pause"), this.#pausedAt !== null, "Pause", "Go on");
   }
 
   #export() {
-    const recordings = [...this.#watched.values()].map(({ recording }) => recording);
-    if (recordings.length === 0) {
+    if (this.#recordings.size === 0) {
       this.#say("Nothing is watched yet.");
       return;
     }
-    saveAs(`watch-${timeStamp()}.csv`, "text/csv", [asCsv(recordings)]);
+    saveAs(`watch-${timeStamp()}.csv`, "text/csv", [asCsv([...this.#recordings.values()])]);
   }
 }

@@ -1,0 +1,79 @@
+// Records what is watched from the feed of the tree, for all pages and over reloads.
+
+import { readValue, readVariables, Unprintable } from "./documents.js";
+import { writeRecord } from "./history.js";
+
+const WRITE_MS = 1000;
+// Each so many records has all values: those that do not change must outlive the records that are forgotten.
+const FULL_RECORD = 60;
+
+export class Recorder {
+  #names = new Map();
+  #last = new Map();
+  #points = {};
+  #timer = 0;
+  #isLive = false;
+  #written = 0;
+  #session = `${Date.now()}-${Math.random()}`;
+
+  get isWanted() {
+    return this.#names.size > 0;
+  }
+
+  // Records these names, "Memory.Variable" or "Memory.Variable.Member", from now on. Returns whether one is new.
+  watch(names) {
+    const isNew = names.some((name) => !this.#last.has(name));
+    this.#names.clear();
+    for (const name of names) {
+      const [memory, variable, member] = name.split(".");
+      const key = `${memory}.${variable}`;
+      this.#names.set(key, [...this.#names.get(key) ?? [], { name, member }]);
+    }
+    const all = new Set(names);
+    [...this.#last.keys()].filter((name) => !all.has(name)).forEach((name) => this.#last.delete(name));
+    clearInterval(this.#timer);
+    this.#timer = this.isWanted ? setInterval(() => this.write(), WRITE_MS) : 0;
+    return isNew;
+  }
+
+  // Takes the messages of the tree's feed. While it is not live, nothing is known.
+  take({ type, state, text }) {
+    if (type === "state") {
+      this.#isLive = state === "live";
+      if (!this.#isLive) [...this.#last.keys()].forEach((name) => this.#add(name, null));
+      return;
+    }
+    try {
+      readVariables(text, (memory, variable, raw) => this.#read(this.#names.get(`${memory}.${variable}`), raw));
+    } catch {
+      // Not whole: each page asks for the tree again, and so it comes here, too.
+    }
+  }
+
+  // Writes what has come since the last time.
+  async write() {
+    const series = this.#points;
+    if (!this.#isLive && Object.keys(series).length === 0) return;
+    this.#points = {};
+    if (++this.#written % FULL_RECORD === 0) {
+      this.#last.forEach((value, name) => { series[name] ??= [[Date.now() / 1000, value]]; });
+    }
+    await writeRecord({ session: this.#session, to: Date.now() / 1000, series });
+  }
+
+  #read(watched, raw) {
+    if (!watched) return;
+    const parsed = readValue(raw);
+    for (const { name, member } of watched) {
+      const value = parsed instanceof Unprintable ? null : member ? parsed[member] : parsed.value;
+      const isNumber = member ? typeof value === "number" : ["int", "float"].includes(parsed.type);
+      this.#add(name, value === null || value === undefined ? null : isNumber ? Number(value) : String(value));
+    }
+  }
+
+  #add(name, value) {
+    if (this.#last.get(name) === value) return;
+    this.#last.set(name, value);
+    (this.#points[name] ??= []).push([Date.now() / 1000, value]);
+  }
+}

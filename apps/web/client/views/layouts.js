@@ -1,0 +1,75 @@
+// Named layouts of the Watch view: save, open, delete, export and import.
+
+import { ask, byId, element, saveAs, setText } from "../dom.js";
+import { timeStamp } from "../model/format.js";
+import { layoutsText, readLayouts } from "../model/layouts.js";
+import { Kept } from "../model/remember.js";
+
+export class Layouts {
+  #kept = new Kept("console.layouts", {});
+  #get;
+  #set;
+
+  // get() returns the present layout; set(layout) shows another one.
+  constructor(get, set) {
+    this.#get = get;
+    this.#set = set;
+    byId("layout-form").addEventListener("submit", (event) => {
+      event.preventDefault();
+      this.#save(byId("layout-name").value.trim());
+    });
+    byId("layout-export").addEventListener("click", () =>
+      saveAs(`layouts-${timeStamp()}.json`, "application/json", [layoutsText(this.#kept.value)]));
+    byId("layout-import").addEventListener("change", () => this.#import());
+    this.#kept.subscribe(() => this.#list());
+    this.#list();
+  }
+
+  #list() {
+    const items = Object.entries(this.#kept.value).map(([name, layout]) => {
+      const open = element("button", { onclick: () => this.#set(layout) }, `Open ${name}`);
+      const remove = element("button", { class: "delete", onclick: () => this.#delete(name) }, `Delete ${name}`);
+      return element("li", { "data-layout": name }, open, remove);
+    });
+    byId("layout-list").replaceChildren(...items);
+    byId("layout-export").disabled = items.length === 0;
+  }
+
+  async #save(name) {
+    if (name === "") return this.#say("A layout needs a name.");
+    if (!await this.#mayReplace([name])) return undefined;
+    this.#kept.change((layouts) => ({ ...layouts, [name]: this.#get() }));
+    byId("layout-name").value = "";
+    return this.#say(`${name} is saved in this browser.`);
+  }
+
+  async #mayReplace(names) {
+    const known = names.filter((name) => name in this.#kept.value);
+    return known.length === 0 || ask(`Replace ${known.join(", ")}?`, "Replace");
+  }
+
+  async #delete(name) {
+    if (!await ask(`Delete the layout ${name}?`, "Delete")) return;
+    this.#kept.change((layouts) => Object.fromEntries(Object.entries(layouts).filter(([each]) => each !== name)));
+    this.#say(`${name} is deleted.`);
+  }
+
+  async #import() {
+    const [file] = byId("layout-import").files;
+    if (!file) return;
+    try {
+      const layouts = readLayouts(await file.text());
+      if (!await this.#mayReplace(Object.keys(layouts))) return;
+      this.#kept.change((known) => ({ ...known, ...layouts }));
+      this.#say(`Imported: ${Object.keys(layouts).join(", ")}.`);
+    } catch (error) {
+      this.#say(`${file.name} is not imported: ${error.message}.`);
+    } finally {
+      byId("layout-import").value = "";
+    }
+  }
+
+  #say(text) {
+    setText(byId("layout-note"), text);
+  }
+}
