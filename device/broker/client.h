@@ -41,8 +41,7 @@ private:
 
     Descriptor socket_;
     Subscriptions subscriptions_;
-    std::uint32_t pendingControl_ =
-        0; ///< EventSubscribe or EventUnsubscribe that waits for its second record
+    std::uint32_t pendingControl_ = 0; ///< the control record that waits for its second record, or 0
     std::vector<unsigned char> input_; ///< the beginning of a record
     std::vector<unsigned char> queue_; ///< records to send
     std::size_t sent_ = 0;             ///< bytes of queue_ that are sent

@@ -43,7 +43,7 @@ public:
     const sockaddr* address() const { return address_; }
     socklen_t length() const { return length_; }
 
-    // Replaces the device's port where the environment asks for it.
+    // Replaces the device's port if the environment sets another.
     void movePort() {
         if (!hasFamily(address_, length_, AF_INET) || length_ < sizeof inet_ || replacementPort() == 0)
             return;
@@ -57,7 +57,7 @@ public:
 
 private:
     void mapPath() {
-        // The kernel takes a path that fills the address and has no terminator: hence the byte more.
+        // One byte more, because the kernel accepts a path without terminator that fills the address.
         char path[sizeof unix_.sun_path + 1] = "";
         const std::size_t given = length_ - offsetof(sockaddr_un, sun_path);
         std::memcpy(path, reinterpret_cast<const char*>(address_) + offsetof(sockaddr_un, sun_path),

@@ -146,7 +146,7 @@ int EventPoll::wait(int timeoutMs, bool ignoreTerminate) {
     return gTick.exchange(false) ? Tick : Dispatched;
 }
 
-// An interrupted wait is not repeated: the caller decides by the result whether to go on.
+// An interrupted wait is not retried: the caller decides by the result.
 int EventPoll::waitFailed() {
     if (errno != EINTR)
         throwErrorNumber(__FILE__, __LINE__, "epoll_wait");

@@ -49,9 +49,8 @@ struct VariableDescriptor {
     const char* name;       ///< unique over all memories
     char* const* memory;    ///< the memory's base pointer; holds null while the segment is not mapped
     std::uint32_t location; ///< byte offset in the memory
-    const char*
-        type; ///< "int", "float", "bool", "string", "buffer", or the enumeration's or structure's name
-    std::int32_t baseType; ///< a BaseType
+    const char* type;       ///< the base type's name, or that of the enumeration or structure
+    std::int32_t baseType;  ///< a BaseType
     Getter getter;
     Setter setter;
     const char* min;      ///< lower bound as decimal literal, or null
