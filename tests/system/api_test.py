@@ -8,11 +8,9 @@ import jsonschema
 import pytest
 
 from app_test import FORM_TYPE, form
-from catalogue import as_float32
 from systemdevice import BUILD
 
 DOCUMENT = json.loads(Path(BUILD, "generated/docs/openapi.json").read_text())
-SCHEMAS = DOCUMENT["components"]["schemas"]
 TREE, SET, UPDATE, LOG = "/api/v1/all.cgi", "/api/v1/set.cgi", "/api/v1/update.cgi", "/api/v1/log.cgi"
 SCREEN = "/api/v1/screen.cgi"
 APP = "/qorapp/v1"
@@ -95,67 +93,16 @@ def test_log_picture_and_file_are_as_described(device):
     assert ask(device, "GET", FILE, APP + "/focusrings/file/ring")[0] == content
 
 
-def resolved(schema):
-    """The schema with the one that it refers to, one level deep."""
-    target = SCHEMAS[schema["$ref"].rpartition("/")[2]] if "$ref" in schema else {}
-    properties = {name: {**row, **schema.get("properties", {}).get(name, {})}
-                  for name, row in target.get("properties", {}).items()}
-    return {**target, **schema, **({"properties": properties} if properties else {})}
-
-
-def values(schema):
-    """The smallest and the largest allowed value, and some that are not allowed."""
-    schema = resolved(schema)
-    if "properties" in schema:
-        members = {name: values(row) for name, row in schema["properties"].items()}
-        low, high = ({name: row[end] for name, row in members.items()} for end in (0, 1))
-        return low, high, [{**high, name: value} for name, row in members.items() for value in row[2]]
-    if "enum" in schema:
-        return schema["enum"][-1], schema["enum"][-1], ["NoSuchEntry"]
-    if schema["type"] == "boolean":
-        return False, True, ["True"]
-    if schema["type"] == "string":
-        is_buffer = "a-f" in schema["pattern"]
-        longest = schema["maxLength"] * ("f" if is_buffer else "x")
-        return longest, longest, ["zz" if is_buffer else longest + "x"]
-    low, high = schema["minimum"], schema["maximum"]
-    step = 1 if schema["type"] == "integer" else 0.01 * max(1, high, -low)
-    return low, high, [low - step, high + step]
-
-
-def as_read(value, read):
-    """A value that was set, as the tree has it. Other elements of an array are taken from `read`."""
-    if isinstance(value, dict):
-        members = {name: as_float32(member) if isinstance(member, float) else member
-                   for name, member in value.items() if name != "Index"}
-        at = value.get("Index", 0)
-        return [*read[:at], members, *read[at + 1:]] if isinstance(read, list) else members
-    if read["type"] == "float":
-        return {**read, "value": "%f" % as_float32(value)}
-    return {**read, "value": str(value).lower() if read["type"] == "bool" else str(value)}
-
-
-def test_allowed_values_are_stored_and_others_are_not(device, catalogue):
-    def is_allowed(memory, name, value):
-        assignment = {memory: {name: value}}
-        assert device.ask(SET, json.dumps(assignment).encode()) == b'{"result": 1 }'
-        return allowed.is_valid(assignment)
-
-    def read_all():
-        memories = json.loads(device.ask(TREE), parse_float=as_float32)["variables"]
-        return {(memory, name): value for memory, values in memories.items() for name, value in values.items()}
-
-    allowed = validator({"$ref": "#/components/schemas/Assignment"})
-    # MemApp comes first: its log level ends the lines about the following values.
-    settings = [(memory, name, values(schema)) for memory in reversed(catalogue.memories)
-                for name, schema in SCHEMAS[f"SetMemory.{memory}"]["properties"].items()]
-    for end in (0, 1):
-        for memory, name, row in settings:
-            assert is_allowed(memory, name, row[end]), (memory, name)
-        stored = read_all()
-        assert stored == {(memory, name): as_read(row[end], stored[memory, name]) for memory, name, row in settings}
-    for memory, name, row in settings:
-        for value in row[2]:
-            assert not is_allowed(memory, name, value), (memory, name, value)
-    assert read_all() == stored
-    assert not allowed.is_valid({}) and not allowed.is_valid({"MemApp": {}, "MemLens": {}})
+def test_assignments_are_as_described(device):
+    assignment = validator({"$ref": "#/components/schemas/Assignment"})
+    for memory, name, value, is_allowed in (
+            ("MemPersistent", "DisplayBrightness", 10, True), ("MemPersistent", "DisplayBrightness", 11, False),
+            ("MemPersistent", "CircleofConfusion", 0.1, True), ("MemPersistent", "CircleofConfusion", 0, False),
+            ("MemPersistent", "RadioPower", False, True), ("MemPersistent", "RadioPower", "True", False),
+            ("MemApp", "AppGuiLogLevel", "Warn", True), ("MemApp", "AppGuiLogLevel", "Warning", False),
+            ("MemGuiLocal", "RadioRegionFlags", "0affb7", True), ("MemGuiLocal", "RadioRegionFlags", "zz", False)):
+        before = device.segment(memory).read_bytes()
+        body = {memory: {name: value}}
+        assert device.ask(SET, json.dumps(body).encode()) == b'{"result": 1 }'
+        assert (device.segment(memory).read_bytes() != before) == assignment.is_valid(body) == is_allowed, body
+    assert not assignment.is_valid({}) and not assignment.is_valid({"MemApp": {}, "MemLens": {}})

@@ -5,14 +5,11 @@ import struct
 
 import pytest
 
-from fastcgi import BEGIN, JSON_HEADER, PARAMS, RESPONDER, STDIN, pair, record, request
+from fastcgi import BEGIN, RESPONDER, record, request
 from systemdevice import wait_until
 
 UPDATE = "/api/v1/update.cgi"
-UNKNOWN = JSON_HEADER + b'{"result": 0, "error": "Unknown script: \'%s\'" }'
 BEGINNING = record(BEGIN, RESPONDER)
-NAME = record(PARAMS, pair("SCRIPT_NAME", "a"))
-UNKNOWN_TYPE = record(255, b"content")
 
 
 @pytest.fixture
@@ -21,21 +18,6 @@ def device(device):
     before = device.descriptors()
     yield device
     wait_until(lambda: device.descriptors() == before, "the number of descriptors from before")
-
-
-@pytest.mark.parametrize("stream, answer", [
-    (BEGINNING + record(PARAMS, b"\xff" * 8 + pair("SCRIPT_NAME", "a")) + record(STDIN), b""),  # lengths too large
-    (record(STDIN), b""),
-    (record(BEGIN, b"\0\1") + NAME + record(STDIN), b"a"),
-    (record(BEGIN, b"\0\3\1" + bytes(250)) + record(STDIN) * 2, b""),
-    (BEGINNING + NAME + BEGINNING + record(STDIN), b""),
-    (UNKNOWN_TYPE.join([b"", BEGINNING, NAME, record(STDIN)]), b"a"),
-    (request("a") + request("b"), b"a"),
-])
-def test_malformed_stream_is_answered(device, stream, answer):
-    with device.connect() as connection:
-        connection.send(stream)
-        assert connection.answer().output == UNKNOWN % answer
 
 
 def test_incomplete_record_delays_only_its_connection(device):

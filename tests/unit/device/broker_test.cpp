@@ -166,12 +166,4 @@ TEST_F(BrokerTest, WithoutFreeDescriptorsNewClientsWait) {
     EXPECT_EQ(broker_->clientCount(), 2U);
 }
 
-TEST_F(BrokerTest, SocketOfAFormerBrokerIsReplaced) {
-    Broker broker(path_);
-    const Peer peer(path_);
-    broker.runOnce(0);
-    EXPECT_EQ(broker.clientCount(), 1U);
-    EXPECT_THROW(Broker(std::string(200, 'x')), std::runtime_error);
-}
-
 } // namespace
