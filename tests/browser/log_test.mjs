@@ -1,6 +1,7 @@
 // The kernel log on the page.
 
 import assert from "node:assert/strict";
+import { readFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
 import { until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
@@ -89,6 +90,37 @@ test("no line is told twice or lost, over other views and an end of the service"
     for (const text of ["once: without a service", "filler: line 123", "once: before", "once: elsewhere"]) {
         await shows(text);
     }
+});
+
+test("levels, processes and lines around the hits are chosen, and all of the log is saved", async () => {
+    const { page } = console;
+    const line = (process, level, text) => `<6>${process.padStart(20)}  ${level.padEnd(10)} ${"main.cpp".padStart(20)}:   1 ${text}`;
+    await device.log([["alpha", "Warn", "work 1"], ["beta", "LogLight", "work 2"], ["alpha", "Error", "work 3"], ["beta", "Error", "work 4"]]
+        .map((words) => line(...words)).join("\n"));
+    await shows("work 4");
+    const clock = () => `${new Date().toLocaleTimeString("en-GB")}.${Math.floor(new Date().getMilliseconds() / 100)}`;
+    const choose = (id, value) => page.locator(id).selectOption(value);
+    const works = () => output.locator("div:visible").evaluateAll((lines) => lines.flatMap((each) => /work \d/.exec(each.textContent) ?? []));
+    for (const [level, process, around, expected] of [["6", "alpha", "0", ["1", "3"]], ["7", "", "0", ["3", "4"]],
+        ["", "beta", "0", ["2", "4"]], ["7", "beta", "3", ["1", "2", "3", "4"]]]) {
+        await choose("#log-level", level);
+        await choose("#log-process", process);
+        await choose("#log-around", around);
+        await until(works, expected.map((number) => `work ${number}`), `${level}, ${process}, ${around}`);
+    }
+    assert.deepEqual(await console.findings(), []);
+    await choose("#log-process", "kernel");
+    await page.locator("#log-wall").press("Space");
+    const from = clock();
+    await device.log("<6>work 5: just now");
+    await shows("work 5: just now");
+    const time = await output.locator("div:visible").last().getAttribute("data-time");
+    assert.ok(from <= time && time <= clock(), `${time}, not ${from} to ${clock()}`);
+    const download = page.waitForEvent("download");
+    await page.locator("#log-save").press("Enter");
+    const saved = await readFile(await (await download).path(), "utf8");
+    for (const text of ["filler: line 0", "filler: line 299", "work 1", "work 5: just now"]) assert.ok(saved.includes(text), text);
+    assert.doesNotMatch(saved, /<span|<\/span/);
 });
 
 test("a long log begins with its last lines, and earlier ones come on demand", async () => {

@@ -29,6 +29,14 @@ export class LogText {
   }
 }
 
+// The log's bytes as text without colours, in parts as a Blob takes them.
+export function plainText(chunks) {
+  const text = new LogText();
+  const decoder = new TextDecoder();
+  const lines = [...chunks.map((chunk) => decoder.decode(chunk, { stream: true })), "\n"].map((part) => text.take(part));
+  return lines.map((some) => some.map((pieces) => `${pieces.map((piece) => piece.text).join("")}\n`).join(""));
+}
+
 function add(pieces, text, open) {
   if (text !== "") pieces.push({ text, classes: open.filter(Boolean) });
 }

@@ -1,9 +1,10 @@
 // The kernel log, live.
 
-import { byId, element, setPressed, setText } from "../dom.js";
-import { readBefore } from "../feed/logfeed.js";
-import { LogText } from "../model/logtext.js";
-import { sizeText } from "../model/format.js";
+import { byId, element, saveAs, setPressed, setText } from "../dom.js";
+import { readAll, readBefore } from "../feed/logfeed.js";
+import { LogText, plainText } from "../model/logtext.js";
+import { sizeText, timeStamp } from "../model/format.js";
+import { LogFilter } from "./logfilter.js";
 
 // While nobody reads further up, old lines make room. Who reads keeps the place: then more lines are kept.
 const KEPT_LINES = 5000;
@@ -21,12 +22,14 @@ export class LogView {
   #start = 0;
   #placed = 0;
   #anchor = null;
+  #saving = null;
+  #filter = new LogFilter(this.#output, () => this.#choose());
 
   constructor(app) {
     this.#app = app;
     app.listen("log", (message) => this.#add(message));
     app.listen("log-state", ({ text }) => this.#say(text));
-    byId("log-filter").addEventListener("input", () => this.#filter());
+    byId("log-save").addEventListener("click", () => this.#save());
     byId("log-follow").addEventListener("change", () => this.#keepPlace());
     byId("log-pause").addEventListener("click", () => this.#togglePause());
     byId("log-earlier").addEventListener("click", () => this.#readEarlier());
@@ -57,18 +60,14 @@ export class LogView {
     }
     const lines = this.#text.take(text);
     if (lines.length > KEPT_LINES) this.#start = null;
-    this.#output.append(this.#nodesOf(lines.slice(-KEPT_LINES)));
+    const nodes = lines.slice(-KEPT_LINES).map(lineNode);
+    this.#output.append(...nodes);
+    this.#filter.take(nodes, !reset);
     this.#makeRoom();
     if (reset) this.#findAnchor();
+    if (this.#filter.isActive) this.#filter.apply();
     this.#keepPlace();
     this.#count();
-  }
-
-  #nodesOf(lines) {
-    const words = this.#words();
-    const fragment = document.createDocumentFragment();
-    fragment.append(...lines.map((pieces) => lineNode(pieces, words)));
-    return fragment;
   }
 
   #makeRoom() {
@@ -99,20 +98,36 @@ export class LogView {
 
   #addBefore(text, start) {
     const lines = new LogText().take(text);
-    this.#output.prepend(this.#nodesOf(lines.slice(-KEPT_LINES_READING + this.#output.childElementCount)));
+    const nodes = lines.slice(-KEPT_LINES_READING + this.#output.childElementCount).map(lineNode);
+    this.#output.prepend(...nodes);
+    this.#filter.take(nodes, false);
+    this.#filter.apply();
     this.#start = start;
     this.#keepPlace();
   }
 
-  #words() {
-    return byId("log-filter").value.trim().toLowerCase();
-  }
-
-  #filter() {
-    const words = this.#words();
-    for (const line of this.#output.children) line.hidden = !isWanted(line, words);
+  #choose() {
+    this.#filter.apply();
     this.#keepPlace();
     this.#count();
+  }
+
+  // All of the log, also what is not shown, without its colours. A second press stops.
+  async #save() {
+    if (this.#saving) {
+      this.#saving.abort();
+      return;
+    }
+    const button = byId("log-save");
+    this.#saving = new AbortController();
+    try {
+      const chunks = await readAll((share) => setText(button, `Stop saving, ${Math.round(share * 100)} %`), this.#saving.signal);
+      saveAs(`log-${timeStamp()}.txt`, "text/plain", plainText(chunks));
+    } catch {
+      this.#say(this.#saving.signal.aborted ? "Nothing is saved." : "The log could not be read: nothing is saved.");
+    }
+    this.#saving = null;
+    setText(button, "Save all");
   }
 
   // Shows the end, or the line that was last scrolled to: hidden by the filter, the next one that is not.
@@ -168,7 +183,7 @@ export class LogView {
 
   #count() {
     const all = this.#output.childElementCount;
-    const shown = this.#words() === "" ? all : [...this.#output.children].filter((line) => !line.hidden).length;
+    const shown = this.#filter.isActive ? this.#output.querySelectorAll(":scope > :not([hidden], .around)").length : all;
     setText(byId("log-count"), this.#state || (shown === all ? `${all} lines` : `${shown} of ${all} lines`));
     const earlier = byId("log-earlier");
     earlier.hidden = !this.#start;
@@ -176,12 +191,7 @@ export class LogView {
   }
 }
 
-const isWanted = (line, words) => words === "" || line.textContent.toLowerCase().includes(words);
-
-function lineNode(pieces, words) {
-  const spans = pieces.map(({ text, classes }) =>
-    (classes.length === 0 ? text : element("span", { class: classes.join(" ") }, text)));
-  const line = element("div", {}, ...spans);
-  line.hidden = !isWanted(line, words);
-  return line;
+function lineNode(pieces) {
+  return element("div", {}, ...pieces.map(({ text, classes }) =>
+    (classes.length === 0 ? text : element("span", { class: classes.join(" ") }, text))));
 }

@@ -180,7 +180,7 @@ export class Plot {
     for (const tick of ticks(min, max, (this.#width() - LEFT_PX) / LABEL_PX, X_STEPS)) {
       this.#line(this.#x(tick), 4, this.#x(tick), top, "--line");
       pen.fillStyle = this.#colour("--muted");
-      pen.fillText(clock(tick), Math.min(this.#x(tick), this.#width() - 30), top + 6);
+      if (this.#x(tick) < this.#width() - LABEL_PX / 3) pen.fillText(clock(tick), this.#x(tick), top + 6);
     }
   }
 
