@@ -113,7 +113,7 @@ void Fcgi::acceptFailed() {
 
 // Without a descriptor the connection stays in the queue and keeps the listening socket readable.
 void Fcgi::rejectConnection() {
-    LOG_MESSAGE(Warn, "Out of descriptors, connection turned away");
+    LOG_MESSAGE(Warn, "Out of descriptors, connection rejected");
     reserved_.close();
     Descriptor(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC)).close();
     reserved_ = openReserved();

@@ -30,7 +30,7 @@ TEST(Json, SplitsObjectsAndArraysOneLevelDeep) {
     EXPECT_EQ(parsed(std::string("{a:1\0002,b:\"\0\"}", 13)), std::string("a=1\0002|b=\0", 9));
 }
 
-TEST(Json, TellsWhereTheErrorIs) {
+TEST(Json, ReportsTheErrorPosition) {
     EXPECT_EQ(parsed("  }"), "@2");
     EXPECT_EQ(parsed(R"({"a b":1})"), "@4");
     EXPECT_EQ(parsed(R"({"a":"x\"y"})"), "@9");
@@ -38,7 +38,7 @@ TEST(Json, TellsWhereTheErrorIs) {
     EXPECT_EQ(parsed(R"({"a":"1"]})"), "@8");
 }
 
-TEST(Json, DropsAValueThatIsCutOffWhereverThatIs) {
+TEST(Json, DropsAnIncompleteValue) {
     const std::string body = R"({"a":1,"b":"x",'c':[{"d":2}]})";
     const std::pair<std::size_t, const char*> ends[] = {
         {7, ""}, {14, "a=1"}, {28, "a=1|b=x"}, {body.size() + 1, R"(a=1|b=x|c:[{"d":2}])"}};
@@ -48,7 +48,17 @@ TEST(Json, DropsAValueThatIsCutOffWhereverThatIs) {
             EXPECT_EQ(parsed(body.substr(0, size)), pairs) << size;
 }
 
-TEST(Json, RefusesMorePairsThanAnySetNeedsAndStartsAfreshWithEachParse) {
+TEST(Json, EachStateIsACallOfItsOwn) {
+    Json json;
+    EXPECT_EQ(json.nextChar<0>('['), 4);
+    EXPECT_EQ(json.nextChar<0>('{'), 4) << "the array flag stays";
+    EXPECT_EQ(json.nextChar<4>('"'), 5);
+    EXPECT_EQ(json.nextChar<2>(':'), 2) << "only without a value's closing quote";
+    EXPECT_EQ(json.nextChar<7>(' '), 7);
+    EXPECT_EQ(json.nextChar<7>('}'), 8);
+}
+
+TEST(Json, RefusesTooManyPairsAndDiscardsEarlierOnes) {
     std::string body = "[";
     for (std::size_t i = 0; i < Json::MAX_PAIRS; ++i)
         body += "1,";
@@ -86,18 +96,19 @@ std::string assigned(const std::string& body) {
            "]=" + setRequest.pairs.back().second.text;
 }
 
-TEST(SetRequest, WithoutAValueIsRecognisedWhereverTheBodyIsCut) {
+TEST(SetRequest, HasNoValueWhereverTheBodyIsCut) {
     const std::string body = R"({"M":{"V":{"Index":1,"Index":"2","A":5}}})";
     for (std::size_t size = 0; size < body.size() - 1; ++size)
         EXPECT_EQ(assigned(body.substr(0, size)), "nothing") << size;
     EXPECT_EQ(assigned(body.substr(0, body.size() - 1)), "M.V[2]=5") << "only the last bracket is missing";
+    EXPECT_EQ(assigned(R"({"M":0,"N":{"U":0,"V":5}})"), "M.V[0]=5") << "first key, last key";
     for (const char* empty : {"[]", R"({"M":{}})", R"({"M":{"V":{}}})", R"({"M":{"V":{"Index":5}}})"})
         EXPECT_EQ(assigned(empty), "nothing") << empty;
     EXPECT_THROW(assigned(R"({"M":{"Index":"x","V":5}})"), std::invalid_argument);
     EXPECT_THROW(assigned(R"({"M":{"Index":99999999999,"V":5}})"), std::out_of_range);
 }
 
-TEST(SetRequest, TellsErrorsOfEachLevelAndEndsBottomlessOnes) {
+TEST(SetRequest, ReportsErrorsOfEachLevelAndItsDepth) {
     EXPECT_EQ(assigned(R"({"M":{"V" 5}})"), "JSON parse error at 5.\r\n");
     std::string deep = "1";
     for (int level = 0; level < 16; ++level)

@@ -1,15 +1,14 @@
 #include "apps/web/service/logging.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "records.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <optional>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -18,16 +17,11 @@
 
 namespace {
 
+using records::openDescriptors;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-constexpr char GONE[] = "Warn dmesg exited, no more log output for web gui.";
-
-std::ptrdiff_t openDescriptors() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), {});
-}
-
-// Collects the children, those below a shell included. False when one does not end within a while.
+// Collects the children, those below a shell included. False when one does not end in time.
 bool haveAllEnded() {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     pid_t ended = 0;
@@ -37,8 +31,7 @@ bool haveAllEnded() {
     return ended < 0;
 }
 
-// A feed whose dmesg is a shell script of the test. The test's process takes the orphans in, so that it sees
-// the end of whatever the feed has started.
+// A feed whose dmesg is a shell script. The test process is the subreaper of all its descendants.
 class LoggingTest : public testing::Test {
 protected:
     LoggingTest() {
@@ -48,7 +41,7 @@ protected:
         path_ = getenv("PATH");
         setenv("PATH", (folder_.string() + ":" + path_).c_str(), 1);
         logging_.emplace(poll_);
-        LOG_MESSAGE(LogLight, "opens the log, so that its descriptor is there when they are counted");
+        LOG_MESSAGE(LogLight, "opens the log before descriptors are counted");
     }
     ~LoggingTest() override {
         logging_.reset();
@@ -64,7 +57,7 @@ protected:
         logging_->init();
     }
 
-    // Runs the loop, as the service does, until `isSo` or, for a test that fails, a while.
+    // Runs the loop until `isSo`, or times out.
     template <typename Condition>
     bool run(Condition isSo) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -79,9 +72,9 @@ protected:
         return run([&] { return logging_->text().ends_with(end); });
     }
 
-    std::ptrdiff_t timesToldGone() const {
+    std::ptrdiff_t hangUps() const {
         const std::vector<std::string> lines = log_.messages();
-        return std::count(lines.begin(), lines.end(), GONE);
+        return std::count(lines.begin(), lines.end(), "Warn dmesg exited, no more log output for web gui.");
     }
 
     EventPoll poll_;
@@ -91,37 +84,30 @@ protected:
     std::string path_;
 };
 
-TEST_F(LoggingTest, TextIsTheConvertedOutputAndAMultipleOf256BytesIsRepeatedUpToItsFirstEscape) {
+TEST_F(LoggingTest, MultipleOf256BytesIsRepeatedUpToItsFirstEscape) {
     start(R"(printf '%s|\033[1m%0234d' "$*" 7; exec sleep 1000)");
     const std::string converted = "--color=always -w|<span style=''>" + std::string(233, '0') + "7";
     ASSERT_TRUE(runUntilText("7--color=always -w|"));
     EXPECT_EQ(logging_->text(), converted + "--color=always -w|");
 }
 
-TEST_F(LoggingTest, HangUpIsToldOnceLeavesTheLoopAtRestAndNoZombie) {
+TEST_F(LoggingTest, HangUpIsLoggedOnceAndLeavesNoZombie) {
     const std::ptrdiff_t before = openDescriptors();
     start("exit 3");
-    ASSERT_TRUE(run([&] { return timesToldGone() > 0; }));
+    ASSERT_TRUE(run([&] { return hangUps() > 0; }));
     EXPECT_TRUE(run([] { return waitpid(-1, nullptr, WNOHANG | WNOWAIT) < 0; }));
-    EXPECT_LE(poll_.wait(0, true), EventPoll::Dispatched); // reported once more as it is registered anew
+    EXPECT_LE(poll_.wait(0, true), EventPoll::Dispatched); // reported once more when it is registered again
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(poll_.wait(1, true), EventPoll::Timeout);
     logging_->event(EventPoll::Callback::Hangup);
-    EXPECT_EQ(timesToldGone(), 1);
+    EXPECT_EQ(hangUps(), 1);
     EXPECT_EQ(openDescriptors(), before + 1); // the pipe stays open
     logging_.reset();
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_THAT(log_.messages().back(), HasSubstr("Remove  client")); // it was registered to the end
 }
 
-TEST_F(LoggingTest, MissingToolIsAHangUp) {
-    setenv("PATH", folder_.c_str(), 1);
-    logging_->init();
-    EXPECT_TRUE(run([&] { return timesToldGone() > 0; }));
-    EXPECT_EQ(logging_->text(), "");
-}
-
-TEST_F(LoggingTest, DestructionEndsTheToolAndWhatItStartedAtAnyMoment) {
+TEST_F(LoggingTest, DestructionEndsTheChildAndItsDescendants) {
     start("sleep 1000 & echo started; wait");
     ASSERT_TRUE(runUntilText("started\n"));
     for (int i = 0; i < 50; ++i) {
@@ -132,8 +118,8 @@ TEST_F(LoggingTest, DestructionEndsTheToolAndWhatItStartedAtAnyMoment) {
     EXPECT_TRUE(haveAllEnded());
 }
 
-TEST_F(LoggingTest, ChildHasThreeDescriptorsAndPlainSignals) {
-    const int leaking = open("/dev/null", O_RDONLY); // not close-on-exec, as one from the service's starter
+TEST_F(LoggingTest, ChildHasThreeDescriptorsAndDefaultSignals) {
+    const int leaking = open("/dev/null", O_RDONLY); // inherited without close-on-exec
     int pid = 0;
     const int fd = Logging::popen("ls /proc/$$/fd; exec grep -E 'Sig(Blk|Ign)' /proc/self/status", pid);
     std::string seen;
@@ -144,7 +130,15 @@ TEST_F(LoggingTest, ChildHasThreeDescriptorsAndPlainSignals) {
     EXPECT_EQ(seen, "0\n1\n2\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
-TEST_F(LoggingTest, StartThatFailsThrowsAndLeavesNothing) {
+TEST_F(LoggingTest, ChildThatCannotBeExecutedExitsWith127) {
+    int pid = 0;
+    close(Logging::popen(std::string(1 << 20, 'x').c_str(), pid)); // an argument longer than execve takes
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(WEXITSTATUS(status), 127);
+}
+
+TEST_F(LoggingTest, FailedStartThrowsAndLeavesNothing) {
     const std::ptrdiff_t before = openDescriptors();
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);

@@ -1,5 +1,6 @@
 #include "apps/web/service/qorapp.h"
 
+#include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/events_gen.h"
 #include "apps/web/service/app/firmwareupdate.h"
 #include "apps/web/service/fcgi.h"
@@ -31,7 +32,7 @@ const std::string NO_SUCH_FILE = R"({"result": "No such file" })";
 const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
 const std::string UNKNOWN = R"({"result": "Unknown request" })";
 
-// The content of all STDOUT records, behind the default header.
+// The content of all STDOUT records after the default header.
 std::string outputOf(const std::string& bytes) {
     std::string output;
     for (std::size_t at = 0; at + 8 <= bytes.size();) {
@@ -45,54 +46,36 @@ std::string outputOf(const std::string& bytes) {
     return output.starts_with(header) ? output.substr(header.size()) : "no header: " + output;
 }
 
-// An app on memories of the test's own, whose requests come over a socket pair.
+// An app with memories and a root folder of its own.
 class QorAppTest : public testing::Test {
 protected:
     QorAppTest() {
-        char name[] = "/tmp/qorapp-XXXXXX";
-        folder_ = mkdtemp(name) + "/"s;
+        for (const char* folder : {"/var/LDA", "/update", "/tmp"})
+            std::filesystem::create_directories(root_ + folder);
+        setenv("VIRTUAL_DEVICE_ROOT", root_.c_str(), 1);
     }
-    ~QorAppTest() override { std::filesystem::remove_all(folder_); }
+    ~QorAppTest() override {
+        gComponentLogLevel = nullptr;
+        unsetenv("VIRTUAL_DEVICE_ROOT");
+        std::filesystem::remove_all(root_);
+    }
 
-    using Params = std::initializer_list<std::pair<const char*, const char*>>;
-
-    // The answer that `act` gives to a request.
-    template <typename Act>
-    std::string answer(Params params, const std::string& body, Act act) {
+    std::string ask(const std::string& path, const char* method = "GET", const std::string& body = "",
+                    const char* type = "") {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        const Descriptor client(ends[0]);
         Request request(&fcgi_, ends[1], 7);
-        for (const auto& [name, value] : params)
-            request.addParam(name, value);
+        request.addParam("PATH_INFO", path);
+        request.addParam("REQUEST_METHOD", method);
+        request.addParam("CONTENT_TYPE", type);
         request.appendPostData(reinterpret_cast<const unsigned char*>(body.data()),
                                static_cast<int>(body.size()));
-        act(request);
-        if (!request.isFinished())
-            request.end();
-        const std::string bytes = records::received(ends[0]);
-        close(ends[0]);
-        return outputOf(bytes);
+        app_.handleRequest(&request);
+        return outputOf(records::received(ends[0]));
     }
-
-    std::string ask(const char* path, const char* method = "GET", const char* type = "",
-                    const std::string& body = "") {
-        return answer(
-            {{"PATH_INFO", path}, {"REQUEST_METHOD", method}, {"CONTENT_TYPE", type}}, body,
-            [this](Request& request) { app_.handleRequest(&request); });
-    }
-
     std::string file(const char* method, const std::string& name, const std::string& body = "") {
-        return fileIn(folder_, method, name, body);
-    }
-    std::string fileIn(const std::string& folder, const char* method, const std::string& name,
-                       const std::string& body = "") {
-        return answer(
-            {{"REQUEST_METHOD", method}}, body,
-            [&](Request& request) { app_.fileOperation(&request, folder, name); });
-    }
-    std::string list(const std::string& folder) {
-        return answer(
-            {}, "", [&](Request& request) { app_.listOperation(&request, folder); });
+        return ask("/lenstables/file" + name, method, body);
     }
 
     MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories_.base(7)); }
@@ -111,10 +94,12 @@ protected:
     EventPoll poll_;
     Fcgi fcgi_{0, poll_};
     QorApp app_{"BOARD", "K1-7"};
-    std::string folder_;
+    char name_[20] = "/tmp/qorapp-XXXXXX";
+    const std::string root_ = mkdtemp(name_);
+    const std::string folder_ = root_ + "/var/LDA/";
 };
 
-TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConnected) {
+TEST_F(QorAppTest, DeviceInfoHasIdentitySpaceAndAccessories) {
     std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
     accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
     accessories().RBusDeviceList[15] = {1, 1234, "", "9", "", "", 0, 0};
@@ -137,7 +122,7 @@ TEST_F(QorAppTest, DeviceInfoTellsTheDeviceItsSpaceAndTheAccessoriesThatAreConne
                   "\r\n  ]\r\n}\r\n");
 }
 
-TEST_F(QorAppTest, StatusCountsTheProgressOverAllParts) {
+TEST_F(QorAppTest, StatusCountsProgressOverAllParts) {
     const auto status = [&](int progress, int index, int count, int state) {
         accessories().RBusUpdateProgress = progress;
         accessories().RBusUpdateIndex = index;
@@ -152,7 +137,7 @@ TEST_F(QorAppTest, StatusCountsTheProgressOverAllParts) {
     EXPECT_THAT(posted(), IsEmpty());
 }
 
-TEST_F(QorAppTest, TheFirstStatusThatSeesAValidFileStartsItsUpdate) {
+TEST_F(QorAppTest, FirstStatusOfAValidFileStartsTheUpdate) {
     accessories().RBusUpdateState = 2;
     media().HostUpdateFileState = 2;
     for (int i = 0; i < 2; ++i) {
@@ -164,7 +149,7 @@ TEST_F(QorAppTest, TheFirstStatusThatSeesAValidFileStartsItsUpdate) {
                 ElementsAre(EventId::VarRBusUpdateStartChanged, EventId::VarHostUpdateStartChanged));
 }
 
-TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers) {
+TEST_F(QorAppTest, AccessoryFileNameAlwaysPostsAChange) {
     accessories().RBusUpdateState = 10;
     accessories().RBusUpdateProgress = 100;
     offerAccessoryFile("A-B", " +7x");
@@ -188,7 +173,7 @@ TEST_F(QorAppTest, AnAccessorysFileIsAChangeEveryTimeAndTheRestOnlyWhenItDiffers
     EXPECT_THAT(posted(), ElementsAre(EventId::VarHostUpdateFileNameChanged));
 }
 
-TEST_F(QorAppTest, PathsAreComparedWholeWhereTheyEndAndByTheirBeginningElsewhere) {
+TEST_F(QorAppTest, RoutesByWholePathsAndPrefixes) {
     for (const char* path :
          {"", "/", "/device", "/device/", "/device/info/", "/device/update/", "/devices/info", "/lenstables",
           "/lenstables/list/", "/lenstables/fil", "/setup/list", "/focusringsX/file/a"})
@@ -200,25 +185,24 @@ TEST_F(QorAppTest, PathsAreComparedWholeWhereTheyEndAndByTheirBeginningElsewhere
     EXPECT_THAT(log_.messages(), Contains("LogMost QorApp: HEAD /lenstables/file/x"));
 }
 
-TEST_F(QorAppTest, AFileComesBackAsItWasStoredAndIsListed) {
-    EXPECT_EQ(list(folder_), "[\r\n]");
+TEST_F(QorAppTest, StoresReturnsAndListsFiles) {
+    EXPECT_EQ(ask("/lenstables/list"), "[\r\n]");
     std::string content;
     for (int i = 0; i < 100'000; ++i)
         content += static_cast<char>(i * 7 >> 2);
-    EXPECT_EQ(file("PUT", "a \"b\".tab", content), SUCCESS);
-    EXPECT_EQ(file("GET", "a \"b\".tab"), content);
-    EXPECT_EQ(file("PUT", "a \"b\".tab", ""), SUCCESS);
-    EXPECT_EQ(file("GET", "a \"b\".tab"), "");
+    for (const std::string& stored : {content, ""s}) {
+        EXPECT_EQ(file("PUT", "a \"b\".tab", stored), SUCCESS);
+        EXPECT_EQ(file("GET", "a \"b\".tab"), stored);
+    }
     EXPECT_EQ(file("POST", "a \"b\".tab"), UNKNOWN);
     std::filesystem::create_symlink("a \"b\".tab", folder_ + "link");
     std::filesystem::create_directory(folder_ + "folder");
-    EXPECT_EQ(list(folder_), "[\r\n\"a \"b\".tab\"\r\n]") << "regular files only";
-    file("PUT", "c");
-    EXPECT_THAT(list(folder_), testing::ContainsRegex("^.\r\n\"[ac].*\",\r\n\"[ac].*\"\r\n]$"));
+    EXPECT_EQ(ask("/lenstables/list"), "[\r\n\"a \"b\".tab\"\r\n]") << "regular files only";
+    file("PUT", "/c");
+    EXPECT_THAT(ask("/lenstables/list"), testing::ContainsRegex("^.\r\n\"[ac].*\",\r\n\"[ac].*\"\r\n]$"));
 }
 
-// Missing folders, a full disk and the longest name: the system tests have them.
-TEST_F(QorAppTest, NamesThatAreNoFileAndFoldersThatTakeNoneAreAnsweredAndLeftAlone) {
+TEST_F(QorAppTest, RefusesNamesOfOtherThingsThanFiles) {
     ASSERT_EQ(mkfifo((folder_ + "pipe").c_str(), 0600), 0);
     std::filesystem::create_directory(folder_ + "inner");
     for (const std::string& name : {"/inner"s, "/.."s, "/none/x"s, "/" + std::string(5000, 'n'), "/a\0b"s}) {
@@ -228,22 +212,30 @@ TEST_F(QorAppTest, NamesThatAreNoFileAndFoldersThatTakeNoneAreAnsweredAndLeftAlo
     }
     EXPECT_EQ(file("GET", "/pipe"), NO_SUCH_FILE);
     EXPECT_EQ(file("PUT", "/pipe", "x"), OPEN_ERROR);
-    EXPECT_EQ(list(folder_), "[\r\n]");
-    EXPECT_EQ(fileIn("/sys/", "PUT", "a", "1"), OPEN_ERROR) << "nobody may make files there";
-    EXPECT_EQ(fileIn("/proc/none/", "PUT", "a", "1"), OPEN_ERROR);
-    EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /proc/none/"));
+    std::filesystem::remove_all(root_ + "/var");
+    EXPECT_EQ(file("PUT", "/a", "x"), OPEN_ERROR);
+    EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /var//LDA/"));
 }
 
-TEST_F(QorAppTest, AnUploadNeedsAFormWhoseTypeNamesItsBoundaryAndBothFields) {
+TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
     for (const char* type : {"", "text/plain; boundary=b", "multipart/form-data; boundary=\"\""})
-        EXPECT_EQ(ask("/device/update", "POST", type), R"({"result": "Invalid content type" })") << type;
-    const char* const missing = "'deviceid' and 'file' are mandatory, but at least one is missing.";
-    EXPECT_EQ(ask("/device/update", "POST", "multipart/form-data; charset=x; boundary=\"b c\"",
-                  "--b c\nname=deviceid\n\nA-1\r\n--b c--"),
-              "{\"result\": \""s + missing + "\" }");
-    EXPECT_THAT(log_.messages(), testing::IsSupersetOf({"Warn No multipart/form-data"s, "Warn No boundary"s,
-                                                        "Warn "s + missing}));
+        EXPECT_EQ(ask("/device/update", "POST", "", type), R"({"result": "Invalid content type" })") << type;
+    static gen::LogLevel level = gen::DebugAll;
+    gComponentLogLevel = &level;
+    const std::string missing = "'deviceid' and 'file' are mandatory, but at least one is missing.";
+    const char* const type = "multipart/form-data; charset=x; boundary=\"b c\"";
+    const std::string id = "--b c\nname=deviceid\n\nBOARD-K1-7\r\n--b c";
+    EXPECT_EQ(ask("/device/update", "POST", id, type), "{\"result\": \"" + missing + "\" }");
     EXPECT_THAT(posted(), IsEmpty());
+    EXPECT_EQ(ask("/device/update", "POST", id + "\nname=file\n\nfirmware\r\n--b c--", type),
+              R"({"taskid": "BOARD-K1-7" })");
+    EXPECT_TRUE(std::filesystem::exists(root_ + "/update/host.swu"));
+    EXPECT_THAT(
+        log_.messages(),
+        testing::IsSupersetOf(
+            {"Warn No multipart/form-data"s, "Warn No boundary"s, "Warn " + missing,
+             "DebugAll Request content:"s, "DebugAll   \"deviceid\": \"BOARD-K1-7\""s,
+             "LogLight Received update file for device ID BOARD-K1-7, our device ID is BOARD-K1-7."s}));
 }
 
 } // namespace

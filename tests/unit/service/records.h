@@ -14,7 +14,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-/// FastCGI as the web server speaks it, for tests that hold the bytes in their own hands.
+/// FastCGI records as the web server sends them.
 namespace records {
 
 inline std::string record(int type, std::string_view content, int padding = 0, int requestId = 1) {
@@ -30,18 +30,16 @@ inline std::string pair(std::string_view name, std::string_view value) {
         value);
 }
 
-/// A whole request: what a web server sends for `script` with `body`.
+/// A whole request for `script`; `params` are further pairs.
 inline std::string request(std::string_view script, std::string_view body = "", bool keep = false,
-                           int requestId = 1) {
+                           int requestId = 1, const std::string& params = "") {
     const std::string begin = std::string("\0\1", 2) + (keep ? '\1' : '\0') + std::string(5, '\0');
-    std::string bytes = record(1, begin, 0, requestId) +
-                        record(4, pair("SCRIPT_NAME", script), 3, requestId) + record(4, "", 0, requestId);
-    if (!body.empty())
-        bytes += record(5, body, 1, requestId);
-    return bytes + record(5, "", 0, requestId);
+    return record(1, begin, 0, requestId) + record(4, pair("SCRIPT_NAME", script) + params, 3, requestId) +
+           record(4, "", 0, requestId) + (body.empty() ? "" : record(5, body, 1, requestId)) +
+           record(5, "", 0, requestId);
 }
 
-/// What has arrived on a socket, without waiting.
+/// The bytes that have arrived on a socket.
 inline std::string received(int fd) {
     std::string bytes;
     char chunk[4096];
@@ -56,8 +54,7 @@ inline std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// A listener in this process whose requests are answered by `answer_`, and its clients. The socket is a
-/// local one: what one end has sent is there for the other at once, however busy the machine is.
+/// A listener in this process and its clients. On a local socket, sent bytes have arrived when send returns.
 class ListenerTest : public testing::Test, public Fcgi::RequestCallback {
 protected:
     ListenerTest() { fcgi_.callback = this; }
@@ -72,8 +69,7 @@ protected:
     }
 
     void send(int client, std::string_view bytes) {
-        EXPECT_EQ(::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
+        EXPECT_EQ(::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL), std::ssize(bytes));
         turn();
     }
 
@@ -96,7 +92,7 @@ protected:
         turn();
     }
 
-    /// Lets the loop run until there is nothing to do. One that spins does not come out of here.
+    /// Runs the loop until it is idle. A loop that spins times out here.
     void turn() {
         while (poll_.wait(0, true) == EventPoll::Dispatched) {
         }
@@ -106,14 +102,13 @@ protected:
     sockaddr_un address_ = listenOnStandardInput();
     Fcgi fcgi_{poll_};
     std::list<int> clients_;
-    Request* request_ = nullptr; // the last one that came
+    Request* request_ = nullptr; // the last one
     std::function<void(Request&)> answer_ = [](Request& request) {
         if (request.param("SCRIPT_NAME") != "/wait")
             request.end();
     };
 
 private:
-    /// Where a service finds the listening socket that it was started with.
     static sockaddr_un listenOnStandardInput() {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;

@@ -12,7 +12,7 @@ using testing::HasSubstr;
 
 class RequestTest : public ListenerTest {};
 
-TEST_F(RequestTest, AnswerCarriesTheDefaultHeaderAndEchoesVersionAndId) {
+TEST_F(RequestTest, AnswerHasDefaultHeaderAndEchoesVersionAndId) {
     answer_ = [](Request& request) {
         request.output() << "{}";
         request.error() << "oops";
@@ -28,7 +28,7 @@ TEST_F(RequestTest, AnswerCarriesTheDefaultHeaderAndEchoesVersionAndId) {
                                          std::string("\0\3\x12\x34\0\10\0\0", 8) + std::string(8, '\0'));
 }
 
-TEST_F(RequestTest, ReadsTheSameWhereverTheStreamIsCut) {
+TEST_F(RequestTest, ReadsTheSameFromAnyPieces) {
     const std::string input = request("/api", "body", true);
     std::vector<std::string> bodies;
     answer_ = [&](Request& request) {
@@ -59,7 +59,7 @@ TEST_F(RequestTest, SurvivesFlippedBits) {
     EXPECT_EQ(received(send(request("/x"))), END_RECORD);
 }
 
-TEST_F(RequestTest, ParametersAreReadUpToThePairThatDoesNotFit) {
+TEST_F(RequestTest, ParametersEndAtThePairThatDoesNotFit) {
     Request request(&fcgi_, -1, 0);
     const auto params = [&](const std::string& content) {
         const std::vector<unsigned char> exactly(content.begin(), content.end());
@@ -82,7 +82,7 @@ TEST_F(RequestTest, ParametersAreReadUpToThePairThatDoesNotFit) {
     }
 }
 
-TEST_F(RequestTest, KeepsTheConnectionForTheNextRequestWhenAsked) {
+TEST_F(RequestTest, KeptConnectionTakesTheNextRequest) {
     std::vector<std::string> bodies;
     answer_ = [&](Request& request) {
         bodies.push_back(request.postData() + request.param("SCRIPT_NAME"));
@@ -97,7 +97,7 @@ TEST_F(RequestTest, KeepsTheConnectionForTheNextRequestWhenAsked) {
     EXPECT_FALSE(request_->context.has_value()) << "an answered request waits no longer";
 }
 
-TEST_F(RequestTest, OutputGoesOutWhileTheAnswerGrowsInRecordsThatNeedNoPadding) {
+TEST_F(RequestTest, OutputIsSentInRecordsWithoutPadding) {
     const int client = send("");
     answer_ = [&](Request& request) {
         request.writeHeader("");
@@ -113,28 +113,52 @@ TEST_F(RequestTest, OutputGoesOutWhileTheAnswerGrowsInRecordsThatNeedNoPadding) 
                                     std::string("\1\6\0\1\0\1\7\0z\0\0\0\0\0\0\0", 16) + END_RECORD);
 }
 
-TEST_F(RequestTest, APeerThatStopsSendingIsGone) {
+TEST_F(RequestTest, EndOfFileCountsAsHangUp) {
     answer_ = [](Request& request) { request.context = 0; };
     const int client = send(request("/x"));
     EXPECT_FALSE(request_->isFinished());
-    shutdown(client, SHUT_WR); // on TCP this is all that a close shows: end of file
+    shutdown(client, SHUT_WR); // on TCP a closed connection shows only end of file
     turn();
     EXPECT_TRUE(request_->isClosed());
     EXPECT_FALSE(request_->context.has_value());
 }
 
-TEST_F(RequestTest, APeerThatVanishesWhileItIsAnsweredCostsOnlyItsAnswer) {
+TEST_F(RequestTest, PeerThatDisconnectsDuringItsAnswerLosesOnlyThat) {
     answer_ = [this](Request& request) {
         shutdown(clients_.back(), SHUT_RDWR);
         request.output() << std::string(1 << 20, 'x');
         request.end();
-        EXPECT_TRUE(request.isClosed()) << "the rest of a record is lost: the stream is of no more use";
+        EXPECT_TRUE(request.isClosed()) << "after a partial record the connection is unusable";
     };
     send(request("/x", "", true));
     EXPECT_NE(request_, nullptr);
 }
 
-TEST_F(RequestTest, AnExceptionEndsTheRequestAndNothingElse) {
+TEST_F(RequestTest, ReadsOneRecordAtATimeByItself) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    Request request(&fcgi_, ends[0], 7);
+    clients_.push_back(ends[1]);
+    EXPECT_FALSE(request.readRecord());
+    const std::string bytes = records::request("/x", "body");
+    send(ends[1], bytes.substr(0, bytes.size() - 1));
+    for (int record = 0; record < 4; ++record)
+        EXPECT_TRUE(request.readRecord());
+    EXPECT_EQ(request.param("SCRIPT_NAME") + request.postData(), "/xbody");
+    EXPECT_FALSE(request.readRecord()) << "the last record is not complete";
+    request.writeHeader("");
+    request.output() << "text";
+    request.write(std::string(8193, 'x'));
+    EXPECT_EQ(received(ends[1]).size(), 8 + 8197 + 3u);
+    request.output() << "more";
+    EXPECT_EQ(request.output().str(), "more");
+    EXPECT_EQ(request.close(), 0);
+    EXPECT_LT(request.close(), 0);
+    EXPECT_NO_THROW(request.sendError()) << "nothing to send";
+    EXPECT_THROW(request.sendOutput(), std::runtime_error);
+}
+
+TEST_F(RequestTest, AnExceptionEndsOnlyItsRequest) {
     answer_ = [](Request& request) {
         request.output() << "begun";
         throw std::runtime_error("broken");

@@ -22,7 +22,7 @@ std::string text(VariableTree& tree) {
     return out.str();
 }
 
-TEST(VariableTree, IsAlwaysWhatAFreshPrintGives) {
+TEST(VariableTree, EqualsAFreshPrintAfterAnyChange) {
     Memories memories;
     LogCapture log; // random enumerations are reported
     VariableTree tree;
@@ -35,12 +35,12 @@ TEST(VariableTree, IsAlwaysWhatAFreshPrintGives) {
         }
         if (round % 3 == 0)
             tree.variable(random() % MEMORY_ARRAY_SIZE, 0);
-        VariableTree fresh; // remembers nothing
+        VariableTree fresh; // without texts from before
         ASSERT_EQ(text(tree), text(fresh)) << round;
     }
 }
 
-TEST(VariableTree, FollowsItsMemoryThroughUnmappingAndBack) {
+TEST(VariableTree, FollowsItsMemoryThroughUnmapping) {
     VariableTree tree;
     EXPECT_THAT(
         text(tree),
@@ -56,7 +56,7 @@ TEST(VariableTree, FollowsItsMemoryThroughUnmappingAndBack) {
     EXPECT_THROW(tree.variable(0, 73), std::runtime_error);
 }
 
-TEST(VariableTree, ReportsAnInvalidValueWithEachReading) {
+TEST(VariableTree, LogsAnInvalidValueWithEachReading) {
     Memories memories;
     memories.base(17)[0] = 8;
     VariableTree tree;
@@ -67,7 +67,7 @@ TEST(VariableTree, ReportsAnInvalidValueWithEachReading) {
                                             "Error Value 8 of enum LogLevel is above number of entries (8)"));
 }
 
-TEST(UpdateDocument, TellsVariablesThatHaveNoValueAmongTheErrors) {
+TEST(UpdateDocument, ListsVariablesWithoutValueAsErrors) {
     UpdateDocument document;
     document.beginVariable(3, "MemA", "One");
     document.addError(7, "broken");
