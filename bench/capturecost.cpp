@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-// Measures a capture of the display and, beside it in the same run, libpng writing the same pixels from
-// memory to memory. To be run as a process of a virtual device. Prints, for each of the two: median and
-// longest processor time in milliseconds, peak of what is allocated during it in KiB, and the size of the
-// image.
+// Measures a capture of the display and, in the same run, libpng encoding the same pixels from memory to
+// memory. Runs as a process of a virtual device. Prints for each of the two: median and longest processor
+// time in milliseconds, peak of allocated memory in KiB, and the size of the image.
 
 extern "C" void* __libc_malloc(std::size_t size);
 extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
@@ -36,7 +35,7 @@ void* counted(void* block) {
 
 } // namespace
 
-// In front of the C library's, for this program and all libraries.
+// Replace the C library's functions in this program and all libraries.
 
 extern "C" void* malloc(std::size_t size) {
     return counted(__libc_malloc(size));
@@ -58,7 +57,7 @@ extern "C" void free(void* block) {
 
 namespace {
 
-// Takes the pieces as a connection would: they are counted and gone.
+// Counts the bytes and discards them.
 class Drain : public std::streambuf {
 public:
     std::size_t size = 0;
@@ -94,7 +93,7 @@ std::size_t encodeInMemory(std::vector<png_bytep>& rows, std::uint32_t width) {
     return out.size();
 }
 
-// Time that this process has had on a processor: what else the machine does is not counted.
+// Processor time of this process; other load on the machine does not count.
 double processorMs() {
     timespec time{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);

@@ -16,8 +16,7 @@ namespace {
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
 
-// A large body's memory, and that of what is made of it, goes back to the system as soon as the request is
-// over, instead of staying in the heap.
+// Returns the memory of large bodies to the system as soon as it is freed, instead of keeping it in the heap.
 void returnLargeBlocks() {
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
@@ -53,6 +52,6 @@ int main(int argc, char** argv) {
     try {
         return run();
     } catch (...) {
-        throw; // caught so that the stack unwinds: listener and handler go before the process ends
+        throw; // caught so that the stack unwinds and listener and handler are destroyed
     }
 }
