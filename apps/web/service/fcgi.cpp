@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -51,11 +53,13 @@ Fcgi::Fcgi(int port, EventPoll& poll)
 }
 
 Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), reserved_(openReserved()) {
+    setOption(listening(), IPPROTO_TCP, TCP_NODELAY);
     poll_.add(listening(), this, EPOLLIN);
 }
 
 Fcgi::~Fcgi() {
-    poll_.remove(listening());
+    if (!isPaused_)
+        poll_.remove(listening());
     socket_.close();
     for (const auto& [id, request] : registry_)
         if (!request->isFinished())
@@ -69,10 +73,20 @@ int Fcgi::listening() const {
 void Fcgi::event(EventType type) {
     if (type > Readable)
         return;
+    for (const Request* request : std::exchange(abandoned_, {}))
+        accepted_.erase(request);
     Descriptor connection(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.isOpen())
-        acceptFailed();
-    else if (isFull())
+        return acceptFailed();
+    try {
+        take(std::move(connection));
+    } catch (const std::exception& exception) {
+        LOG_MESSAGE(Error, "Connection closed: %s", exception.what());
+    }
+}
+
+void Fcgi::take(Descriptor connection) {
+    if (isFull())
         parked_.add(std::move(connection));
     else
         serve(std::move(connection));
@@ -81,17 +95,24 @@ void Fcgi::event(EventType type) {
 bool Fcgi::isFull() {
     if (registry_.size() < MAX_REQUESTS)
         return false;
-    cleanup(); // safe: a marked request has left the loop and gets no more events
+    deleteMarked(); // safe: a marked request has left the loop and gets no more events
     const auto isOpen = [](const auto& entry) { return !entry.second->isFinished(); };
     return std::count_if(registry_.begin(), registry_.end(), isOpen) >=
            static_cast<std::ptrdiff_t>(MAX_REQUESTS);
 }
 
 void Fcgi::serve(Descriptor connection) {
-    const int fd = connection.release();
-    auto request = std::make_unique<Request>(this, fd, static_cast<int>(nextId_++));
-    poll_.add(fd, request.get(), EPOLLIN);
-    accepted_.emplace(request.get(), std::move(request));
+    const int fd = connection.get();
+    auto request = std::make_unique<Request>(this, fd, static_cast<int>(nextId_));
+    connection.release();
+    const auto entry = accepted_.emplace(request.get(), std::move(request)).first;
+    try {
+        poll_.add(fd, entry->second.get(), EPOLLIN);
+    } catch (...) {
+        accepted_.erase(entry);
+        throw;
+    }
+    ++nextId_;
 }
 
 void Fcgi::acceptFailed() {
@@ -113,10 +134,28 @@ void Fcgi::acceptFailed() {
 
 // Without a descriptor the connection stays in the queue and keeps the listening socket readable.
 void Fcgi::rejectConnection() {
+    const bool hasReserved = reserved_.close() == 0;
+    Descriptor rejected(hasReserved ? accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC) : -1);
+    if (!rejected.isOpen())
+        return pauseListening();
     LOG_MESSAGE(Warn, "Out of descriptors, connection rejected");
-    reserved_.close();
-    Descriptor(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC)).close();
+    rejected.close();
     reserved_ = openReserved();
+}
+
+void Fcgi::pauseListening() {
+    LOG_MESSAGE(Warn, "Out of descriptors, no connections accepted for now");
+    poll_.remove(listening());
+    isPaused_ = true;
+}
+
+void Fcgi::endPause() {
+    if (!reserved_.isOpen())
+        reserved_ = openReserved();
+    if (!isPaused_ || !reserved_.isOpen())
+        return;
+    poll_.add(listening(), this, EPOLLIN);
+    isPaused_ = false;
 }
 
 Request* Fcgi::request(unsigned int id) const {
@@ -125,6 +164,7 @@ Request* Fcgi::request(unsigned int id) const {
 }
 
 void Fcgi::addRequest(Request* request) {
+    bodies_.finish(request);
     registry_[request->id()] = request;
     if (callback != nullptr)
         callback->handleRequest(request);
@@ -134,9 +174,45 @@ void Fcgi::removeRequest(Request* request) {
     poll_.remove(request->socket());
     LOG_MESSAGE(DebugMost, "REQUEST remove(%i)", static_cast<int>(request->id()));
     marked_.push_back(request->id());
+    if (this->request(request->id()) != request)
+        abandoned_.push_back(request);
 }
 
-void Fcgi::cleanup() {
+void Fcgi::cleanupAt(BodyBudget::Clock::time_point now) {
+    deleteMarked();
+    endPause();
+    dropStalled(now);
+    for (Request* request : bodies_.admit(now)) {
+        watch(request, EPOLLIN);
+        request->resume();
+    }
+}
+
+void Fcgi::dropStalled(BodyBudget::Clock::time_point now) {
+    for (Request* request : bodies_.stalled(now)) {
+        char byte = 0;
+        if (recv(request->socket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0) // else this process is behind
+            request->drop("Body has stalled");
+    }
+}
+
+bool Fcgi::askForBody(Request* request, std::size_t size) {
+    const bool isGranted = bodies_.ask(request, size, BodyBudget::Clock::now());
+    if (!isGranted)
+        watch(request, EPOLLIN | EPOLLRDHUP | EPOLLET); // unread bytes must not wake the loop again and again
+    return isGranted;
+}
+
+bool Fcgi::growBody(Request* request, std::size_t size) {
+    return bodies_.grow(request, size, BodyBudget::Clock::now());
+}
+
+void Fcgi::watch(Request* request, unsigned int events) {
+    poll_.remove(request->socket());
+    poll_.add(request->socket(), request, events);
+}
+
+void Fcgi::deleteMarked() {
     for (const unsigned int id : marked_) {
         const auto entry = registry_.extract(id);
         if (!entry) {

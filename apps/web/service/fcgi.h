@@ -2,6 +2,7 @@
 
 #include "apps/common/event/eventpoll.h"
 #include "apps/common/files/descriptor.h"
+#include "apps/web/service/fastcgi/bodybudget.h"
 #include "apps/web/service/fastcgi/parkedconnections.h"
 #include "apps/web/service/fastcgi/requestregistry.h"
 
@@ -18,7 +19,7 @@ class Request;
 ///     accepted --STDIN ends--> registered, dispatched --end or hang-up--> marked --cleanup--> deleted
 ///
 /// A request that hangs up before its input is complete was never registered: its descriptor is closed, and
-/// the object is deleted with the listener.
+/// the object is deleted with the next accepted connection.
 class Fcgi : public EventPoll::Callback, public RequestRegistry {
 public:
     class RequestCallback {
@@ -46,8 +47,10 @@ public:
     Fcgi& operator=(const Fcgi&) = delete;
 
     /// Accepts one connection. A client that has disconnected is no error. When the process has no descriptor
-    /// left, a reserved one is released so that the connection can be accepted and closed, with a Warn line.
-    /// Throws through throwErrorNumber with "accept" when the listening socket itself fails.
+    /// left, a reserved one is released so that the connection can be accepted and closed, with a Warn line;
+    /// if that fails, the listener pauses until a cleanup can reserve one again. Another exception closes the
+    /// accepted connection and is logged at Error. Throws through throwErrorNumber with "accept" when the
+    /// listening socket itself fails.
     void event(EventType type) override;
 
     /// The registered request with this id, or null. For callers that keep an id across turns of the loop.
@@ -62,8 +65,14 @@ public:
     /// Takes a finished request out of the event loop and marks it for deletion.
     void removeRequest(Request* request) override;
 
-    /// Deletes the marked requests. A marked id that is not registered gets a Warn line.
-    void cleanup();
+    /// Deletes the marked requests. A marked id that is not registered gets a Warn line. Also closes
+    /// connections whose bodies have stalled, grants memory to waiting bodies, and ends the listener's pause.
+    void cleanup() { cleanupAt(BodyBudget::Clock::now()); }
+    void cleanupAt(BodyBudget::Clock::time_point now);
+
+    bool askForBody(Request* request, std::size_t size) override;
+    bool growBody(Request* request, std::size_t size) override;
+    void releaseBody(Request* request) override { bodies_.release(request); }
 
     /// Receives the completed requests; with null they are not dispatched. Not owned.
     RequestCallback* callback = nullptr;
@@ -71,7 +80,13 @@ public:
 private:
     bool isFull();
     void serve(Descriptor connection);
+    void take(Descriptor connection);
+    void deleteMarked();
     void destroy(Request* request);
+    void dropStalled(BodyBudget::Clock::time_point now);
+    void pauseListening();
+    void endPause();
+    void watch(Request* request, unsigned int events);
     void acceptFailed();
     void rejectConnection();
 
@@ -81,8 +96,11 @@ private:
     unsigned int nextId_ = 0;
     std::map<unsigned int, Request*> registry_;
     std::vector<unsigned int> marked_;
+    std::vector<const Request*> abandoned_; // have hung up before their input was complete
     EventPoll& poll_;
+    BodyBudget bodies_;
     std::map<const Request*, std::unique_ptr<Request>> accepted_; // by this listener, registered or not
     ParkedConnections parked_;
     Descriptor reserved_; // released by rejectConnection
+    bool isPaused_ = false;
 };

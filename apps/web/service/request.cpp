@@ -1,29 +1,31 @@
 #include "apps/web/service/request.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/web/service/fastcgi/bodybudget.h"
 #include "apps/web/service/fastcgi/sendall.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <system_error>
+#include <utility>
 
 namespace {
 
 constexpr char DEFAULT_HEADER[] = "Content-type: application/json\r\n\r\n";
 constexpr std::size_t FLUSH_SIZE = 8192;
 constexpr char ZEROS[8] = {};
-constexpr std::size_t MAX_RESERVED = 96U << 20;
 
-// The bytes to reserve for a body of the announced length `text`: a body that outgrows its memory is held
-// twice while it is moved. The announcement is not trusted beyond a limit.
-std::size_t sizeToReserve(const std::string& text) {
-    std::size_t length = 0;
-    std::from_chars(text.data(), text.data() + text.size(), length);
-    return std::min(length, MAX_RESERVED);
+// A number beyond 64 bits counts as the largest one.
+std::size_t announcedSize(const std::string& text) {
+    std::size_t size = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), size);
+    return result.ec == std::errc::result_out_of_range ? SIZE_MAX : size;
 }
 
 void clear(std::stringstream& stream) {
@@ -61,6 +63,7 @@ Request::Request(RequestRegistry* fcgi, int fd, int id)
     : fcgi_(fcgi), socket_(fd), id_(static_cast<unsigned int>(id)) {}
 
 Request::~Request() {
+    freeBody();
     close();
 }
 
@@ -69,7 +72,7 @@ void Request::event(EventType type) {
         if (type == Hangup)
             hangUp();
         else if (type == Priority || type == Readable)
-            receive();
+            isPaused_ ? checkPeer() : receive();
     } catch (const std::exception& exception) {
         fail(exception.what());
     }
@@ -77,11 +80,28 @@ void Request::event(EventType type) {
 
 void Request::receive() {
     const ReceiveBuffer::Result result = input_.fill(socket_.get());
-    while (!isClosed() && input_.missing() == 0)
+    while (!isClosed() && !isPaused_ && input_.missing() == 0)
         takeRecord();
     input_.release();
     if (result == ReceiveBuffer::Result::Closed && !isClosed())
         hangUp();
+}
+
+// While the body waits for its turn, its bytes stay unread.
+void Request::checkPeer() {
+    pollfd connection{socket_.get(), POLLRDHUP, 0};
+    if (poll(&connection, 1, 0) > 0)
+        hangUp();
+}
+
+void Request::resume() {
+    isPaused_ = false;
+    event(Readable);
+}
+
+void Request::drop(const char* reason) {
+    LOG_MESSAGE(Warn, "Request %i: %s", static_cast<int>(id_), reason);
+    hangUp();
 }
 
 bool Request::readRecord() {
@@ -115,14 +135,38 @@ void Request::handleRecord(unsigned char type, std::string_view content) {
     if (type == BeginRequest) {
         const bool keepConnection = length > 2 && (data[2] & 1) != 0;
         begin(static_cast<unsigned short>(header_[2] << 8 | header_[3]), keepConnection);
-    } else if (type == Params) {
+    } else if (type == Params && length > 0) {
         addParams(data, length);
+    } else if (type == Params) {
+        askForBody();
     } else if (type == Stdin && length > 0) {
+        requireRegistry();
+        holdsBody_ = true;
+        if (!fcgi_->growBody(this, postData_.size() + content.size()))
+            throw std::runtime_error("Body is too large");
         appendPostData(data, length);
     } else if (type == Stdin) {
         requireRegistry();
         fcgi_->addRequest(this);
     }
+}
+
+void Request::askForBody() {
+    const std::size_t size = announcedSize(param("CONTENT_LENGTH"));
+    if (size == 0)
+        return;
+    if (size > BodyBudget::LARGE_TOTAL)
+        throw std::runtime_error("Body is too large");
+    requireRegistry();
+    freeBody();
+    holdsBody_ = true;
+    isPaused_ = !fcgi_->askForBody(this, size);
+}
+
+void Request::freeBody() {
+    std::string().swap(postData_); // an emptied text keeps its memory
+    if (std::exchange(holdsBody_, false))
+        fcgi_->releaseBody(this);
 }
 
 int Request::getLength(unsigned char*& cursor, int& remaining) {
@@ -154,7 +198,7 @@ void Request::addParam(const std::string& name, const std::string& value) {
 
 void Request::appendPostData(const unsigned char* data, int length) {
     if (postData_.empty())
-        postData_.reserve(sizeToReserve(param("CONTENT_LENGTH")));
+        postData_.reserve(std::min(announcedSize(param("CONTENT_LENGTH")), BodyBudget::LARGE_TOTAL));
     postData_.append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
 }
 
@@ -173,11 +217,12 @@ void Request::begin(unsigned short requestId, bool keepConnection) {
     params_.clear();
     clear(output_);
     clear(error_);
-    postData_.clear();
+    freeBody();
     context.reset();
     headerWritten_ = false;
     finished_ = false;
     keepConnection_ = keepConnection;
+    patience_ = SEND_TIMEOUT;
     requestId_ = requestId;
     LOG_MESSAGE(DebugMost, "REQUEST  begin(%i, %i, %s)", socket_.get(), requestId,
                 keepConnection ? "true" : "false");
@@ -237,8 +282,8 @@ void Request::end() {
     LOG_MESSAGE(DebugMost, "REQUEST    end(%i, %i)", static_cast<int>(id_), requestId_);
     finished_ = true;
     context.reset();
-    output_ = std::stringstream(); // an emptied stream or text keeps its memory
-    std::string().swap(postData_);
+    output_ = std::stringstream(); // an emptied stream keeps its memory
+    freeBody();
     if (!keepConnection_ || sendFailed_) {
         fcgi_->removeRequest(this);
         close();
@@ -257,9 +302,7 @@ void Request::hangUp() {
         fcgi_->removeRequest(this);
     close();
     context.reset();
-    params_.clear();
-    std::string().swap(postData_);
-    input_.release(true);
+    freeInput();
 }
 
 void Request::fail(const char* reason) {
@@ -272,6 +315,14 @@ void Request::fail(const char* reason) {
     } catch (const std::exception& exception) {
         LOG_MESSAGE(Error, "%s", exception.what());
     }
+    freeInput();
+}
+
+void Request::freeInput() {
+    isPaused_ = false;
+    params_.clear();
+    freeBody();
+    input_.release(true);
 }
 
 int Request::writeRecord(const char* data, unsigned int length) {
@@ -308,9 +359,8 @@ int Request::sendRecord(const Texts& content, unsigned int padding, bool more) {
     header_[5] = static_cast<unsigned char>(length & 0xFF);
     header_[6] = static_cast<unsigned char>(padding);
     const std::string_view header(reinterpret_cast<const char*>(header_.data()), header_.size());
-    const std::size_t sent =
-        sendAll(socket_.get(), {header, content[0], content[1], std::string_view(ZEROS, padding)}, more,
-                SEND_TIMEOUT_MS);
+    const std::size_t sent = sendAll(
+        socket_.get(), {header, content[0], content[1], std::string_view(ZEROS, padding)}, more, patience_);
     if (sent < header.size() + length)
         return -1;
     if (sent < header.size() + length + padding)

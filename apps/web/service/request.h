@@ -7,6 +7,7 @@
 
 #include <any>
 #include <array>
+#include <chrono>
 #include <map>
 #include <sstream>
 #include <string>
@@ -29,6 +30,9 @@
 /// End of file and connection reset count as hang-up: the request leaves the event loop and its descriptor is
 /// closed; the listener deletes the object. An exception while a record is handled ends this request with an
 /// Error line that holds its text, and no other.
+///
+/// A body is read when the listener grants its memory. A body that is too large for that is an exception:
+/// "Body is too large".
 class Request : public EventPoll::Callback {
 public:
     enum RecordType : unsigned char {
@@ -41,10 +45,11 @@ public:
         MaxType = 10
     };
 
+    /// The time that sending one answer may block in total, waiting for the web server to take it.
+    static constexpr std::chrono::seconds SEND_TIMEOUT{10};
+
     /// Longest content of a written record: the largest multiple of 8 that the length field holds.
     static constexpr unsigned int MAX_CONTENT = 65528;
-
-    static constexpr int SEND_TIMEOUT_MS = 10000;
 
     /// Takes ownership of the descriptor `fd`. `id` is the listener's number for the connection. `fcgi`, an
     /// Fcgi or null, must outlive the request.
@@ -93,6 +98,15 @@ public:
     void sendOutput();
     void sendError();
 
+    /// Frees the body's memory. For requests that wait.
+    void freeBody();
+
+    /// Reads on: the listener has granted the body's memory.
+    void resume();
+
+    /// Logs the reason at Warn and closes the connection.
+    void drop(const char* reason);
+
     /// Sends output and errors, then END_REQUEST. The request waits for nothing any more. Unless the web
     /// server keeps the connection it is closed, and the request must not be used again: the next cleanup
     /// deletes it. Throws "Request has no Fcgi." and "Request is already closed.".
@@ -102,7 +116,7 @@ public:
     int close();
 
     /// Writes `data` as records of the type in the header buffer. Length 0 writes nothing. Returns 0, or -1
-    /// when the peer is gone or takes nothing for SEND_TIMEOUT_MS; the rest is lost then, and end() closes
+    /// when the peer is gone or SEND_TIMEOUT is over; the rest is lost then, and end() closes
     /// the connection. Throws "Request is already closed.".
     int writeRecord(const char* data, unsigned int length);
 
@@ -127,10 +141,13 @@ private:
     using Texts = std::array<std::string_view, 2>;
 
     void receive();
+    void checkPeer();
+    void askForBody();
     bool takeRecord();
     void handleRecord(unsigned char type, std::string_view content);
     void hangUp();
     void fail(const char* reason);
+    void freeInput();
     void sendStream(RecordType type, std::stringstream& stream, std::string_view text = {});
     int sendRecords(Texts texts, bool more);
     int sendRecord(const Texts& content, unsigned int padding, bool more);
@@ -144,6 +161,9 @@ private:
     bool headerWritten_ = false;
     bool finished_ = false;
     bool sendFailed_ = false;
+    bool isPaused_ = false;  // until the listener grants the body's memory
+    bool holdsBody_ = false; // in the listener's budget
+    std::chrono::nanoseconds patience_ = SEND_TIMEOUT;
     std::map<std::string, std::string> params_;
     std::string postData_;
     std::stringstream output_;

@@ -1,11 +1,15 @@
 #include "apps/web/service/fcgi.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/web/service/fastcgi/sendall.h"
 #include "records.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
+#include <csignal>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <sys/resource.h>
+#include <thread>
 
 namespace {
 
@@ -75,6 +79,110 @@ TEST_F(FcgiTest, RejectsConnectionsWithoutADescriptor) {
     EXPECT_EQ(recv(client, &byte, 1, MSG_DONTWAIT), 0) << "closed by the listener";
     EXPECT_THAT(log.messages(), testing::Contains("Warn Out of descriptors, connection rejected"));
     EXPECT_EQ(received(send(request("/x"))), END_RECORD);
+}
+
+TEST_F(FcgiTest, PausesWithoutAReservedDescriptorAndLogsOnce) {
+    const LogCapture log;
+    LOG_MESSAGE(Warn, "opens the log");
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    const int client = connectedClient();
+    setrlimit(RLIMIT_NOFILE, &none);
+    for (int i = 0; i < 3; ++i) {
+        turn();
+        fcgi_.cleanup();
+    }
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const std::vector<std::string> lines = log.messages();
+    EXPECT_EQ(
+        std::count(lines.begin(), lines.end(), "Warn Out of descriptors, no connections accepted for now"),
+        1);
+    fcgi_.cleanup();
+    send(client, request("/x"));
+    EXPECT_EQ(received(client), END_RECORD);
+}
+
+std::string announced(const char* size, const std::string& body) {
+    return request("/x", body, false, 1, pair("CONTENT_LENGTH", size));
+}
+
+TEST_F(FcgiTest, LargeBodiesTakeTurnsWhileSmallOnesPass) {
+    const LogCapture log;
+    const std::string whole = announced("60000000", "body");
+    const int first = send(whole.substr(0, whole.size() - 8));
+    const int second = send(whole);
+    const int third = send(whole);
+    EXPECT_EQ(received(send(announced("4", "body"))), END_RECORD);
+    EXPECT_EQ(received(send(announced("100663297", ""))), END_RECORD) << "refused";
+    fcgi_.cleanup();
+    EXPECT_EQ(received(second) + received(third), "");
+    drop(second); // gives its place up while it waits
+    fcgi_.cleanupAt(BodyBudget::Clock::now() + std::chrono::hours(1));
+    char byte;
+    EXPECT_EQ(recv(first, &byte, 1, MSG_DONTWAIT), 0) << "closed";
+    fcgi_.cleanup();
+    EXPECT_EQ(received(third), END_RECORD);
+    EXPECT_THAT(log.messages(),
+                testing::IsSupersetOf({"Warn Request 0: Body has stalled", "Error Body is too large"}));
+}
+
+TEST_F(FcgiTest, UnfinishedRequestsLeaveNoMemory) {
+    const auto used = [&](int rounds) {
+        for (int i = 0; i < rounds; ++i) {
+            drop(send(announced("5", "1234").substr(0, 60)));
+            drop(send(announced("100663297", std::string(30000, 'b')))); // fails with its body unread
+            fcgi_.cleanup();
+        }
+        return mallinfo2().uordblks;
+    };
+    const std::size_t before = used(10);
+    EXPECT_LT(used(1000), before + 50000);
+}
+
+TEST(BodyBudget, GrantsInOrderAndNoticesStalledBodies) {
+    constexpr std::size_t MB = 1000000;
+    std::array<Request*, 5> requests{};
+    for (std::size_t i = 0; i < requests.size(); ++i)
+        requests[i] = reinterpret_cast<Request*>(i + 1); // used as keys only
+    const auto [a, b, c, d, e] = requests;
+    BodyBudget budget;
+    BodyBudget::Clock::time_point now{};
+    EXPECT_TRUE(budget.ask(a, 70 * MB, now));
+    EXPECT_FALSE(budget.ask(b, 50 * MB, now));
+    EXPECT_FALSE(budget.ask(c, 2 * MB, now)) << "fits, but came later";
+    EXPECT_TRUE(budget.ask(d, MB, now)) << "small";
+    EXPECT_FALSE(budget.grow(d, 40 * MB, now)) << "longer than announced";
+    EXPECT_TRUE(budget.grow(e, 20 * MB, now)) << "not announced";
+    now += std::chrono::seconds(9);
+    EXPECT_TRUE(budget.grow(a, BodyBudget::MIN_PROGRESS, now));
+    budget.finish(d);
+    now += std::chrono::seconds(9);
+    EXPECT_THAT(budget.stalled(now), testing::ElementsAre(e));
+    EXPECT_THAT(budget.admit(now), testing::ElementsAre());
+    budget.release(a);
+    EXPECT_THAT(budget.admit(now), testing::ElementsAre(b, c));
+}
+
+TEST(SendAll, StopsWhenItsPatienceOrTheProcessEnds) {
+    EventPoll poll;
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    const std::string text(1 << 24, 'x');
+    const auto send = [&](std::chrono::nanoseconds patience) {
+        return sendAll(ends[0], {text, "", "", ""}, false, patience);
+    };
+    std::jthread slow([&] { // takes something all the time
+        for (char bytes[4096]; recv(ends[1], bytes, sizeof(bytes), 0) > 0;)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    });
+    EXPECT_LT(send(std::chrono::milliseconds(200)), text.size());
+    EXPECT_EXIT((raise(SIGTERM), std::exit(send(std::chrono::hours(1)) < text.size() ? 0 : 1)),
+                testing::ExitedWithCode(0), "");
+    shutdown(ends[0], SHUT_RDWR);
+    slow.join();
+    close(ends[0]);
+    close(ends[1]);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 class Request;
 
 /// What a request needs of the listener that accepted it.
@@ -12,4 +14,12 @@ public:
 
     /// Takes a finished request out of the event loop and marks it for deletion.
     virtual void removeRequest(Request* request) = 0;
+
+    /// Asks for the memory of a body, see BodyBudget::ask. When it returns false, the listener stops reading
+    /// the connection and calls Request::resume when it is the request's turn.
+    virtual bool askForBody(Request* request, std::size_t size) = 0;
+
+    /// See BodyBudget::grow and release.
+    virtual bool growBody(Request* request, std::size_t size) = 0;
+    virtual void releaseBody(Request* request) = 0;
 };

@@ -1,5 +1,7 @@
 #include "apps/web/service/fastcgi/sendall.h"
 
+#include "apps/common/event/eventpoll.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <poll.h>
@@ -8,6 +10,8 @@
 #include <sys/uio.h>
 
 namespace {
+
+constexpr int POLL_MS = 50; // a signal between check and poll is noticed after this time
 
 // Moves the front of `parts` behind the first `count` bytes.
 void dropFront(std::span<iovec>& parts, std::size_t count) {
@@ -21,18 +25,26 @@ void dropFront(std::span<iovec>& parts, std::size_t count) {
     }
 }
 
-// Returns false with ETIMEDOUT when the peer takes nothing in time. A signal restarts the wait.
-bool waitWritable(int fd, int timeoutMs) {
+bool waitWritable(int fd, std::chrono::nanoseconds& patience) {
+    using Clock = std::chrono::steady_clock;
     pollfd waiting{fd, POLLOUT, 0};
-    const int ready = poll(&waiting, 1, timeoutMs);
-    if (ready == 0)
-        errno = ETIMEDOUT;
-    return ready > 0 || (ready < 0 && errno == EINTR);
+    while (patience.count() > 0 && !EventPoll::shouldTerminate()) {
+        const Clock::time_point begin = Clock::now();
+        const int ready = poll(&waiting, 1, POLL_MS);
+        patience -= Clock::now() - begin;
+        if (ready > 0)
+            return true;
+        if (ready < 0 && errno != EINTR)
+            return false;
+    }
+    errno = ETIMEDOUT;
+    return false;
 }
 
 } // namespace
 
-std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more, int timeoutMs) {
+std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more,
+                    std::chrono::nanoseconds& patience) {
     std::array<iovec, 4> storage{};
     std::transform(pieces.begin(), pieces.end(), storage.begin(), [](std::string_view piece) {
         return iovec{const_cast<char*>(piece.data()), piece.size()}; // sendmsg does not write to it
@@ -48,7 +60,7 @@ std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool 
         if (sent >= 0) {
             total += static_cast<std::size_t>(sent);
             dropFront(parts, static_cast<std::size_t>(sent));
-        } else if (errno != EINTR && !(errno == EAGAIN && waitWritable(fd, timeoutMs))) {
+        } else if (errno != EINTR && !(errno == EAGAIN && waitWritable(fd, patience))) {
             break;
         }
     }

@@ -22,6 +22,7 @@ int requestedOffset(const Request& request) {
 void LogPolls::open(Request& request) {
     request.writeHeader("Content-type: text/html\r\n\r\n");
     request.output() << text_.size() << "\r\n";
+    request.freeBody();
     request.context = WAITS_FOR_LOG;
     appendOutput(request);
 }

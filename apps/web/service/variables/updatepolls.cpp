@@ -46,6 +46,7 @@ void UpdatePolls::logChange(const Notify& notify) {
 }
 
 void UpdatePolls::hold(Request& request) {
+    request.freeBody();
     request.context = WAITS_FOR_UPDATE;
 }
 
