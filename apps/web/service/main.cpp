@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <malloc.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 void processPreInit() {}
 void processPostInit() {}
@@ -22,10 +24,17 @@ void returnLargeBlocks() {
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
 }
 
+// systemd passes the listening socket as descriptor 0.
+bool isListening(int fd) {
+    int value = 0;
+    socklen_t size = sizeof value;
+    return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) == 0 && value != 0;
+}
+
 int run() {
     gen::init();
     EventPoll& poll = gen::getEventPoll();
-    Fcgi fcgi(PORT, poll);
+    Fcgi fcgi = isListening(STDIN_FILENO) ? Fcgi(poll) : Fcgi(PORT, poll);
     RequestHandler handler(poll, fcgi);
     fcgi.callback = &handler;
     gen::getServerConnection()->handler = &handler;
