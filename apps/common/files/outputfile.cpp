@@ -29,3 +29,7 @@ bool OutputFile::write(std::string_view bytes) {
     }
     return true;
 }
+
+bool OutputFile::sync() {
+    return fsync(file_.get()) == 0;
+}

@@ -17,6 +17,10 @@ public:
     /// not all was written, for example on a full disk.
     bool write(std::string_view bytes);
 
+    /// Returns when all written bytes are on the disk. Returns false, with the reason in errno, when they are
+    /// not.
+    bool sync();
+
 private:
     Descriptor file_;
 };

@@ -10,6 +10,7 @@
 #include "apps/web/service/request.h"
 
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
@@ -68,10 +69,40 @@ void copyBody(const std::string& body) {
     copy.write(body);
 }
 
+bool isComplete(const Form& form) {
+    const bool isComplete = form.contains("deviceid") && form.contains("file");
+    if (!isComplete)
+        LOG_MESSAGE(Warn, "'deviceid' and 'file' are mandatory, but at least one is missing.");
+    return isComplete;
+}
+
 void logForm(const Form& form) {
     LOG_MESSAGE(DebugAll, "Request content:");
     for (const auto& [name, value] : form)
         LOG_MESSAGE(DebugAll, "  \"%s\": \"%s\"", name.c_str(), value.c_str());
+}
+
+// Removes a file that was not moved away.
+class RemovedAtEnd {
+public:
+    explicit RemovedAtEnd(const char* path) : path_(path) {}
+    ~RemovedAtEnd() { unlink(path_); }
+    RemovedAtEnd(const RemovedAtEnd&) = delete;
+    RemovedAtEnd& operator=(const RemovedAtEnd&) = delete;
+
+private:
+    const char* path_;
+};
+
+std::string folderOf(const Kind& kind) {
+    return std::string(Constants::LOCAL_FOLDER) + kind.folder;
+}
+
+// A process that was killed may have left them.
+void removeTemporaryFiles() {
+    unlink(UPLOAD_FILE);
+    for (const Kind& kind : KINDS)
+        UserFiles(folderOf(kind)).removeLeftovers();
 }
 
 void moveFile(const std::string& from, const char* to) {
@@ -82,6 +113,7 @@ void moveFile(const std::string& from, const char* to) {
 } // namespace
 
 QorApp::QorApp() {
+    removeTemporaryFiles();
     HwInfo info;
     info.initialize();
     std::string board;
@@ -107,7 +139,7 @@ void QorApp::route(Request* request, std::string_view path) {
         return routeDevice(request, path);
     for (const Kind& kind : KINDS)
         if (take(path, kind.path))
-            return routeFiles(request, std::string(Constants::LOCAL_FOLDER) + kind.folder, path);
+            return routeFiles(request, folderOf(kind), path);
     request->output() << UNKNOWN_REQUEST;
 }
 
@@ -174,15 +206,16 @@ void QorApp::fileOperation(Request* request, const std::string& folder, const st
 void QorApp::update(Request* request) {
     if (isTracing())
         copyBody(request->postData());
+    const RemovedAtEnd uploaded(UPLOAD_FILE);
     Form form;
-    if (!parseFormData(request, form, UPLOAD_FILE)) {
+    const Upload upload = readForm(*request, form, UPLOAD_FILE);
+    if (upload == Upload::NoForm) {
         request->output() << INVALID_TYPE;
         return;
     }
     if (isTracing())
         logForm(form);
-    if (!form.contains("deviceid") || !form.contains("file")) {
-        LOG_MESSAGE(Warn, "'deviceid' and 'file' are mandatory, but at least one is missing.");
+    if (!isComplete(form)) {
         request->output() << FIELD_MISSING;
         return;
     }
@@ -194,6 +227,10 @@ void QorApp::update(Request* request) {
     }
     LOG_MESSAGE(LogLight, "Received update file for device ID %s, our device ID is %s.", deviceId.c_str(),
                 deviceId_.c_str());
+    if (upload == Upload::NotStored) {
+        request->output() << WRITE_ERROR;
+        return;
+    }
     offerFile(deviceId, form["file"]);
     request->output() << R"({"taskid": ")" << deviceId << R"(" })";
 }
@@ -212,19 +249,23 @@ void QorApp::offerFile(const std::string& deviceId, const std::string& file) {
 }
 
 bool QorApp::parseFormData(Request* request, std::map<std::string, std::string>& form, const char* path) {
+    return readForm(*request, form, path) != Upload::NoForm;
+}
+
+QorApp::Upload QorApp::readForm(const Request& request, Form& form, const char* path) {
     HeaderFields type;
-    splitHeaderLine(request->param("CONTENT_TYPE"), type);
+    ::splitHeaderLine(request.param("CONTENT_TYPE"), type);
     if (!type.contains("multipart/form-data")) {
         LOG_MESSAGE(Warn, "No multipart/form-data");
-        return false;
+        return Upload::NoForm;
     }
     const std::string& boundary = type["boundary"];
     if (boundary.empty()) {
         LOG_MESSAGE(Warn, "No boundary");
-        return false;
+        return Upload::NoForm;
     }
-    Multipart(request->postData(), boundary, path).read(form);
-    return true;
+    const bool isStored = Multipart(request.postData(), boundary, path).read(form);
+    return isStored ? Upload::Stored : Upload::NotStored;
 }
 
 void QorApp::splitHeaderLine(const std::string& line, std::map<std::string, std::string>& into) {

@@ -24,7 +24,7 @@ class QorApp {
 public:
     /// Reads board and serial number from the hardware information; a missing one leaves its part of the
     /// device id empty. Throws what HwInfo's constructor throws when the card or the register cannot be
-    /// opened.
+    /// opened. Removes the temporary files that a killed process has left.
     QorApp();
 
     /// With a known identity.
@@ -45,10 +45,11 @@ public:
     /// names that leave the folder.
     void fileOperation(Request* request, const std::string& folder, const std::string& name);
 
-    /// Stores the form's field "file" and offers it to an updater: to the device's own when the form's
-    /// "deviceid" is this device's, else to that of the accessory NAME-SERIAL. Throws std::runtime_error,
-    /// with no answer written, when the file cannot be moved to the updater's path, when the serial is not a
-    /// number, or when the broker is gone; variables written before stay written.
+    /// Stores the form's field "file" and, if it was stored completely, offers it to an updater: to the
+    /// device's own when the form's "deviceid" is this device's, else to that of the accessory NAME-SERIAL.
+    /// Throws std::runtime_error, with no answer written, when the file cannot be moved to the updater's
+    /// path, when the serial is not a number, or when the broker is gone; variables written before stay
+    /// written.
     void update(Request* request);
 
     /// Reads the request's body as a form whose file goes to `path`. Returns false when CONTENT_TYPE is not
@@ -62,6 +63,9 @@ private:
     void route(Request* request, std::string_view path);
     void routeDevice(Request* request, std::string_view rest);
     void routeFiles(Request* request, const std::string& folder, std::string_view rest);
+    enum class Upload { NoForm, NotStored, Stored };
+
+    Upload readForm(const Request& request, std::map<std::string, std::string>& form, const char* path);
     void offerFile(const std::string& deviceId, const std::string& file);
 
     std::string deviceId_; ///< board-serial

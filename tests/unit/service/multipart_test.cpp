@@ -21,7 +21,7 @@ protected:
     std::pair<Form, std::string> read(const std::string& body) {
         Form form;
         std::filesystem::remove(path_);
-        Multipart(body, "B-7", path_.c_str()).read(form);
+        EXPECT_TRUE(Multipart(body, "B-7", path_.c_str()).read(form));
         std::ifstream file(path_, std::ios::binary);
         return {form, file ? std::string(std::istreambuf_iterator<char>(file), {}) : "none"};
     }
@@ -92,6 +92,11 @@ TEST_F(MultipartTest, LimitsFieldsAndHeaderFields) {
         headers += ";" + std::to_string(i);
     }
     EXPECT_EQ(read(fields + "--B-7").first.size(), 1000u);
+    const std::string tooLong =
+        "--B-7\nname=a\n\n1\n--B-7\nname=b;" + std::string(65536, 'h') + "\n\n2\n--B-7";
+    EXPECT_EQ(read(tooLong).first.size(), 1u);
+    Form form;
+    EXPECT_FALSE(Multipart("--B-7\nname=file\n\n1\n--B-7", "B-7", "/none/file").read(form));
     HeaderFields split;
     splitHeaderLine(headers, split);
     EXPECT_EQ(split.size(), 1000u);

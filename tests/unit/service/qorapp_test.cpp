@@ -10,6 +10,7 @@
 #include "tests/unit/introspection/fixture.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +18,22 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <regex>
+#include <sys/resource.h>
 #include <sys/stat.h>
+
+namespace {
+
+std::vector<std::string> synced; // paths in order
+bool failSync = false;
+
+} // namespace
+
+// In place of the C library's.
+extern "C" int fsync(int fd) {
+    synced.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
+    errno = EIO;
+    return failSync ? -1 : 0;
+}
 
 namespace {
 
@@ -29,6 +45,7 @@ namespace EventId = gen::EventId;
 
 const std::string SUCCESS = R"({"result": "Success" })";
 const std::string NO_SUCH_FILE = R"({"result": "No such file" })";
+const std::string WRITE_ERROR = R"({"result": "Write error" })";
 const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
 const std::string UNKNOWN = R"({"result": "Unknown request" })";
 
@@ -236,6 +253,39 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
             {"Warn No multipart/form-data"s, "Warn No boundary"s, "Warn " + missing,
              "DebugAll Request content:"s, "DebugAll   \"deviceid\": \"BOARD-K1-7\""s,
              "LogLight Received update file for device ID BOARD-K1-7, our device ID is BOARD-K1-7."s}));
+}
+
+TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
+    const std::string old(100, 'o');
+    file("PUT", "/a", old);
+    EXPECT_THAT(std::exchange(synced, {}), ElementsAre(folder_ + ".incomplete", root_ + "/var/LDA"));
+    const auto expectOld = [&](const std::string& answer) {
+        EXPECT_EQ(answer, WRITE_ERROR);
+        EXPECT_EQ(file("GET", "/a"), old);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
+    };
+    failSync = true;
+    expectOld(file("PUT", "/a", "new"));
+    failSync = false;
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit full{4096, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    expectOld(file("PUT", "/a", std::string(5000, 'n')));
+    const std::string form =
+        "--b\nname=deviceid\n\nBOARD-K1-7\n--b\nname=file\n\n" + std::string(5000, 'f') + "\n--b--";
+    EXPECT_EQ(ask("/device/update", "POST", form, "multipart/form-data; boundary=b"), WRITE_ERROR);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_TRUE(std::filesystem::is_empty(root_ + "/update"));
+    EXPECT_THAT(posted(), IsEmpty());
+    std::filesystem::create_symlink("a", folder_ + "link");
+    EXPECT_EQ(file("PUT", "/link", "new"), SUCCESS);
+    EXPECT_EQ(file("GET", "/a"), old) << "the link's target";
+    std::ofstream(folder_ + ".incomplete") << "of a process that was killed";
+    EXPECT_EQ(ask("/lenstables/list").find("incomplete"), std::string::npos);
+    EXPECT_EQ(file("GET", "/.incomplete"), NO_SUCH_FILE);
+    EXPECT_EQ(file("PUT", "/.incomplete"), OPEN_ERROR);
 }
 
 } // namespace

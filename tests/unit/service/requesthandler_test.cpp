@@ -27,6 +27,10 @@ protected:
             std::filesystem::resize_file(screen_.path(device), 0x20CD000);
         }
         setenv("PATH", "/none", 1);
+        for (const char* leftover : {"/update/file-from-app", "/var/FOR/.incomplete"}) {
+            std::filesystem::create_directories(std::filesystem::path(screen_.path(leftover)).parent_path());
+            Descriptor(open(screen_.path(leftover).c_str(), O_CREAT | O_CLOEXEC, 0600));
+        }
         handler_.emplace(poll_, fcgi_);
         fcgi_.callback = &*handler_;
     }
@@ -47,6 +51,8 @@ protected:
 };
 
 TEST_F(RequestHandlerTest, RunsAfter100MsAndDeletesBeforeAndAfterAnswering) {
+    EXPECT_TRUE(std::filesystem::is_empty(screen_.path("/update")));
+    EXPECT_TRUE(std::filesystem::is_empty(screen_.path("/var/FOR")));
     run();
     send(request("/x"));
     send(request("/api/v1/update.cgi"));

@@ -28,7 +28,8 @@ std::string_view trimHeaderText(std::string_view text) {
 }
 
 void splitHeaderLine(std::string_view line, HeaderFields& into) {
-    LOG_MESSAGE(DebugAll, "Splitting line: \"%s\"", std::string(line.substr(0, LOGGED)).c_str());
+    LOG_MESSAGE(DebugAll, "Splitting line: \"%.*s\"", static_cast<int>(std::min(line.size(), LOGGED)),
+                line.data());
     for (std::size_t begin = 0; begin <= line.size() && into.size() < MAX_HEADER_FIELDS;) {
         const std::size_t end = std::min(line.find(';', begin), line.size());
         insertPiece(line.substr(begin, end - begin), into);

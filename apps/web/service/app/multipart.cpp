@@ -9,15 +9,6 @@ namespace {
 
 constexpr std::size_t NOWHERE = std::string_view::npos;
 
-// Stores the content of a part that ends with the body: LF is added to its last line, unless that ends in CR,
-// which counts as half of the CR LF in front of a delimiter.
-void storeUnclosed(OutputFile& file, std::string_view content) {
-    const bool endsInCr = content.ends_with('\r');
-    file.write(content.substr(0, content.size() - (endsInCr ? 1 : 0)));
-    if (!endsInCr)
-        file.write("\n");
-}
-
 } // namespace
 
 Multipart::Multipart(std::string_view body, std::string_view boundary, const char* filePath)
@@ -25,11 +16,11 @@ Multipart::Multipart(std::string_view body, std::string_view boundary, const cha
     delimiter_ += boundary;
 }
 
-void Multipart::read(Form& form) {
-    if (!skipToFirstPart(form))
-        return;
-    while (readHeaders(form))
-        readContent(form);
+bool Multipart::read(Form& form) {
+    if (skipToFirstPart(form))
+        while (parts_ <= MAX_PARTS && readHeaders(form))
+            readContent(form);
+    return isStored_;
 }
 
 bool Multipart::isDelimiter(std::string_view line) const {
@@ -64,13 +55,16 @@ bool Multipart::skipToFirstPart(Form& form) {
     return true;
 }
 
-// Reads up to the empty line that ends the headers of a part. Returns false when the body ends before it.
+// Reads up to the empty line that ends the headers of a part. Returns false when the form ends before it.
 bool Multipart::readHeaders(Form& form) {
-    while (!isAtEnd()) {
+    for (std::size_t begin = position_; !isAtEnd() && parts_ <= MAX_PARTS;) {
         const std::string_view line = nextLine();
+        if (position_ - begin > MAX_HEADERS)
+            return false;
         const std::string_view text = trimHeaderText(line);
         if (isDelimiter(line)) {
             startPart(form, {});
+            begin = position_;
         } else if (!text.empty()) {
             splitHeaderLine(text, headers_);
         } else if (!headers_.empty()) {
@@ -89,13 +83,13 @@ void Multipart::readContent(Form& form) {
     const std::size_t delimiter = findDelimiter();
     if (delimiter == NOWHERE) {
         if (isFile())
-            storeUnclosed(file_, body_.substr(position_));
+            storeUnclosed(body_.substr(position_));
         position_ = body_.size() + 1;
         return;
     }
     const std::string_view content = contentUpTo(delimiter);
     if (isFile())
-        file_.write(content);
+        store(content);
     position_ = delimiter;
     nextLine();
     startPart(form, isFile() ? std::string_view(filePath_) : content);
@@ -111,15 +105,29 @@ std::string_view Multipart::contentUpTo(std::size_t delimiter) const {
 // A delimiter ends the present part, which becomes a field if it has a name.
 void Multipart::startPart(Form& form, std::string_view value) {
     const auto name = headers_.find("name");
-    if (name != headers_.end() && (form.size() < MAX_FIELDS || form.contains(name->second)))
+    if (name != headers_.end())
         form[name->second] = value;
     LOG_MESSAGE(DebugMost, "Start of new block");
+    ++parts_;
     headers_.clear();
 }
 
 void Multipart::openFile() {
     if (!file_.isOpen())
-        file_.open(filePath_);
+        isStored_ = file_.open(filePath_) && isStored_;
+}
+
+void Multipart::store(std::string_view content) {
+    isStored_ = file_.write(content) && isStored_;
+}
+
+// Stores the content of a part that ends with the body: LF is added to its last line, unless that ends in CR,
+// which counts as half of the CR LF in front of a delimiter.
+void Multipart::storeUnclosed(std::string_view content) {
+    const bool endsInCr = content.ends_with('\r');
+    store(content.substr(0, content.size() - (endsInCr ? 1 : 0)));
+    if (!endsInCr)
+        store("\n");
 }
 
 bool Multipart::isFile() const {

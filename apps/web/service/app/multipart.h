@@ -26,15 +26,17 @@ using Form = std::map<std::string, std::string>;
 /// "file" share the file, one content after the other.
 class Multipart {
 public:
-    /// Limits the fields, so that a body of tiny parts does not take many times its own size.
-    static constexpr std::size_t MAX_FIELDS = 1000;
+    /// The form ends after this many parts, and with a part whose headers are longer than this: bodies of
+    /// nothing else would take many times their own size or block the service for seconds.
+    static constexpr std::size_t MAX_PARTS = 1000;
+    static constexpr std::size_t MAX_HEADERS = 65536;
 
     /// REQUIRES: a boundary that is not empty. `body` and `filePath` must outlive the object.
     Multipart(std::string_view body, std::string_view boundary, const char* filePath);
 
     /// Reads the whole body into `form`. The file is created or truncated at the first part named "file".
-    /// Open and write errors are not reported; the later rename fails. REQUIRES: called once.
-    void read(Form& form);
+    /// Returns false when the file could not be opened or not be written completely. REQUIRES: called once.
+    bool read(Form& form);
 
 private:
     bool isAtEnd() const { return position_ > body_.size(); }
@@ -47,6 +49,8 @@ private:
     void readContent(Form& form);
     void startPart(Form& form, std::string_view value);
     void openFile();
+    void store(std::string_view content);
+    void storeUnclosed(std::string_view content);
     bool isFile() const;
     void logHeaders() const;
 
@@ -54,6 +58,8 @@ private:
     std::string delimiter_; ///< with the LF in front that makes it the beginning of a line
     const char* filePath_;
     std::size_t position_ = 0; ///< of the next line; the body's size when the last line is empty
-    HeaderFields headers_;     ///< of the present part
+    std::size_t parts_ = 0;
+    bool isStored_ = true; ///< all bytes of the file so far
+    HeaderFields headers_; ///< of the present part
     OutputFile file_;
 };

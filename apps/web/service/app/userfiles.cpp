@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,8 +18,22 @@ namespace {
 
 constexpr std::size_t CHUNK = 65536;
 
-bool hasNul(const std::string& name) {
-    return name.find('\0') != std::string::npos;
+constexpr const char* TEMPORARY_NAME = ".incomplete";
+
+Descriptor openFolder(const std::string& path) {
+    return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+std::string baseName(const std::string& name) {
+    return name.substr(name.rfind('/') + 1);
+}
+
+// Returns whether a file can be stored under the name: there is no other kind of file.
+bool isReplaceable(const Descriptor& folder, const std::string& name) {
+    struct stat status = {};
+    if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0)
+        return errno == ENOENT;
+    return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
 // Opens a regular file. Does not block on others, such as a pipe without a writer, and refuses them.
@@ -51,13 +66,13 @@ std::optional<std::vector<std::string>> UserFiles::list() const {
         return std::nullopt;
     std::vector<std::string> names;
     while (const dirent* entry = readdir(directory.get()))
-        if (entry->d_type == DT_REG)
+        if (entry->d_type == DT_REG && TEMPORARY_NAME != std::string_view(entry->d_name))
             names.emplace_back(entry->d_name);
     return names;
 }
 
 bool UserFiles::send(const std::string& name, Request& request) const {
-    if (hasNul(name))
+    if (!isFileName(name))
         return false;
     const Descriptor file = openForReading(folder_ + name);
     if (!file.isOpen())
@@ -71,12 +86,33 @@ bool UserFiles::send(const std::string& name, Request& request) const {
 UserFiles::Stored UserFiles::store(const std::string& name, std::string_view content) const {
     if (mkdir(folder_.c_str(), 0777) < 0 && errno != EEXIST)
         LOG_MESSAGE(Warn, "Could not create directory %s", folder_.c_str());
+    const std::string path = folder_ + name;
+    const Descriptor parent = openFolder(path.substr(0, path.rfind('/')));
     OutputFile file;
-    if (!file.open(folder_ + name))
+    removeLeftovers();
+    if (!isFileName(name) || !parent.isOpen() || !isReplaceable(parent, baseName(name)) ||
+        !file.open(temporaryPath()))
         return Stored::NotOpened;
-    return file.write(content) ? Stored::Done : Stored::NotWritten;
+    if (file.write(content) && file.sync() && rename(temporaryPath().c_str(), path.c_str()) == 0 &&
+        fsync(parent.get()) == 0)
+        return Stored::Done;
+    removeLeftovers();
+    return Stored::NotWritten;
 }
 
 bool UserFiles::remove(const std::string& name) const {
-    return !hasNul(name) && unlink((folder_ + name).c_str()) == 0;
+    return isFileName(name) && unlink((folder_ + name).c_str()) == 0;
+}
+
+void UserFiles::removeLeftovers() const {
+    unlink(temporaryPath().c_str());
+}
+
+bool UserFiles::isFileName(const std::string& name) const {
+    const std::string base = baseName(name);
+    return !base.empty() && base != TEMPORARY_NAME && name.find('\0') == std::string::npos;
+}
+
+std::string UserFiles::temporaryPath() const {
+    return folder_ + TEMPORARY_NAME;
 }
