@@ -2,7 +2,6 @@
 #include "apps/web/service/variables/variabletree.h"
 #include "tests/unit/introspection/fixture.h"
 
-#include <atomic>
 #include <chrono>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -25,9 +24,8 @@ protected:
     }
 
     // Prints until the value has changed often; at least 300 times, also where the threads share a processor.
-    // Expects one of both values in each text; if they `mayMix`,
-    // which takes texts of 'a' and 'b', also a text of both letters. After the last store, expects the value
-    // that was stored.
+    // Expects one of both values in each text, or a mix of 'a' and 'b' if the values `mayMix`; after the last
+    // store, expects the value that was stored.
     void printWhileStored(const std::string& name, const std::string& one, const std::string& other,
                           bool mayMix = false) {
         unsigned int mem = 0, var = 0;
@@ -45,9 +43,8 @@ protected:
         const std::string first = printed();
         store(other);
         const std::string second = printed();
-        std::atomic<bool> isOver = false;
-        std::thread writer([&] {
-            for (; !isOver; store(other))
+        std::jthread writer([&](const std::stop_token& stop) {
+            for (; !stop.stop_requested(); store(other))
                 store(one);
         });
         std::string last = second;
@@ -62,7 +59,7 @@ protected:
             last = value;
         }
         EXPECT_EQ(wrong, 0) << name << " was printed as " << last;
-        isOver = true;
+        writer.request_stop();
         writer.join();
         EXPECT_EQ(printed(), second) << name;
     }
