@@ -30,6 +30,11 @@ for (const [look, options] of Object.entries(LOOKS)) {
             assert.deepEqual(await console.findings(), [], view);
             assert.equal(await console.page.evaluate(overhang), 0, view);
             await console.page.screenshot({ path: `${PICTURES}/console-${view}-${look}.png` });
+            assert.match(await console.page.title(), new RegExp(`^${view} – Lens Control`, "i"));
+            const setText = (size) => console.page.evaluate((text) => { document.documentElement.style.fontSize = text; }, size);
+            await setText("200%");
+            assert.equal(await console.page.evaluate(overhang), 0, `${view}, large text`);
+            await setText("");
         }
     });
 }
@@ -49,6 +54,17 @@ test("the keyboard reaches the views and sets a variable", async () => {
     await tabTo("#search");
     await keyboard.type("KnobBrightness");
     await console.shows("MemPersistent.KnobBrightness", /^\d+$/);
+    await tabTo(`[data-variable="MemPersistent.KnobBrightness"] button.pin`);
+    await console.page.locator("#search").fill("");
+    const stops = () => console.page.locator("[data-view=variables]").evaluate((view) => [...view.querySelectorAll("button, input, select, textarea")]
+        .filter((node) => node.tabIndex >= 0 && node.checkVisibility()).length);
+    await until(async () => await console.page.locator(".variable:visible").count() > 100 && await stops() < 12, true, "few stops");
+    await tabTo(".variable .edit");
+    await keyboard.press("End");
+    await until(() => console.page.evaluate(() => document.activeElement === [...document.querySelectorAll(".variable .edit")].at(-1)), true, "the last row");
+    await console.page.locator("#search").fill("KnobBrightness");
+    await console.shows("MemPersistent.KnobBrightness", /^\d+$/);
+    await console.page.locator("#search").focus();
     await tabTo(`[data-variable="MemPersistent.KnobBrightness"] button.edit`);
     await keyboard.press("Enter");
     await tabTo("form.editor input");

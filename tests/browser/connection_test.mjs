@@ -32,6 +32,17 @@ test("while the service is away values are marked as old, and afterwards they ar
     await console.shows(VARIABLE, "7");
 });
 
+test("a service that is frozen is noticed, and its values are marked as old", async () => {
+    const console = await open();
+    const thaw = device.freeze();
+    try {
+        await until(() => console.isStale(), true, "old values");
+    } finally {
+        thaw();
+    }
+    await console.isLive();
+});
+
 test("no change is lost while the tree is on its way", async () => {
     await store(1);
     let isRead = false, release;

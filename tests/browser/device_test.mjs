@@ -56,6 +56,25 @@ for (const [kind, folder] of Object.entries(FOLDERS)) {
     });
 }
 
+test("what another client stores is listed and not replaced unasked, and a problem is named as long as it lasts", async () => {
+    const path = `${device.root}/var/SETUPS/shared.stp`;
+    const list = page.locator("#file-list-setups");
+    const upload = () => list.locator("input[type=file]").setInputFiles({ name: "shared.stp", mimeType: "", buffer: Buffer.from("mine") });
+    await until(() => list.innerText(), /No files|\.stp/, "the list");
+    await writeFile(path, "theirs");
+    await upload();
+    await console.says("#question-text", "Replace shared.stp on the device?");
+    await answer("Cancel");
+    assert.equal(await readFile(path, "utf8"), "theirs");
+    await until(() => list.locator("[data-file='shared.stp']").count(), 1, "the other client's file");
+    await rm(path);
+    await until(() => list.locator("[data-file='shared.stp']").count(), 0, "a list that is read again by itself");
+    await page.route("**/setups/list", (route) => route.fulfill({ status: 502 }));
+    await until(() => list.innerText(), /Not listed/, "the problem");
+    await page.unroute("**/setups/list");
+    await until(() => list.innerText(), /^(?![^]*Not listed)/, "no problem any more");
+});
+
 test("updates of the virtual device run to their end, and one of no firmware is refused", async () => {
     const update = async (target, content, outcome) => {
         const option = page.locator("#firmware-target option").filter({ hasText: target });

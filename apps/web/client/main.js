@@ -64,6 +64,8 @@ class App {
       byId("main").focus();
     });
     this.store.subscribe(() => this.#showProduct());
+    new ResizeObserver(([{ target }]) =>
+      document.documentElement.style.setProperty("--header", `${target.offsetHeight}px`)).observe(document.querySelector("header"));
     this.#route();
     this.#need(true);
     if (recall("console.update", null)) this.firmware();
@@ -154,6 +156,7 @@ class App {
     document.querySelectorAll("nav a").forEach((link) => {
       link.hash === `#${name}` ? link.setAttribute("aria-current", "page") : link.removeAttribute("aria-current");
     });
+    this.#showTitle();
     this.#opening = this.#show(name);
     return this.#opening;
   }
@@ -178,12 +181,17 @@ class App {
     }
   }
 
+  #showTitle() {
+    const view = document.querySelector("nav [aria-current]").textContent;
+    document.title = `${view} – ${byId("product").textContent} console`;
+  }
+
   #showProduct() {
     const name = this.store.variables.get("MemPersistent.ProductName")?.value;
     if (name) {
       setText(byId("product"), name);
-      document.title = `${name} console`;
     }
+    this.#showTitle();
   }
 }
 

@@ -10,8 +10,8 @@ const UPDATE = "/api/v1/update.cgi";
 const PROBE = "/qorapp/v1/setups/list";
 
 const LOST_AFTER_MS = 5000;
-const QUIET_MS = 10000;
-const PROBE_MS = 5000;
+const QUIET_MS = 2000;
+const PROBE_MS = 2500;
 
 // Reads the whole tree, then follows its changes; after any gap again. emit() gets messages:
 //   {type: "tree" | "update", text}   {type: "state", state: "live" | "reconnecting" | "lost", text}

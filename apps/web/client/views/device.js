@@ -18,18 +18,18 @@ export class DeviceView {
   #shown = "";
 
   constructor(app) {
-    this.#firmware = new FirmwareView(app, () => this.#refresh());
+    this.#firmware = new FirmwareView(app, () => this.refresh());
     app.store.subscribe((changed) => {
-      if (this.#timer !== 0 && [...changed].some(({ key }) => IDENTITY.includes(key))) this.#refresh();
+      if (this.#timer !== 0 && [...changed].some(({ key }) => IDENTITY.includes(key))) this.refresh();
     });
-    this.#lists = Object.entries(KINDS).map(([kind, title]) => new FileList(kind, title, () => this.#refresh()));
+    this.#lists = Object.entries(KINDS).map(([kind, title]) => new FileList(kind, title, () => this.refresh()));
     byId("device-files").append(...this.#lists.map((list) => list.node));
   }
 
   show() {
-    this.#refresh();
-    this.#lists.forEach((list) => list.refresh());
-    this.#timer ||= setInterval(() => this.#refresh(), REFRESH_MS);
+    const refreshAll = () => [this, ...this.#lists].forEach((part) => part.refresh());
+    refreshAll();
+    this.#timer ||= setInterval(refreshAll, REFRESH_MS);
   }
 
   hide() {
@@ -37,7 +37,7 @@ export class DeviceView {
     this.#timer = 0;
   }
 
-  async #refresh() {
+  async refresh() {
     try {
       const info = await deviceInfo();
       if (info.text !== this.#shown) {

@@ -10,7 +10,8 @@ export class FileList {
   #onChange;
   #list = element("ul");
   #state = element("p", { class: "note", role: "status" });
-  #names = [];
+  #names = null;
+  #isProblem = false;
 
   constructor(kind, title, onChange) {
     this.#kind = kind;
@@ -25,14 +26,29 @@ export class FileList {
     this.#takeDrops();
   }
 
+  // Reads the list; returns whether that worked.
   async refresh() {
     try {
-      this.#names = await listFiles(this.#kind);
-      this.#list.replaceChildren(...this.#names.map((name) => this.#item(name)));
-      if (this.#names.length === 0) this.#list.append(element("li", { class: "note" }, "No files"));
+      const names = await listFiles(this.#kind);
+      if (String(names) !== String(this.#names)) this.#show(names);
+      if (this.#isProblem) this.#say("");
+      return true;
     } catch (error) {
-      setText(this.#state, `Not listed: ${error.message}.`);
+      this.#say(`Not listed: ${error.message}.`);
+      this.#isProblem = true;
+      return false;
     }
+  }
+
+  #show(names) {
+    this.#names = names;
+    this.#list.replaceChildren(...names.map((name) => this.#item(name)));
+    if (names.length === 0) this.#list.append(element("li", { class: "note" }, "No files"));
+  }
+
+  #say(text) {
+    this.#isProblem = false;
+    setText(this.#state, text);
   }
 
   #item(name) {
@@ -60,21 +76,23 @@ export class FileList {
   async #upload(files) {
     const said = [];
     for (const file of files) {
-      setText(this.#state, `Uploading ${file.name} …`);
+      this.#say(`Uploading ${file.name} …`);
       said.push(await this.#uploadOne(file));
     }
     await this.refresh();
-    setText(this.#state, said.filter(Boolean).join(" "));
+    this.#say(said.filter(Boolean).join(" "));
     this.#onChange();
   }
 
+  // The list is read before: another client may have stored a file of this name.
   async #uploadOne(file) {
+    if (!await this.refresh()) return `${file.name} is not stored: the files cannot be listed.`;
     if (this.#names.includes(file.name) && !await ask(`Replace ${file.name} on the device?`, "Replace")) return "";
     try {
       const result = await putFile(this.#kind, file.name, file);
       return result === "Success" ? `${file.name} is stored.` : `${file.name} is not stored: ${result}.`;
     } catch (error) {
-      return `${file.name} is not stored: ${error.message}.`;
+      return failure(file.name, "stored", error);
     }
   }
 
@@ -82,11 +100,14 @@ export class FileList {
     if (!await ask(`Delete ${name} from the device?`, "Delete")) return;
     try {
       const result = await deleteFile(this.#kind, name);
-      setText(this.#state, result === "Success" ? `${name} is deleted.` : `${name} is not deleted: ${result}.`);
+      this.#say(result === "Success" ? `${name} is deleted.` : `${name} is not deleted: ${result}.`);
     } catch (error) {
-      setText(this.#state, `${name} is not deleted: ${error.message}.`);
+      this.#say(failure(name, "deleted", error));
     }
     await this.refresh();
     this.#onChange();
   }
 }
+
+const failure = (name, done, error) => (error.isRefusal ? `${name} is not ${done}: ${error.message}.`
+  : `It is unknown whether ${name} is ${done}: ${error.message}.`);

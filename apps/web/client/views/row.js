@@ -22,12 +22,12 @@ export class Row {
     const name = element("span", { class: "name" }, variable.name);
     const about = variable.about ? [element("span", { class: "about" }, variable.about)] : [];
     this.#parts = {
-      pin: element("button", { class: "pin", onclick: togglePin,
+      pin: element("button", { class: "pin", tabindex: -1, onclick: togglePin,
         "aria-label": `Favourite ${variable.name}` }),
       when: element("time", { class: "when" }),
       type: element("span", { class: "type" }),
       value: element("span", { class: "value" }),
-      edit: element("button", { class: "edit", "aria-expanded": "false",
+      edit: element("button", { class: "edit", tabindex: -1, "aria-expanded": "false",
         "aria-label": `Edit ${variable.name}`, onclick: () => this.#toggleEditor() }, "Edit"),
     };
     const { pin, when, type, value, edit } = this.#parts;

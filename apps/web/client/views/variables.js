@@ -3,6 +3,7 @@
 import { byId, element } from "../dom.js";
 import { Favourites } from "../model/favourites.js";
 import { Finder } from "./finder.js";
+import { rove } from "./roving.js";
 import { Row } from "./row.js";
 
 const SWEEP_MS = 200;
@@ -23,6 +24,7 @@ export class VariablesView {
     this.#app = app;
     this.#finder = new Finder(app, { rows: this.#rows, putBack: (row) => this.#putBack(row),
       update: (isAway) => this.#showLists(!isAway) });
+    rove(document.querySelector("[data-view=variables]"), ".variable", ".pin, .edit");
     this.#favourites.subscribe(() => this.#movePinned());
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     if (app.store.variables.size > 0) this.#addRows();

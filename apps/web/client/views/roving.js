@@ -1,0 +1,41 @@
+// Long lists take two stops of the Tab key: only the controls of one row are in the tab order. Arrows, Home, End and the page
+// keys move to the same control of another row.
+
+const ROWS_A_PAGE = 10;
+const STEPS = { ArrowDown: 1, ArrowUp: -1, PageDown: ROWS_A_PAGE, PageUp: -ROWS_A_PAGE, Home: -Infinity, End: Infinity };
+
+// `rows` is a selector of rows below the container, `controls` one of their buttons, which are made with tabindex -1.
+export function rove(container, rows, controls) {
+  let current = null;
+  const isSeen = (row) => row !== null && row.isConnected && row.checkVisibility();
+  const setCurrent = (row) => {
+    current?.querySelectorAll(controls).forEach((control) => { control.tabIndex = -1; });
+    current = row;
+    row?.querySelectorAll(controls).forEach((control) => { control.tabIndex = 0; });
+  };
+  const seen = () => [...container.querySelectorAll(rows)].filter(isSeen);
+  const renew = () => {
+    if (!isSeen(current)) setCurrent([...container.querySelectorAll(rows)].find(isSeen) ?? null);
+  };
+  let timer = 0;
+  new MutationObserver((records) => {
+    if (!records.some(({ type, target }) => type === "attributes" || target.localName === "ul")) return;
+    timer ||= setTimeout(() => {
+      timer = 0;
+      renew();
+    });
+  }).observe(container, { childList: true, subtree: true, attributeFilter: ["hidden"] });
+  container.addEventListener("focusin", (event) => {
+    const row = event.target.closest(rows);
+    if (row && row !== current) setCurrent(row);
+  });
+  container.addEventListener("keydown", (event) => {
+    const step = STEPS[event.key];
+    if (step === undefined || !event.target.matches(controls)) return;
+    event.preventDefault();
+    const all = seen();
+    const at = Math.min(Math.max(all.indexOf(current) + step, 0), all.length - 1);
+    const name = event.target.className;
+    [...all[at].querySelectorAll(controls)].find((control) => control.className === name)?.focus();
+  });
+}
