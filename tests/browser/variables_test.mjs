@@ -135,6 +135,7 @@ test("an untouched field follows the value, and what is typed replaces a newer v
 test("a value that another process changes right after a set is not taken for a refusal", async () => {
     const console = await open();
     await device.store(BRIGHTNESS, 1);
+    await console.shows(BRIGHTNESS, "1");
     let answer;
     await console.page.route("**/set.cgi", async (route) => {
         const response = await route.fetch();
