@@ -1,4 +1,4 @@
-"""The hwinfo tool on a virtual device, and the card and register after a start of the service."""
+"""The hwinfo tool on a virtual device."""
 
 import subprocess
 
@@ -71,13 +71,3 @@ def test_missing_card_is_reported(device):
     assert (code, output) == (1, "")
     assert errors.startswith("hwinfo: Cannot use /dev/mem and /dev/mmcblk1: persistentinfo.cpp:")
     assert errors.endswith(" open: No such file or directory\n")
-
-
-def test_service_leaves_card_and_register_unchanged(device):
-    fill(device, "/dev/mem", REGISTER_AT, b"\xa5\x5a\xc3\x3c")
-    before = card(device)
-    device.end("service")
-    device.start_service()
-    device.ping()
-    assert at(device, "/dev/mem", REGISTER_AT, 4) == b"\xa5\x5a\xc3\x3c"
-    assert card(device) == before

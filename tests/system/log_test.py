@@ -10,7 +10,6 @@ import pytest
 from systemdevice import SystemDevice, wait_until
 
 LOG = "/api/v1/log.cgi"
-UPDATE = "/api/v1/update.cgi"
 HEADER = b"Content-type: text/html\r\n\r\n"
 
 
@@ -71,25 +70,6 @@ def test_offset_selects_the_rest_of_the_text(fed, feed):
             assert ask(fed, f"offset={offset}") == b"36\r\n", "ends this request only"
         feed.write(fed, b"7", 37)
         assert waiting.answer().output == HEADER + b"36\r\n7"
-
-
-def test_pieces_of_a_waiting_client_are_the_whole_log(fed, feed):
-    feed.write(fed, b"start\n", 6)
-    whole = b"start\n"
-    with fed.connect() as update:
-        update.send_request(UPDATE)
-        for number in range(12):
-            with fed.connect() as waiting:
-                waiting.send_request(LOG, QUERY_STRING=f"offset={len(whole)}")
-                fed.ping()
-                piece = b"<span style='color: #AA0000'>%d</span>\n" % number
-                feed.write(fed, b"\033[31m%d\033[0m\n" % number, len(whole) + len(piece))
-                length, _, text = waiting.answer().output.removeprefix(HEADER).partition(b"\r\n")
-            assert int(length) == len(whole)
-            assert text != b"" and piece.startswith(text)
-            whole += piece
-        assert update.is_silent(0.1)
-    assert ask(fed) == b"%d\r\n" % len(whole) + whole
 
 
 def test_lines_of_the_service_are_coloured(device):

@@ -1,14 +1,11 @@
 """update.cgi: every waiting request is answered with the next changes."""
 
 import json
-import re
 import struct
-from pathlib import Path
 
 import pytest
 
 from fastcgi import request
-from systemdevice import wait_until
 
 UPDATE = "/api/v1/update.cgi"
 SET = "/api/v1/set.cgi"
@@ -20,7 +17,6 @@ TRUE = b'{ "value": "true", "type": "bool", "textid": [ "false", "true" ]}'
 NAME = b'{"max":"0","min":"0","type":"string","value":"Hand unit"}'
 LEVEL = (b'{ "value": "Warn", "type": "LogLevel", "textid": [ "DebugAll","DebugMost","DebugLight","LogAll","LogMost",'
          b'"LogLight","Warn","Error"]}')
-TURNS = 4
 
 
 @pytest.fixture
@@ -29,7 +25,6 @@ def device(device):
     device.write("MemPersistent", 40, b"\1")
     device.write("MemPersistent", 92, struct.pack("<ii", 3, 4))
     device.write("MemApp", 0, struct.pack("<ii", 5, 6))
-    device.write("MemStatic", 248, b"\0")
     device.forget_changes()
     return device
 
@@ -73,22 +68,6 @@ def test_all_changes_together_are_the_tree(device, catalogue, events):
     assert told == json.loads(device.ask("/api/v1/all.cgi"))["variables"]
 
 
-def turns(device):
-    """How often the service has begun to wait; it waits at most 100 ms."""
-    status = Path(f"/proc/{device.pids['service']}/status").read_text()
-    return int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)$", status, re.MULTILINE)[1])
-
-
-def test_change_without_waiting_request_is_consumed(device, events):
-    events.post(221)
-    events.posted()
-    device.ping()
-    before = turns(device)
-    wait_until(lambda: turns(device) >= before + TURNS, "the periodic work")
-    with device.wait_for_update() as waiting:
-        assert waiting.is_silent(0.3)
-
-
 def test_next_request_of_a_connection_ends_its_waiting(device):
     with device.wait_for_update(request_id=5, keep=True) as connection:
         other = request("other", request_id=2, keep=True)
@@ -102,23 +81,3 @@ def test_next_request_of_a_connection_ends_its_waiting(device):
         device.ping()
         device.ask(SET, BODY % 1)
         assert connection.answer().output == document(6, DISPLAY_BRIGHTNESS + BRIGHTNESS % 1)
-
-
-def test_unknown_event_is_logged_and_dropped(device, events):
-    with device.wait_for_update() as waiting:
-        for event in (931, 960, 0xFFFFFFFF):
-            events.post((event, event, event))
-            line = f"Event id {event} is beyond the 931 known events"
-            wait_until(lambda line=line: len(device.log_lines(line)) == 1, line)
-        events.post(206)
-        assert waiting.answer().output == document(1, b'\r\n  "MemPersistent" : {\r\n    "RadioPower" : ' + TRUE)
-
-
-def test_variable_logging_logs_each_change(device, events):
-    device.write("MemStatic", 248, b"\2")  # any value but 0 switches it on
-    with device.wait_for_update() as waiting:
-        events.post(221, 95)
-        waiting.answer()
-    for text in ("MemPersistent.DisplayBrightness: " + (BRIGHTNESS % 3).decode(),
-                 "MemPersistent.ProductName: " + NAME.decode()):
-        assert re.search(rf"  LogLight .*: *\d+ {re.escape(text)}$", device.log(), re.MULTILINE)

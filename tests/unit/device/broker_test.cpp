@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -147,23 +146,6 @@ TEST_F(BrokerTest, OnlyAClientThatNeverReadsIsDropped) {
         for (const Notify& event : events)
             EXPECT_EQ(event.arg1, next++);
     }
-}
-
-TEST_F(BrokerTest, WithoutFreeDescriptorsNewClientsWait) {
-    const auto first = connect({SUBSCRIBE_ALL});
-    const Peer second(path_);
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const auto used = static_cast<rlim_t>(Descriptor(dup(STDERR_FILENO)).get());
-    const rlimit none{used, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    broker_->runOnce(0);
-    EXPECT_EQ(broker_->clientCount(), 1U);
-    send(*first, {{7, 0, 0}});
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_THAT(first->received(), ElementsAre(Notify{7, 0, 0}));
-    broker_->runOnce(0);
-    EXPECT_EQ(broker_->clientCount(), 2U);
 }
 
 } // namespace

@@ -72,6 +72,7 @@ protected:
         setenv("VIRTUAL_DEVICE_ROOT", root_.c_str(), 1);
     }
     ~QorAppTest() override {
+        synced.clear();
         gComponentLogLevel = nullptr;
         unsetenv("VIRTUAL_DEVICE_ROOT");
         std::filesystem::remove_all(root_);
@@ -119,10 +120,12 @@ protected:
 TEST_F(QorAppTest, DeviceInfoHasIdentitySpaceAndAccessories) {
     std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
     accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
-    accessories().RBusDeviceList[15] = {1, 1234, "", "9", "", "", 0, 0};
+    accessories().RBusDeviceList[15] = {1, 1234, "", "", "", "", 0, 0};
     std::memset(accessories().RBusDeviceList[15].RBusDeviceName, 'x', 50);
+    std::memset(accessories().RBusDeviceList[15].RBusMainSwVersion, 'v', 50);
     const std::regex sizes("(space_(total|available)\": )[0-9]+");
-    const auto accessory = [](const std::string& name, const std::string& serial, const char* version) {
+    const auto accessory = [](const std::string& name, const std::string& serial,
+                              const std::string& version) {
         return "    {\r\n      \"_id\": \"" + name + "-" + serial + "\",\r\n      \"name\": \"" + name +
                "\",\r\n      \"serialnumber\": \"" + serial + "\",\r\n      \"firmwareversion\": \"" +
                version + "\"\r\n    }";
@@ -135,8 +138,8 @@ TEST_F(QorAppTest, DeviceInfoHasIdentitySpaceAndAccessories) {
               "  \"space_total\": N,\r\n"
               "  \"space_available\": N,\r\n"
               "  \"devices\": [\r\n" +
-                  accessory("FOCUS", "-5", "1.2") + ", \r\n" + accessory(std::string(50, 'x'), "1234", "9") +
-                  "\r\n  ]\r\n}\r\n");
+                  accessory("FOCUS", "-5", "1.2") + ", \r\n" +
+                  accessory(std::string(50, 'x'), "1234", std::string(50, 'v')) + "\r\n  ]\r\n}\r\n");
 }
 
 TEST_F(QorAppTest, StatusCountsProgressOverAllParts) {
@@ -229,6 +232,14 @@ TEST_F(QorAppTest, RefusesNamesOfOtherThingsThanFiles) {
     }
     EXPECT_EQ(file("GET", "/pipe"), NO_SUCH_FILE);
     EXPECT_EQ(file("PUT", "/pipe", "x"), OPEN_ERROR);
+    EXPECT_EQ(file("PUT", "/" + std::string(255, 'n'), "x"), SUCCESS);
+    EXPECT_EQ(file("PUT", "/" + std::string(256, 'n'), "x"), OPEN_ERROR);
+    std::filesystem::create_symlink("/proc/self/mem", folder_ + "unreadable");
+    EXPECT_EQ(file("GET", "/unreadable"), "");
+    EXPECT_THAT(log_.messages(), Contains("Warn Could not read user file: Input/output error"));
+    std::filesystem::remove_all(folder_);
+    EXPECT_EQ(ask("/lenstables/list"), "[]");
+    EXPECT_EQ(file("PUT", "/a", "x"), SUCCESS) << "creates the folder";
     std::filesystem::remove_all(root_ + "/var");
     EXPECT_EQ(file("PUT", "/a", "x"), OPEN_ERROR);
     EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /var//LDA/"));
@@ -247,11 +258,26 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
     EXPECT_EQ(ask("/device/update", "POST", id + "\nname=file\n\nfirmware\r\n--b c--", type),
               R"({"taskid": "BOARD-K1-7" })");
     EXPECT_TRUE(std::filesystem::exists(root_ + "/update/host.swu"));
+    const auto upload = [&](const std::string& device) {
+        return ask("/device/update", "POST",
+                   "--b c\nname=deviceid\n\n" + device + "\r\n--b c\nname=file\n\nx\r\n--b c--", type);
+    };
+    const std::string noDash = "'deviceid' has to be in the form DEVICE-SERIAL";
+    EXPECT_EQ(upload("NODASH"), "{\"result\": \"" + noDash + ".\" }");
+    EXPECT_THAT(textThrownBy([&] { upload("DEV-x12"); }), testing::EndsWith("'x12' is not a serial number"));
+    EXPECT_EQ(upload("A-B-7"), R"({"taskid": "A-B-7" })");
+    EXPECT_STREQ(accessories().RBusUpdateDeviceName, "A-B");
+    EXPECT_EQ(accessories().RBusUpdateDeviceSerial, 7);
+    std::filesystem::remove(root_ + "/update/host.swu");
+    std::filesystem::create_directory(root_ + "/update/host.swu");
+    EXPECT_THAT(textThrownBy([&] { upload("BOARD-K1-7"); }), testing::EndsWith("rename: Is a directory"));
+    EXPECT_FALSE(std::filesystem::exists(root_ + "/update/file-from-app"));
     EXPECT_THAT(
         log_.messages(),
         testing::IsSupersetOf(
             {"Warn No multipart/form-data"s, "Warn No boundary"s, "Warn " + missing,
-             "DebugAll Request content:"s, "DebugAll   \"deviceid\": \"BOARD-K1-7\""s,
+             "Warn " + noDash + ", but it is NODASH.", "DebugAll Request content:"s,
+             "DebugAll   \"deviceid\": \"BOARD-K1-7\""s,
              "LogLight Received update file for device ID BOARD-K1-7, our device ID is BOARD-K1-7."s}));
 }
 
