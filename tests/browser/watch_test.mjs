@@ -79,8 +79,8 @@ test("a gap in the connection is a gap in the plot and in the table", async () =
     await device.command("start");
     await console.says("#watch-plots .now", "4");
     const [head, ...rows] = await exported(console.page);
-    const course = rows.map((row) => [row[1], row[head.indexOf("note")]]);
-    assert.deepEqual(course.filter((row, at) => String(row) !== String(course[at - 1])), [["4", ""], ["", "no connection"], ["4", ""]]);
+    const steps = rows.map((row) => [row[1], row[head.indexOf("note")]]);
+    assert.deepEqual(steps.filter((row, at) => String(row) !== String(steps[at - 1])), [["4", ""], ["", "no connection"], ["4", ""]]);
 });
 
 test("the y range holds what held in each window, also from before", async () => {
@@ -102,7 +102,8 @@ test("the y range holds what held in each window, also from before", async () =>
             const max = min + 0.1 + Math.random() * 20;
             const [times, values] = recording.between(min, max);
             plot.draw([{ name: "A.B", isBand: false, times, values }], min, max, null);
-            const held = recording.values.filter((_, at) => recording.times[at] <= max && (recording.times[at + 1] ?? Infinity) > min);
+            const ends = (at) => recording.times[at + 1] ?? Infinity;
+            const held = recording.values.filter((_, at) => recording.times[at] <= max && ends(at) > min);
             const { range } = plot;
             if (!(range.min <= Math.min(...held) && range.max >= Math.max(...held))) faults.push([min, max, range, ...held]);
         }

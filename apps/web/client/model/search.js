@@ -127,13 +127,15 @@ function shownValue(entry) {
 // As exactWorth(), and with one typo in each word, or a short form of it.
 function looseWorth(words) {
   const looked = words.filter((word) => word.length >= TYPO_FROM_LENGTH);
-  const tools = new Map(looked.map((word) => [word, { pattern: withTypo(word), short: remembered((part) => shortWorth(part, word)) }]));
+  const toolsOf = (word) => ({ pattern: withTypo(word), short: remembered((part) => shortWorth(part, word)) });
+  const tools = new Map(looked.map((word) => [word, toolsOf(word)]));
   return (entry, word) => {
     const exact = exactWorth(entry, word);
     if (exact > 0 || !tools.has(word)) return exact;
     const { pattern, short } = tools.get(word);
     const at = entry.name.search(pattern);
-    const typo = at === 0 ? LOOSE_WORTH.begin : at > 0 ? LOOSE_WORTH.name : pattern.test(entry.about) ? LOOSE_WORTH.about : 0;
+    const inName = at === 0 ? LOOSE_WORTH.begin : LOOSE_WORTH.name;
+    const typo = at >= 0 ? inName : pattern.test(entry.about) ? LOOSE_WORTH.about : 0;
     return Math.max(typo, ...entry.parts.map(short));
   };
 }
@@ -150,7 +152,8 @@ function remembered(ask) {
 function shortWorth(part, word) {
   if (part.length < STEM_FROM_LENGTH) return 0;
   if (word.startsWith(part)) return LOOSE_WORTH.short * part.length / word.length;
-  const isNearly = part.length > STEM_FROM_LENGTH && part[0] === word[0] && [-1, 0, 1].some((more) => isNear(part, word.slice(0, part.length + more)));
+  const isAlike = part.length > STEM_FROM_LENGTH && part[0] === word[0];
+  const isNearly = isAlike && [-1, 0, 1].some((more) => isNear(part, word.slice(0, part.length + more)));
   return isNearly ? LOOSE_WORTH.nearlyShort : 0;
 }
 

@@ -4,7 +4,6 @@ import { readAddress, writeAddress } from "../address.js";
 import { byId, setText } from "../dom.js";
 import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
-import { differs, keptSnapshot } from "../model/snapshot.js";
 
 const ROWS_AT_ONCE = 20;
 const LIVE_MS = 500;
@@ -16,9 +15,10 @@ export class Finder {
   #index;
   #asked = { search: "", memory: "", only: "" };
   #changedFrom = 0;
+  #snapshots = null;
   #rows = new Set();
   #most = ROWS_AT_ONCE;
-  #liveTimer = 0;
+  #isFollowing = false;
   #addressTimer = 0;
 
   // `home` has rows, a Map of all rows by key, putBack(row), which puts one where it is without a search, and
@@ -44,8 +44,10 @@ export class Finder {
 
   // Values have changed, or there are new variables. Rows move a little later, all together.
   follow() {
-    this.#liveTimer ||= setTimeout(() => {
-      this.#liveTimer = 0;
+    if (this.#isFollowing) return;
+    this.#isFollowing = true;
+    setTimeout(() => {
+      this.#isFollowing = false;
       this.#show(true);
     }, LIVE_MS);
   }
@@ -64,15 +66,21 @@ export class Finder {
     if (only !== "now") this.#changedFrom = 0;
     this.#asked = { search: search.trim(), memory, only };
     this.#most = ROWS_AT_ONCE;
-    this.#show(false);
+    if (only === "snapshot" && this.#snapshots === null) this.#loadSnapshots();
+    else this.#show(false);
     clearTimeout(this.#addressTimer);
     this.#addressTimer = setTimeout(() => readAddress().view !== "variables" || writeAddress("variables", this.#asked), ADDRESS_MS);
   }
 
+  async #loadSnapshots() {
+    this.#snapshots = await import("../model/snapshot.js");
+    this.#show(false);
+  }
+
   #found() {
     const { search, memory, only } = this.#asked;
-    const snapshot = keptSnapshot();
-    const isChanged = only === "snapshot" ? (variable) => snapshot !== null && differs(snapshot, variable)
+    const snapshot = this.#snapshots?.keptSnapshot() ?? null;
+    const isChanged = only === "snapshot" ? (variable) => snapshot !== null && this.#snapshots.differs(snapshot, variable)
       : ({ changedAt }) => changedAt !== undefined && changedAt >= this.#changedFrom;
     const isWanted = (variable) => (memory === "" || variable.memory === memory) && (only === "" || isChanged(variable));
     return this.#index.find(search, [...this.#app.store.variables.values()].filter(isWanted));
@@ -121,7 +129,7 @@ export class Finder {
     const where = memory === "" ? "" : ` in ${memory}`;
     if (search !== "") return `No variable${where} fits “${search}”.`;
     if (only === "snapshot") {
-      return keptSnapshot() ? `No variable${where} differs from the snapshot.` : "There is no snapshot yet: take one in the view Snapshot.";
+      return this.#snapshots?.keptSnapshot() ? `No variable${where} differs from the snapshot.` : "There is no snapshot yet: take one in the view Snapshot.";
     }
     return `No variable${where} has changed since ${only === "now" ? clockText(this.#changedFrom) : "the page was opened"}.`;
   }

@@ -25,7 +25,8 @@ function clock(time) {
 function ticks(min, max, most, steps) {
   const span = (max - min) / most;
   const power = 10 ** Math.floor(Math.log10(span));
-  const step = steps ? steps.find((each) => each >= span) ?? steps.at(-1) : power * [1, 2, 5, 10].find((each) => each * power >= span);
+  const round = steps ?? [1, 2, 5, 10].map((each) => each * power);
+  const step = round.find((each) => each >= span) ?? round.at(-1);
   const first = Math.ceil(min / step);
   const count = Math.max(Math.floor(max / step) - first + 1, 0);
   return Array.from({ length: Math.min(count, 50) }, (_, i) => Number(((first + i) * step).toPrecision(12)));

@@ -1,9 +1,9 @@
 // A row of the Variables view.
 
 import { ask, element, setText } from "../dom.js";
-import { createEditor } from "../editors/editor.js";
 import { clockText, typeText, valueText } from "../model/format.js";
 
+export const loadEditors = () => import("../editors/editor.js");
 const CHANGED_MS = 1200;
 
 // One variable: what it is, its value, and on demand its editor.
@@ -84,7 +84,8 @@ export class Row {
       this.#editor = null;
       this.#parts.edit.focus();
     } else {
-      this.#editor = createEditor(this.#app, this.variable);
+      const { createEditor } = await loadEditors();
+      this.#editor ??= createEditor(this.#app, this.variable);
       this.node.append(this.#editor.form);
       this.#editor.form.querySelector("input, select, textarea, button")?.focus();
     }

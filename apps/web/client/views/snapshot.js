@@ -228,9 +228,10 @@ export class SnapshotView {
     }
     const memories = Object.keys(snapshot.memories);
     const unread = Object.values(snapshot.memories).flatMap(Object.values).filter((value) => value === null).length;
-    this.#say(`Snapshot of ${snapshot.device || "a device"}, ${new Date(snapshot.taken).toLocaleString("en-GB")}, `
-      + `${memories.length === 1 ? memories[0] : `${memories.length} memories`}.`
-      + (unread === 0 ? "" : ` ${unread} values could not be read.`));
+    const taken = new Date(snapshot.taken).toLocaleString("en-GB");
+    const scope = memories.length === 1 ? memories[0] : `${memories.length} memories`;
+    const note = unread === 0 ? "" : ` ${unread} values could not be read.`;
+    this.#say(`Snapshot of ${snapshot.device || "a device"}, ${taken}, ${scope}.${note}`);
   }
 
   #say(text) {

@@ -4,9 +4,11 @@ import { byId, element } from "../dom.js";
 import { Favourites } from "../model/favourites.js";
 import { Finder } from "./finder.js";
 import { rove } from "./roving.js";
-import { Row } from "./row.js";
+import { loadEditors, Row } from "./row.js";
 
 const SWEEP_MS = 200;
+// The editors are loaded when the values are there.
+const EDITORS_MS = 2000;
 // Height of a row before it is drawn.
 const ROW_REM = 3;
 
@@ -29,6 +31,7 @@ export class VariablesView {
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     if (app.store.variables.size > 0) this.#addRows();
     setInterval(() => this.#calmDown(), SWEEP_MS);
+    setTimeout(loadEditors, EDITORS_MS);
   }
 
   show() {

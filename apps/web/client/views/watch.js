@@ -74,8 +74,8 @@ export class WatchView {
       .filter((names) => names.length > 0);
     const names = layout.flat();
     [...this.#recordings.keys()].filter((name) => !names.includes(name)).forEach((name) => this.#recordings.delete(name));
-    for (const name of names) {
-      if (!this.#recordings.has(name)) this.#recordings.set(name, new Recording(this.#app.store, name, this.#series.get(name)));
+    for (const name of names.filter((each) => !this.#recordings.has(each))) {
+      this.#recordings.set(name, new Recording(this.#app.store, name, this.#series.get(name)));
     }
     this.#plots = layout.map((each) => this.#plotNode(each));
     byId("watch-plots").replaceChildren(...this.#plots.map(({ node }) => node));
