@@ -5,11 +5,10 @@ import struct
 
 import pytest
 
-from fastcgi import BEGIN, RESPONDER, record, request
+from fastcgi import request
 from systemdevice import wait_until
 
 UPDATE = "/api/v1/update.cgi"
-BEGINNING = record(BEGIN, RESPONDER)
 
 
 @pytest.fixture
@@ -18,17 +17,6 @@ def device(device):
     before = device.descriptors()
     yield device
     wait_until(lambda: device.descriptors() == before, "the number of descriptors from before")
-
-
-def test_incomplete_record_delays_only_its_connection(device):
-    stuck = []
-    for _ in range(40):  # more than requests may be unfinished
-        stuck.append(device.connect())
-        stuck[-1].send(BEGINNING + b"\1\4\0\1\xff\xff\0\0" + bytes(1000))
-        device.ping()
-    assert device.comes_to_rest()
-    for connection in stuck:
-        connection.close()
 
 
 def test_disconnected_clients_leave_nothing(device):

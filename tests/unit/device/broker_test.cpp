@@ -126,26 +126,4 @@ TEST_F(BrokerTest, RecordsArriveInAnyPieces) {
     EXPECT_EQ(broker_->clientCount(), 1U);
 }
 
-TEST_F(BrokerTest, OnlyAClientThatNeverReadsIsDropped) {
-    const auto deaf = connect({SUBSCRIBE_ALL});
-    const auto listener = connect({SUBSCRIBE_ALL});
-    const auto sender = connect();
-    std::uint32_t count = 0;
-    for (; broker_->clientCount() == 3 && count < 100 * Client::QUEUE_LIMIT; ++count) {
-        send(*sender, {{7, count, 0}});
-        EXPECT_THAT(listener->received(), ElementsAre(Notify{7, count, 0}));
-    }
-    EXPECT_EQ(broker_->clientCount(), 2U);
-    EXPECT_GT(count, Client::QUEUE_LIMIT);
-    const auto late = connect({SUBSCRIBE_ALL});
-    for (count = 0; count < Client::QUEUE_LIMIT; ++count)
-        send(*sender, {{7, count, 0}});
-    for (std::uint32_t next = 0; next < Client::QUEUE_LIMIT; broker_->runOnce(0)) {
-        const Events events = late->received();
-        ASSERT_THAT(events, testing::Not(IsEmpty()));
-        for (const Notify& event : events)
-            EXPECT_EQ(event.arg1, next++);
-    }
-}
-
 } // namespace

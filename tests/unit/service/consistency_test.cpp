@@ -15,26 +15,19 @@ using Clock = std::chrono::steady_clock;
 
 class Consistency : public testing::Test {
 protected:
-    static void find(const std::string& name, unsigned int& mem, unsigned int& var) {
-        for (mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
-            for (var = 0; var < MEMORY_ARRAY[mem].count; ++var)
-                if (name == MEMORY_ARRAY[mem].variables[var].name)
-                    return;
-        FAIL() << name;
-    }
-
     // Prints until the value has changed often; at least 300 times, also where the threads share a processor.
     // Expects one of both values in each text, or a mix of 'a' and 'b' if the values `mayMix`; after the last
     // store, expects the value that was stored.
     void printWhileStored(const std::string& name, const std::string& one, const std::string& other,
                           bool mayMix = false) {
-        unsigned int mem = 0, var = 0;
-        find(name, mem, var);
-        char* const field = memories_.base(mem) + MEMORY_ARRAY[mem].variables[var].location;
-        ASSERT_EQ(one.size(), MEMORY_ARRAY[mem].variables[var].size) << name;
+        const Variable variable(name);
+        char* const field = memories_.base(variable.mem) + variable.row().location;
+        ASSERT_EQ(one.size(), variable.row().size) << name;
         VariableTree tree;
         const auto printed = [&] {
-            return nlohmann::json::parse(tree.variable(mem, var)).at("value").get<std::string>();
+            return nlohmann::json::parse(tree.variable(variable.mem, variable.var))
+                .at("value")
+                .get<std::string>();
         };
         const auto store = [field](const std::string& bytes) {
             storeIfChanged(field, bytes.data(), bytes.size());

@@ -33,6 +33,8 @@ TEST(VariableTree, EqualsAFreshPrintAfterAnyChange) {
             const std::uint32_t mem = random() % MEMORY_ARRAY_SIZE;
             memories.base(mem)[random() % MEMORY_ARRAY[mem].size] = static_cast<char>(random());
         }
+        const std::uint32_t any = random() % MEMORY_ARRAY_SIZE;
+        std::generate_n(memories.base(any), MEMORY_ARRAY[any].size, random);
         if (round % 3 == 0)
             tree.variable(random() % MEMORY_ARRAY_SIZE, 0);
         VariableTree fresh; // without texts from before
