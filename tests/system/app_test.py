@@ -3,10 +3,8 @@
 import json
 import os
 
-import pytest
-
 from fastcgi import JSON_HEADER
-from systemdevice import LEVEL_ALL, LEVEL_NORMAL, wait_until
+from systemdevice import wait_until
 
 OUR_ID = "K1-K1-00042"
 ACCESSORY = "Ultrasonic Ranger-5512"
@@ -34,14 +32,6 @@ def upload(device, device_id, content):
     return ask(device, "/device/update", "POST", form(content, device_id))
 
 
-@pytest.fixture
-def traced(device):
-    """A device whose service logs everything."""
-    device.write("MemApp", 0, LEVEL_ALL)
-    yield device
-    device.write("MemApp", 0, LEVEL_NORMAL)
-
-
 def test_device_info_has_identity_and_space(device):
     def info():
         return json.loads(ask(device, "/device/info"))
@@ -56,8 +46,8 @@ def space():
     return [blocks * root.f_bsize % 2 ** 32 for blocks in (root.f_blocks, root.f_bavail)]
 
 
-def test_body_is_copied_only_at_the_lowest_level(traced):
-    upload(traced, "NO", b"first")
-    traced.write("MemApp", 0, b"\1\0\0\0")
-    upload(traced, "NO", b"second")
-    assert traced.path("/tmp/post-data").read_bytes() == form(b"first", "NO")
+def test_body_is_copied_only_at_the_lowest_level(device):
+    for level, content in ((0, b"first"), (1, b"second"), (5, b"third")):
+        device.write("MemApp", 0, bytes([level]))
+        upload(device, "NO", content)
+    assert device.path("/tmp/post-data").read_bytes() == form(b"first", "NO")

@@ -15,7 +15,6 @@ RESPONDER = b"\0\1\0\0\0\0\0\0"
 JSON_HEADER = b"Content-type: application/json\r\n\r\n"
 TIMEOUT = 60
 LONG = 1 << 31  # marks a length of four bytes
-LONGEST_CONTENT = 65535
 
 
 def record(kind, content=b"", request_id=1):
@@ -28,11 +27,10 @@ def pair(name, value):
 
 
 def request(script, body=b"", *, request_id=1, keep=False, **params):
-    """All records of a request."""
+    """All records of a request, whose body is at most 65535 bytes long."""
     content = b"".join(pair(name, value) for name, value in {"SCRIPT_NAME": script, **params}.items())
-    pieces = [body[at:at + LONGEST_CONTENT] for at in range(0, len(body), LONGEST_CONTENT)]
     records = [(BEGIN, RESPONDER_KEEPING if keep else RESPONDER), (PARAMS, content), (PARAMS, b"")]
-    records += [(STDIN, piece) for piece in [*pieces, b""]]
+    records += [(STDIN, body), (STDIN, b"")] if body else [(STDIN, b"")]
     return b"".join(record(kind, piece, request_id) for kind, piece in records)
 
 
