@@ -82,7 +82,7 @@ def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent"
     return render(source, folder, "nginx.conf", {"@USER@": user, "@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f"listen {address}:{port} so_keepalive=60s:10s:6;\n",
         "hosts.conf": f"{address} 0;\n",
-        "upstream.conf": f"server 127.0.0.1:{fcgi_port};\n",
+        "upstream.conf": f"server 127.0.0.1:{fcgi_port} max_fails=0;\n",
         "client.conf": f'root "{client}";\n',
         "log.conf": f"access_log {folder}/changes.log changes if=$upstream_addr;\n",
     })
