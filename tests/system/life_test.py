@@ -13,7 +13,7 @@ from pathlib import Path
 import pytest
 
 from brokerclient import BrokerClient
-from fastcgi import END
+from fastcgi import END, Connection
 from systemdevice import LEVEL_NORMAL, SystemDevice, wait_until
 from virtualdevice import DeviceError
 
@@ -53,6 +53,15 @@ def test_signal_ends_waiting_requests_and_the_service(device, number):
         assert connection.answer().records == END_ONLY
         assert connection.is_closed()
     assert is_logged(device, "LogLight", f"SIG {number}: {signal.strsignal(number)}")
+
+
+def test_inherited_listening_socket_is_used(shared_device):
+    with socket.create_server(("127.0.0.1", 0)) as listening:
+        with subprocess.Popen(shared_device.command("webservice"), env=shared_device.environment(),
+                              stdin=listening) as service, Connection(listening.getsockname()[1]) as connection:
+            assert connection.ask(SET, BRIGHTER % 1).body == DONE
+            service.terminate()
+        assert service.returncode == 0
 
 
 def test_version_names_the_catalogue_of_header_and_console(shared_device):

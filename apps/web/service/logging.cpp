@@ -51,6 +51,12 @@ void makeStandardOutput(int fd) {
     close(fd);
 }
 
+// The service's standard input may be its listening socket.
+void makeStandardInputEmpty() {
+    close(STDIN_FILENO);
+    open("/dev/null", O_RDONLY); // takes the lowest descriptor
+}
+
 void dieWith(pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) // the parent has ended before prctl
@@ -61,6 +67,7 @@ void dieWith(pid_t parent) {
     setpgid(0, 0);
     dieWith(parent);
     makeStandardOutput(output);
+    makeStandardInputEmpty();
     closefrom(STDERR_FILENO + 1); // also descriptors that the service inherited without close-on-exec
     resetSignals();
     const char* const words[] = {"sh", "-c", command, nullptr};

@@ -121,13 +121,14 @@ TEST_F(LoggingTest, DestructionEndsTheChildAndItsDescendants) {
 TEST_F(LoggingTest, ChildHasThreeDescriptorsAndDefaultSignals) {
     const int leaking = open("/dev/null", O_RDONLY); // inherited without close-on-exec
     int pid = 0;
-    const int fd = Logging::popen("ls /proc/$$/fd; exec grep -E 'Sig(Blk|Ign)' /proc/self/status", pid);
+    const int fd = Logging::popen(
+        "ls /proc/$$/fd; readlink /proc/$$/fd/0; exec grep -E 'Sig(Blk|Ign)' /proc/self/status", pid);
     std::string seen;
     for (char byte = 0; read(fd, &byte, 1) == 1;)
         seen += byte;
     close(leaking);
     close(fd);
-    EXPECT_EQ(seen, "0\n1\n2\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+    EXPECT_EQ(seen, "0\n1\n2\n/dev/null\nSigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
 TEST_F(LoggingTest, ChildThatCannotBeExecutedExitsWith127) {

@@ -283,6 +283,7 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
 
 TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     const std::string old(100, 'o');
+    synced.clear();
     file("PUT", "/a", old);
     EXPECT_THAT(std::exchange(synced, {}), ElementsAre(folder_ + ".incomplete", root_ + "/var/LDA"));
     const auto expectOld = [&](const std::string& answer) {

@@ -112,7 +112,9 @@ private:
     static sockaddr_un listenOnStandardInput() {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "webservice-test-%i", getpid());
+        static int count = 0; // a child of the test before may still have its socket
+        std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "webservice-test-%i-%i", getpid(),
+                      ++count);
         close(STDIN_FILENO); // the next descriptor takes its place
         EXPECT_EQ(socket(AF_UNIX, SOCK_STREAM, 0), STDIN_FILENO);
         EXPECT_EQ(bind(STDIN_FILENO, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
