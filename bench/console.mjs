@@ -1,4 +1,4 @@
-// What the browser console costs, and how soon it tells a change. Prints tables in Markdown.
+// Measures the browser console: the delay of a change, processor time, sizes, accessibility. Prints Markdown tables.
 //
 //   tests/browser/run BUILD-FOLDER bench/console.mjs [--count 200] [--seconds 20]
 

@@ -31,7 +31,7 @@ for (const [look, options] of Object.entries(LOOKS)) {
             assert.equal(await console.page.evaluate(overhang), 0, view);
             await console.page.screenshot({ path: `${PICTURES}/console-${view}-${look}.png` });
             assert.match(await console.page.title(), new RegExp(`^${view} – Lens Control`, "i"));
-            const setText = (size) => console.page.evaluate((text) => { document.documentElement.style.fontSize = text; }, size);
+            const setText = (size) => console.page.locator("html").evaluate((page, text) => { page.style.fontSize = text; }, size);
             await setText("200%");
             assert.equal(await console.page.evaluate(overhang), 0, `${view}, large text`);
             await setText("");

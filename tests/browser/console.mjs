@@ -11,7 +11,7 @@ const accessibilityChecker = readFileSync(packages.resolve("axe-core/axe.min.js"
 
 // Longer than a busy machine ever stalls.
 const WAIT_MS = 60_000;
-// Requests stay on this machine, and the browser asks nobody for updates.
+// Requests stay on this machine, and the browser does not look for updates.
 const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--disable-background-networking",
     "--disable-component-update", "--disable-sync", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"];
 

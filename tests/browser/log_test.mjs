@@ -26,10 +26,11 @@ async function isAtEnd() {
     return bottom > 0 && bottom - top < 5;
 }
 
-test("it follows the end, and keeps its place while somebody reads further up or filters", async () => {
+test("it follows the end, and keeps its place while the user reads or filters", async () => {
     const follow = console.page.locator("#log-follow");
     const filter = console.page.locator("#log-filter");
-    const top = () => output.evaluate((log) => [...log.children].find((line) => !line.hidden && line.offsetTop - log.offsetTop >= log.scrollTop).textContent);
+    const top = () => output.evaluate((log) => [...log.children]
+        .find((line) => !line.hidden && line.offsetTop - log.offsetTop >= log.scrollTop).textContent);
     await until(isAtEnd, true, "the end of the log");
     await device.log("<6>fresh: one more");
     await shows("fresh: one more");
@@ -77,7 +78,7 @@ test("markup in a message is shown and not run, and the log's colours are colour
     assert.deepEqual(spans.filter((name) => name.includes("fg-1")), [], "a colour goes on");
 });
 
-test("no line is told twice or lost, over other views and an end of the service", async () => {
+test("no line is repeated or lost when the view or the service changes", async () => {
     await device.log("<6>once: before");
     await shows("once: before");
     await console.go("screen");
@@ -125,7 +126,7 @@ test("levels, processes and lines around the hits are chosen, and all of the log
 
 test("a long log begins with its last lines, and earlier ones come on demand", async () => {
     const line = (at) => `<6>long: ${String(at).padStart(6, "0")} ${"x".repeat(80)}`;
-    for (let from = 0; from < 20_000; from += 1000) await device.log(Array.from({ length: 1000 }, (_, at) => line(from + at)).join("\n"));
+    await device.log(Array.from({ length: 20_000 }, (_, at) => line(at)).join("\n"));
     await shows("long: 019999");
     await console.page.close();
     console = await open({ view: "log" });
@@ -140,6 +141,6 @@ test("a long log begins with its last lines, and earlier ones come on demand", a
     }
     // As the service has them: its reader may split a colour's code.
     const all = (await (await fetch(`${device.url}/api/v1/log.cgi`)).text()).replaceAll(/<.?span[^>]*>/g, "").match(/\d{6} (?=x)/g);
-    const seen = await output.evaluate((log) => [...log.children].map((line) => line.textContent).join("\n").match(/\d{6} (?=x)/g));
+    const seen = await output.evaluate((log) => [...log.children].map((each) => each.textContent).join("\n").match(/\d{6} (?=x)/g));
     assert.deepEqual(seen, all.slice(-seen.length), "each line once, in order");
 });

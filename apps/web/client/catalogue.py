@@ -3,7 +3,7 @@
 
     catalogue.py --generator gen/generator --model gen/model --out catalogue.json
 
-The service's answers do not tell a text's capacity, which texts are buffers, and what a structure's members are.
+The service's answers lack the capacity of texts, which texts are buffers, and the types of structure members.
 """
 
 import argparse
@@ -21,7 +21,7 @@ def arguments():
 
 
 def form(item):
-    """Type and length of a variable or member, and what it is for, where the model tells."""
+    """Type, length and description of a variable or member, as far as the model has them."""
     fields = {"type": item.type, "length": item.length, "about": getattr(item, "about", None)}
     return {key: value for key, value in fields.items() if value is not None}
 

@@ -1,4 +1,4 @@
-// Reads the documents of all.cgi and update.cgi. They need not be JSON: "ERROR": "reason" stands for or behind a value
+// Reads the documents of all.cgi and update.cgi. They may be no JSON: "ERROR": "reason" is in place of or behind a value
 // that could not be printed, and an update may name a memory twice. Only names of memories and variables have a blank on
 // both sides of their colon: there the text is cut, and what cannot be read costs its value only.
 

@@ -1,4 +1,4 @@
-// All feeds with those who want them.
+// All feeds and their receivers.
 
 import { LogFeed } from "./logfeed.js";
 import { Recorder } from "./recorder.js";

@@ -1,20 +1,20 @@
-// Follows the kernel log. An answer is the log's length, a line end, and the text behind the offset (bytes) that was asked for.
-// A long log is not waited for: once the length has come, the answer is given up for one that begins near the end.
+// Follows the kernel log. An answer has the log's length, a line end, and the text from the requested offset (in bytes) on.
+// A long log is not read whole: once the length has arrived, the request is aborted and another one asks for the end.
 
 import { pause, request } from "./api.js";
 import { Loop } from "./loop.js";
 
 const LOG = "/api/v1/log.cgi";
 const NEWLINE = 10;
-// Bytes: of the end that is read first; that are read to catch up; that are kept for pages which open the log later; by which
-// a log is known again.
+// Bytes that are read first; that are read at most to catch up; that are kept for pages which open the log later; that are
+// compared after a failure.
 const TAIL = 100_000;
 const CATCH_UP = 1_000_000;
 const KEPT = 4_000_000;
 const OVERLAP = 1000;
 
-// Reads the log from an offset: resolves to {length, offset, next}, where next() resolves to the following bytes, null at the
-// end. A log that is shorter than the offset comes whole, from offset 0.
+// Reads the log from an offset: resolves to {length, offset, next}, where next() resolves to the following bytes, or to null
+// at the end. A log that is shorter than the offset arrives whole, from offset 0.
 async function readFrom(asked, signal) {
   const answer = await request(asked === 0 ? LOG : `${LOG}?offset=${asked}`, { signal });
   const reader = answer.body.getReader();

@@ -34,11 +34,11 @@ export class TreeFeed extends Loop {
 
   stop() {
     super.stop();
-    this.#tell("reconnecting", "Paused");
+    this.#setState("reconnecting", "Paused");
   }
 
-  // Reads the tree for who came later, or wants to be certain. Who asks while one is on its way shares the next.
-  // Resolves to whether it came.
+  // Reads the tree again. A call during a read waits for the next read, which further calls share. Resolves to whether the
+  // tree arrived.
   reread() {
     if (this.#reading === null) {
       this.#reading = this.#readTree().then(() => true, () => false).finally(() => { this.#reading = null; });
@@ -51,8 +51,8 @@ export class TreeFeed extends Loop {
     return this.#next;
   }
 
-  // The first poll leaves before the tree is asked for, and polls go on while it is on its way: what changes meanwhile
-  // is in one of both. What fails ends both.
+  // The first poll is sent before the tree is requested, and polling continues meanwhile, so each change is in one of both.
+  // A failure of either ends both.
   async turn(signal, succeeded) {
     const either = new AbortController();
     const both = AbortSignal.any([signal, either.signal]);
@@ -61,7 +61,7 @@ export class TreeFeed extends Loop {
       await Promise.race([this.#readTree(both), changes]);
       succeeded();
       this.#failingSince = null;
-      this.#tell("live", "Live");
+      this.#setState("live", "Live");
       await changes;
     } finally {
       changes.catch(() => {});
@@ -73,12 +73,12 @@ export class TreeFeed extends Loop {
     this.#failingSince ??= Date.now();
     const reason = error instanceof RequestError ? error.message : "the answer is not readable";
     if (error.status === 503) {
-      this.#tell("reconnecting", "Too many clients are connected. Trying again");
+      this.#setState("reconnecting", "Too many clients are connected. Trying again");
       this.reread();
     } else if (Date.now() - this.#failingSince > LOST_AFTER_MS) {
-      this.#tell("lost", `Lost: ${reason}. Trying again`);
+      this.#setState("lost", `Lost: ${reason}. Trying again`);
     } else {
-      this.#tell("reconnecting", `Reconnecting: ${reason}`);
+      this.#setState("reconnecting", `Reconnecting: ${reason}`);
     }
   }
 
@@ -93,7 +93,7 @@ export class TreeFeed extends Loop {
     }
   }
 
-  // A device that has left the radio's range closes nothing: when it is quiet for long, the service is asked.
+  // A device out of radio range closes no connection: after a time without updates a small request checks the service.
   async #orGone(poll, signal) {
     for (;;) {
       let timer;
@@ -108,7 +108,7 @@ export class TreeFeed extends Loop {
     return (await request(UPDATE, { signal })).text();
   }
 
-  // Updates that come meanwhile may be newer than the tree: they are told once more behind it.
+  // Updates that arrive meanwhile may be newer than the tree, so they are emitted once more after it.
   async #readTree(signal) {
     const behind = [];
     this.#behind.add(behind);
@@ -121,7 +121,7 @@ export class TreeFeed extends Loop {
     }
   }
 
-  #tell(state, text) {
+  #setState(state, text) {
     if (this.#state.state !== state || this.#state.text !== text) {
       this.#state = { type: "state", state, text };
       this.#emit(this.#state);

@@ -78,16 +78,16 @@ function unknown(app, variable, wish, reason) {
 
 // Notes changes of a variable until end(). seen(ms) resolves to whether an update brings the wanted value in time.
 function watchFor(store, variable, isStored) {
-  let tell = () => {};
+  let report = () => {};
   const watch = { hasSeen: false, hasChanged: false };
   watch.end = store.subscribe((changed) => {
     if (!changed.has(variable)) return;
     watch.hasChanged = true;
     watch.hasSeen ||= isStored();
-    if (watch.hasSeen) tell(true);
+    if (watch.hasSeen) report(true);
   });
   watch.seen = (ms) => new Promise((resolve) => {
-    tell = resolve;
+    report = resolve;
     if (watch.hasSeen) resolve(true);
     if (ms !== undefined) setTimeout(resolve, ms, false);
   });

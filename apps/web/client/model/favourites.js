@@ -15,7 +15,10 @@ export class Favourites {
 
   // Pins or unpins a variable.
   set(key, isPinned) {
-    this.#kept.change((keys) => [...keys.filter((each) => each !== key || isPinned), ...(isPinned && !keys.includes(key) ? [key] : [])]);
+    this.#kept.change((keys) => {
+      if (isPinned && keys.includes(key)) return keys;
+      return isPinned ? [...keys, key] : keys.filter((each) => each !== key);
+    });
   }
 
   // listener() is called after each change, also of another page.

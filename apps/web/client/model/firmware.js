@@ -1,6 +1,6 @@
-// Firmware updates. What runs is derived from the tree, so that every page shows the same. What this browser has uploaded is
-// kept, so that each of its pages, also after a reload, goes on: it starts the update when the file is found valid, and
-// compares the versions at the end. A request for the status starts a valid update: it is sent for own uploads only.
+// Firmware updates. The tree shows which update runs, so every page shows the same. The browser keeps its upload in local
+// storage, so each of its pages continues it, also after a reload: it starts the update once the file is valid, and compares
+// the versions at the end. A status request starts a valid update; it is sent for uploads of this browser only.
 
 import { set, updateStatus } from "../feed/api.js";
 import { Kept } from "./remember.js";
@@ -31,7 +31,7 @@ const STATES = {
 };
 const RUNNING = ["CheckingFile", "FileValid", "InProgress", "CopyingFile", "Rebooting"];
 
-// Where an update is told in the tree, and how it is started. `signature` differs as soon as an upload has arrived.
+// The variables of an update: of the controller, and of an accessory.
 const HOST = {
   start: "MemMedia.HostUpdateStart",
   read: (value) => ({ state: value("MemMedia.HostUpdateFileState"), name: value("MemPersistent.ProductName"),
@@ -130,7 +130,8 @@ export class Firmware {
   #version({ isHost, name, serial }) {
     if (isHost) return this.#value("MemPersistent.ProductVersion");
     const list = this.#app.store.variables.get("MemExternalDevices.RBusDeviceList")?.data ?? [];
-    const device = list.find((each) => each.RBusDeviceConnected && each.RBusDeviceName === name && each.RBusSerNumber === serial);
+    const device = list.find(({ RBusDeviceConnected, RBusDeviceName, RBusSerNumber }) =>
+      RBusDeviceConnected && RBusDeviceName === name && RBusSerNumber === serial);
     return device?.RBusMainSwVersion;
   }
 
@@ -165,7 +166,7 @@ export class Firmware {
     return { ...this.#described({ ...now, name: target.name }), isRunning: true };
   }
 
-  // Takes the own update on, and tells the listeners what is new.
+  // Continues this browser's update, and calls the listeners if the state has changed.
   #look() {
     const own = this.#kept.value;
     if (own && this.#app.store.variables.size > 0 && !this.#upload) this.#follow(own);

@@ -12,7 +12,7 @@ export function bounds({ min, max }) {
   return hasMin ? `at least ${min}` : hasMax ? `at most ${max}` : "";
 }
 
-// What stands beside the name, for example "int, 0 to 10" or "LensFile, 100 elements".
+// The type, for example "int, 0 to 10" or "LensFile, 100 elements".
 export function typeText(variable) {
   switch (variable.kind) {
   case "int":

@@ -3,8 +3,7 @@
 
 const SPAN = /<span style='(?:(color|background-color): #([0-9A-F]{6}))?'>|<\/span>/g;
 
-// Keeps what is between two pieces of text: a line that is not whole. A colour ends with its line, since its reset may be
-// lost.
+// Keeps an incomplete line until its rest arrives. A colour ends with its line, because its reset may be lost.
 export class LogText {
   #rest = "";
 

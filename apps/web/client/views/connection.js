@@ -1,4 +1,4 @@
-// Says how the page stands with the service, and greys what may be old.
+// Shows the state of the connection, and greys values that may be old.
 
 import { byId, setText } from "../dom.js";
 

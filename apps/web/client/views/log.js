@@ -6,7 +6,7 @@ import { LogText, plainText } from "../model/logtext.js";
 import { sizeText, timeStamp } from "../model/format.js";
 import { LogFilter } from "./logfilter.js";
 
-// While nobody reads further up, old lines make room. Who reads keeps the place: then more lines are kept.
+// Lines that are kept; more while the user reads further up, so that the lines in view stay.
 const KEPT_LINES = 5000;
 const KEPT_LINES_READING = 20000;
 const EARLIER_BYTES = 1_000_000;
@@ -142,7 +142,7 @@ export class LogView {
     this.#placed = this.#output.scrollTop;
   }
 
-  // Scrolling up is reading; coming back to the end is following. What the view itself does is neither.
+  // The user scrolls up to read and down to follow. Scrolling by the view itself changes neither.
   #scrolled() {
     const { scrollTop, scrollHeight, clientHeight } = this.#output;
     if (clientHeight === 0 || scrollTop === this.#placed) return;

@@ -1,5 +1,5 @@
-// Long lists take two stops of the Tab key: only the controls of one row are in the tab order. Arrows, Home, End and the page
-// keys move to the same control of another row.
+// Keeps long lists out of the tab order except for the controls of one row. The arrow, page, Home and End keys move the
+// focus to the same control of another row.
 
 const ROWS_A_PAGE = 10;
 const STEPS = { ArrowDown: 1, ArrowUp: -1, PageDown: ROWS_A_PAGE, PageUp: -ROWS_A_PAGE, Home: -Infinity, End: Infinity };
