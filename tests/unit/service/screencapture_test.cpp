@@ -90,10 +90,9 @@ TEST_F(ScreenCaptureTest, BadGeometryFailsOnlyItsPicture) {
         const char* stage;
         std::uint32_t xres, yres, bits, yoffset;
     } lies[] = {
-        {"info", 0, 200, 32, 0},        {"info", 320, 0, 32, 0},      {"info", ~0U, ~0U, 32, 0},
-        {"image", 320, 601, 32, 0},     {"image", 321, 200, 32, 400}, {"image", 320, 200, 32, 600},
-        {"image", 320, 200, 16, 0},     {"image", 320, 200, 24, 0},   {"image", 320, 200, 0, 0},
-        {"image", 65536, 65536, 32, 0},
+        {"info", 0, 200, 32, 0},    {"info", 320, 0, 32, 0},        {"info", ~0U, ~0U, 32, 0},
+        {"image", 320, 601, 32, 0}, {"image", 321, 200, 32, 400},   {"image", 320, 200, 32, 600},
+        {"image", 320, 200, 16, 0}, {"image", 65536, 65536, 32, 0},
     };
     for (const auto& [stage, xres, yres, bits, yoffset] : lies) {
         screen_.setGeometry(xres, yres, bits, yoffset);
