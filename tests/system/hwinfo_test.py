@@ -62,12 +62,3 @@ def test_damaged_block_is_kept_until_create(device):
     assert {"board=B=1", "cal_bemf=16", "serial="} <= set(device.hwinfo("print").splitlines())
     assert run(device, "create", "--force", "board=K1") == (0, "", "")
     assert run(device, "get", "cal_bemf") == (0, "0\n", "")
-
-
-def test_missing_card_is_reported(device):
-    gone = device.path("/dev/mmcblk1").rename(device.path("/dev/gone"))
-    code, output, errors = run(device, "print")
-    gone.rename(device.path("/dev/mmcblk1"))
-    assert (code, output) == (1, "")
-    assert errors.startswith("hwinfo: Cannot use /dev/mem and /dev/mmcblk1: persistentinfo.cpp:")
-    assert errors.endswith(" open: No such file or directory\n")

@@ -1,7 +1,6 @@
 """log.cgi: offsets, waiting requests, and the end of the child that reads the log."""
 
 import os
-import re
 import signal
 from pathlib import Path
 
@@ -70,15 +69,6 @@ def test_offset_selects_the_rest_of_the_text(fed, feed):
             assert ask(fed, f"offset={offset}") == b"36\r\n", "ends this request only"
         feed.write(fed, b"7", 37)
         assert waiting.answer().output == HEADER + b"36\r\n7"
-
-
-def test_lines_of_the_service_are_coloured(device):
-    device.ask("x")
-    line = re.compile(rb"<span style='color: #00AA00'>\[ *\d+\.\d{6}\] </span>"
-                      rb"<span style='color: #AAAA00'> +webservice  Warn +requesthandler\.cpp: </span>"
-                      rb"<span style=''> *\d+ Unknown script: 'x'</span>\n")
-    wait_until(lambda: line.search(ask(device)), "the line")
-    assert device.comes_to_rest()
 
 
 def parent_and_state(pid):

@@ -102,6 +102,8 @@ TEST_F(Structures, JsonTextSetsMembers) {
     EXPECT_EQ(element(0), FULL);
     EXPECT_EQ(setText(FULL), "");
     EXPECT_EQ(posts(), 1U);
+    std::memset(address(list) + 20 + 4, 0xff, 4);
+    EXPECT_EQ(element(1), R"({"Count":0,"Ratio":null,"Lane":"Focus","On":false,"Label":""})") << "NaN";
     const std::string deep = R"({"Count":)" + std::string(200000, '[');
     for (const char* bad :
          {"", "1", "[]", "{\"Count\":1", "{\"Count\":[1]}", "{\"Count\":null}", deep.c_str()})
