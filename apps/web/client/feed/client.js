@@ -1,16 +1,20 @@
 // The page's end of the feeds: through the shared worker, or in the page where the browser has none.
 
+// Begins when this module is there: the page has other things to load meanwhile.
+const isAlone = typeof SharedWorker === "undefined" || new URLSearchParams(location.search).has("alone");
+const workerAddress = new URL("worker.js", import.meta.url);
+const worker = isAlone ? null : new SharedWorker(workerAddress, { type: "module", name: "feed" });
+
 // receive() gets the feeds' messages. The result's need({tree, log, screen}) says what is wanted from now on; reread(number)
 // reads the tree anew and ends with the message {type: "reread", number, came}; hurry() asks for pictures without a rest;
 // record(names) records them for all pages and ends with {type: "recorded"}.
 export function connect(receive) {
-  const isAlone = typeof SharedWorker === "undefined" || new URLSearchParams(location.search).has("alone");
   const call = isAlone ? inPage(receive) : throughWorker(receive);
   return Object.fromEntries(["need", "record", "reread", "hurry"].map((name) => [name, (argument) => call(name, argument)]));
 }
 
 function throughWorker(receive) {
-  const { port } = new SharedWorker(new URL("worker.js", import.meta.url), { type: "module", name: "feed" });
+  const { port } = worker;
   port.onmessage = ({ data }) => receive(data);
   return (call, argument) => port.postMessage({ call, argument });
 }

@@ -127,7 +127,7 @@ export class Plot {
     const y = (value) => height - 4 - ((value - min) / (max - min)) * (height - 12);
     pen.textAlign = "right";
     pen.textBaseline = "middle";
-    for (const tick of ticks(min, max, 4)) {
+    for (const tick of ticks(min, max, 6)) {
       this.#line(LEFT_PX, y(tick), this.#width(), y(tick), "--line");
       pen.fillStyle = this.#colour("--muted");
       pen.fillText(String(Number(tick.toPrecision(6))), LEFT_PX - 8, y(tick));
@@ -156,10 +156,13 @@ export class Plot {
   }
 
   // A state is a box with its name, as long as it holds. Off and false are empty.
-  #drawBand({ times, values }, top) {
+  #drawBand({ name, times, values }, top) {
     const pen = this.#pen;
-    pen.textAlign = "left";
     pen.textBaseline = "middle";
+    pen.textAlign = "right";
+    pen.fillStyle = this.#colour("--muted");
+    pen.fillText(this.#shortened(name.split(".").at(-1), LEFT_PX - 10), LEFT_PX - 8, top + BAND_PX / 2);
+    pen.textAlign = "left";
     values.slice(0, -1).forEach((value, i) => {
       if (value === null) return;
       const from = this.#x(times[i]);
@@ -171,6 +174,12 @@ export class Plot {
       pen.fillStyle = this.#colour("--text");
       pen.fillText(value, from + 4, top + BAND_PX / 2);
     });
+  }
+
+  #shortened(text, width) {
+    let cut = text;
+    while (this.#pen.measureText(cut).width > width) cut = `${cut.replace("…", "").slice(0, -1)}…`;
+    return cut;
   }
 
   #drawTimes(top) {
