@@ -136,10 +136,9 @@ function filesIn(folder, below = "") {
 
 function printSizes() {
     const folder = new URL(`file://${process.env.SYSTEM_TEST_BUILD}/client/`);
-    const groups = { "own code": [], libraries: [], "generated data": [] };
+    const groups = { "own code": [], "generated data": [] };
     for (const name of filesIn(folder)) {
-        if (name.endsWith(".LICENSE")) continue; // nothing asks for it
-        const group = OWN.has(name) ? "own code" : name.endsWith(".json") ? "generated data" : "libraries";
+        const group = OWN.has(name) ? "own code" : "generated data";
         groups[group].push(readFileSync(new URL(name, folder)));
     }
     const size = (contents, form = (content) => content) =>
