@@ -7,9 +7,7 @@ REGISTER_AT = 0x20CC068
 
 
 def at(device, path, position, size):
-    with open(device.path(path), "rb") as file:
-        file.seek(position)
-        return file.read(size)
+    return device.path(path).read_bytes()[position:position + size]
 
 
 def fill(device, path, position, data):
