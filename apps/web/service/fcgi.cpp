@@ -173,9 +173,12 @@ void Fcgi::addRequest(Request* request) {
 void Fcgi::removeRequest(Request* request) {
     poll_.remove(request->socket());
     LOG_MESSAGE(DebugMost, "REQUEST remove(%i)", static_cast<int>(request->id()));
-    marked_.push_back(request->id());
-    if (this->request(request->id()) != request)
+    const bool isAbandoned = accepted_.contains(request) && this->request(request->id()) != request;
+    if (isAbandoned)
         abandoned_.push_back(request);
+    // Early disconnects get one log line per cleanup: any number of lines would fill the log's memory.
+    if (!isAbandoned || !std::exchange(isAbandonedMarked_, true))
+        marked_.push_back(request->id());
 }
 
 void Fcgi::cleanupAt(BodyBudget::Clock::time_point now) {
@@ -223,6 +226,7 @@ void Fcgi::deleteMarked() {
         destroy(entry.mapped());
     }
     marked_.clear();
+    isAbandonedMarked_ = false;
 }
 
 void Fcgi::destroy(Request* request) {

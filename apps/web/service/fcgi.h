@@ -65,8 +65,9 @@ public:
     /// Takes a finished request out of the event loop and marks it for deletion.
     void removeRequest(Request* request) override;
 
-    /// Deletes the marked requests. A marked id that is not registered gets a Warn line. Also closes
-    /// connections whose bodies have stalled, grants memory to waiting bodies, and ends the listener's pause.
+    /// Deletes the marked requests. A marked id that is not registered gets a Warn line; of several clients
+    /// that disconnected early, only the first. Also closes connections whose bodies have stalled, grants
+    /// memory to waiting bodies, and ends the listener's pause.
     void cleanup() { cleanupAt(BodyBudget::Clock::now()); }
     void cleanupAt(BodyBudget::Clock::time_point now);
 
@@ -103,4 +104,5 @@ private:
     ParkedConnections parked_;
     Descriptor reserved_; // released by rejectConnection
     bool isPaused_ = false;
+    bool isAbandonedMarked_ = false; // since the last cleanup
 };

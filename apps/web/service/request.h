@@ -46,7 +46,7 @@ public:
     };
 
     /// The time that sending one answer may block in total, waiting for the web server to take it.
-    static constexpr std::chrono::seconds SEND_TIMEOUT{10};
+    static constexpr std::chrono::seconds SEND_TIMEOUT{5};
 
     /// Longest content of a written record: the largest multiple of 8 that the length field holds.
     static constexpr unsigned int MAX_CONTENT = 65528;
