@@ -92,10 +92,12 @@ protected:
         turn();
     }
 
-    /// Runs the loop until it is idle. A loop that spins times out here.
+    /// Runs the loop until it is idle. Fails when it spins.
     void turn() {
-        while (poll_.wait(0, true) == EventPoll::Dispatched) {
+        int turns = 0;
+        while (poll_.wait(0, true) == EventPoll::Dispatched && ++turns < 10000) {
         }
+        EXPECT_LT(turns, 10000);
     }
 
     EventPoll poll_;
