@@ -77,6 +77,8 @@ def check_console(url, clone):
         assert get(f"{url}{file.relative_to(client)}") == file.read_bytes(), file
     assert get(url) == (client / "index.html").read_bytes()
     assert json.loads(get(f"{url}catalogue.json"))
+    assert b"uPlot" in get(f"{url}vendor/uPlot.iife.min.js")
+    assert b"uplot" in get(f"{url}vendor/uPlot.min.css")
 
 
 def processes_left():

@@ -2,18 +2,17 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-dev libgtest-dev libgmock-dev
                 python3 python3-yaml python3-jinja2)
+# npm downloads the browser console's plotting library. An npm from elsewhere is used if there is one.
+command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)
 RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua lighttpd-mod-deflate)
 PACKAGE_PACKAGES=(debhelper lintian)
 TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PACKAGES[@]}" debootstrap systemd-container)
-# The console is tested in a real browser, with packages that npm downloads. A Node.js or npm from elsewhere is used if there
-# is one.
+# The console is tested in a real browser. A Node.js from elsewhere is used if there is one.
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
-command -v npm >/dev/null || BROWSER_PACKAGES+=(npm)
 BENCH_PACKAGES=(wrk libfcgi-dev)
 LINT_PACKAGES=(clang-format clang-tidy pylint)
-command -v npm >/dev/null || LINT_PACKAGES+=(npm)
 
 # For 32-bit ARM: the compiler and the emulator.
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)

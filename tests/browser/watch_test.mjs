@@ -86,6 +86,7 @@ test("a gap in the connection is a gap in the plot and in the table", async () =
 test("the y range holds what held in each window, also from before", async () => {
     const { page } = await open({ view: "watch" });
     await add(page, BRIGHTNESS);
+    await until(() => page.locator("#watch-plots canvas").count(), 1, "the library");
     const wrong = await page.evaluate(async () => {
         const { Recording } = await import("/model/recording.js");
         const { Plot } = await import("/views/plot.js");
@@ -101,7 +102,7 @@ test("the y range holds what held in each window, also from before", async () =>
             const min = Math.random() * 300;
             const max = min + 0.1 + Math.random() * 20;
             const [times, values] = recording.between(min, max);
-            plot.draw([{ name: "A.B", isBand: false, times, values }], min, max, null);
+            plot.draw([{ name: "A.B", isBand: false, times, values }], min, max);
             const ends = (at) => recording.times[at + 1] ?? Infinity;
             const held = recording.values.filter((_, at) => recording.times[at] <= max && ends(at) > min);
             const { range } = plot;

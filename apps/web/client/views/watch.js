@@ -7,7 +7,7 @@ import { plotsOf, withName, withoutName } from "../model/layouts.js";
 import { asCsv, Recording, seriesOf } from "../model/recording.js";
 import { Kept } from "../model/remember.js";
 import { Layouts } from "./layouts.js";
-import { COLOURS, Plot } from "./plot.js";
+import { COLOURS, loadPlots, Plot } from "./plot.js";
 
 const DRAW_MS = 100;
 // Seconds that a part has at least.
@@ -23,6 +23,7 @@ export class WatchView {
   #pausedAt = null;
   #zoom = null;
   #cursor = null;
+  #warning = "";
   #timer = 0;
   #kept = new Kept("console.watched", []);
 
@@ -45,6 +46,7 @@ export class WatchView {
     this.#kept.subscribe(() => this.#restore());
     new Layouts(() => plotsOf(this.#kept.value), (layout) => this.#kept.change(() => layout));
     this.#learn();
+    this.#load();
   }
 
   show() {
@@ -59,6 +61,15 @@ export class WatchView {
 
   isRecording() {
     return this.#recordings.size > 0 && this.#pausedAt === null;
+  }
+
+  async #load() {
+    if (!await loadPlots()) {
+      this.#warning = "Plots are not available: the plotting library was not there when the console was built. "
+        + "Values are recorded and can be exported.";
+    }
+    this.#say("");
+    this.#draw();
   }
 
   // What can be watched is known with the first tree.
@@ -77,6 +88,7 @@ export class WatchView {
     for (const name of names.filter((each) => !this.#recordings.has(each))) {
       this.#recordings.set(name, new Recording(this.#app.store, name, this.#series.get(name)));
     }
+    this.#plots.forEach(({ plot }) => plot.destroy());
     this.#plots = layout.map((each) => this.#plotNode(each));
     byId("watch-plots").replaceChildren(...this.#plots.map(({ node }) => node));
     byId("watch-into").replaceChildren(element("option", { value: "" }, "a plot of its own"),
@@ -152,7 +164,7 @@ export class WatchView {
   }
 
   #say(text) {
-    setText(byId("watch-note"), text);
+    setText(byId("watch-note"), text || this.#warning);
   }
 
   // The numbers that change most.
@@ -199,7 +211,7 @@ export class WatchView {
         const [times, values] = recording.between(min, Math.min(max, now));
         return { name, isBand: recording.isBand, times, values };
       });
-      plot.draw(series, min, max, this.#cursor);
+      plot.draw(series, min, max);
     }
   }
 
