@@ -145,6 +145,7 @@ test("a value that another process changes right after a set is not taken for a 
     await enter("6")(editor);
     await editor.locator(".primary").click();
     await console.shows(BRIGHTNESS, "6");
+    await console.settles();
     await device.store(BRIGHTNESS, 7);
     await console.shows(BRIGHTNESS, "7");
     await answer();
