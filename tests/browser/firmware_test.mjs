@@ -60,7 +60,7 @@ async function settle(...pages) {
     await device.store("MemPersistent.DisplayBrightness", 1 + Number(await device.load("MemPersistent.DisplayBrightness")) % 9);
     await (await update).text();
     for (const each of pages)
-        await each.settles();
+        {await each.settles();}
 }
 
 // Plays the updater. After each state the uploading page is loaded anew; another browser shows the same.
@@ -116,7 +116,7 @@ test("an upload that stalls is reported in every tab, can be cancelled, and is n
     const second = await open({ view: "device", context });
     const [worker] = readFileSync(`/proc/${device.nginx}/task/${device.nginx}/children`, "utf8").split(" ").map(Number);
     for (const each of [console, second])
-        await each.says("#firmware-target", /Ultrasonic Ranger/);
+        {await each.says("#firmware-target", /Ultrasonic Ranger/);}
     await device.store(`${RBUS}FileName`, "");
     process.kill(worker, "SIGSTOP");
     try {
