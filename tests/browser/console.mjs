@@ -45,8 +45,9 @@ export class Console {
     // `faults` gets exceptions, what the content policy forbids, and addresses elsewhere.
     // Returns when the page waits for updates: it sends its next poll before it shows an update, so before these requests.
     async settles() {
-        for (let i = 0; i < 3; ++i)
-            {await this.page.evaluate(() => fetch("/qorapp/v1/setups/list").then((answer) => answer.text()));}
+        for (let i = 0; i < 3; ++i) {
+            await this.page.evaluate(() => fetch("/qorapp/v1/setups/list").then((answer) => answer.text()));
+        }
     }
 
     constructor(page, url) {

@@ -59,8 +59,9 @@ async function settle(...pages) {
     const update = fetch(`${device.url}/api/v1/update.cgi`);
     await device.store("MemPersistent.DisplayBrightness", 1 + Number(await device.load("MemPersistent.DisplayBrightness")) % 9);
     await (await update).text();
-    for (const each of pages)
-        {await each.settles();}
+    for (const each of pages) {
+        await each.settles();
+    }
 }
 
 // Plays the updater. After each state the uploading page is loaded anew; another browser shows the same.
@@ -115,8 +116,9 @@ test("the device's own update ends with its version, and one that fails is named
 test("an upload that stalls is reported in every tab, can be cancelled, and is not left without a question", async () => {
     const second = await open({ view: "device", context });
     const [worker] = readFileSync(`/proc/${device.nginx}/task/${device.nginx}/children`, "utf8").split(" ").map(Number);
-    for (const each of [console, second])
-        {await each.says("#firmware-target", /Ultrasonic Ranger/);}
+    for (const each of [console, second]) {
+        await each.says("#firmware-target", /Ultrasonic Ranger/);
+    }
     await device.store(`${RBUS}FileName`, "");
     process.kill(worker, "SIGSTOP");
     try {
