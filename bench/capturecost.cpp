@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <malloc.h>
 #include <png.h>
 #include <sstream>
@@ -123,7 +124,7 @@ struct Cost {
 
 } // namespace
 
-int main() {
+int main() try {
     ScreenCapture capture;
     const unsigned char* const shown = capture.currentAddress();
     if (shown == nullptr)
@@ -141,4 +142,7 @@ int main() {
     }
     captured.print("capture");
     alone.print("alone");
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    return 1;
 }

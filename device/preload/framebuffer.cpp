@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <linux/fb.h>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -19,7 +20,7 @@
 namespace {
 
 constexpr char FRAMEBUFFER[] = "/dev/fb0";
-constexpr char STATE_SUFFIX[] = ".state";
+constexpr std::string_view STATE_SUFFIX = ".state";
 constexpr unsigned long FRAMEBUFFER_REQUESTS = 0x46; // the second byte of each request
 constexpr long SECOND_NS = 1'000'000'000;
 constexpr long FRAME_NS = SECOND_NS / 60;
@@ -32,11 +33,15 @@ constinit Next<int(int, unsigned long, void*)> nextIoctlTime64("__ioctl_time64")
 
 // The path of the framebuffer's file, empty without a virtual device.
 struct FramebufferPath {
-    char text[PATH_MAX + sizeof STATE_SUFFIX] = "";
+    char text[PATH_MAX + STATE_SUFFIX.size() + 1] = "";
 
     FramebufferPath() {
         if (mappedPath(std::getenv("VIRTUAL_DEVICE_ROOT"), FRAMEBUFFER, text, PATH_MAX) != PathKind::File)
             *text = '\0';
+    }
+    const char* ofState() {
+        text[std::strlen(text) + STATE_SUFFIX.copy(text + std::strlen(text), STATE_SUFFIX.size())] = '\0';
+        return text;
     }
 };
 
@@ -54,7 +59,7 @@ public:
         const int error = errno;
         FramebufferPath path;
         if (*path.text != '\0' && isFramebuffer(fd, path.text))
-            map(std::strcat(path.text, STATE_SUFFIX));
+            map(path.ofState());
         errno = error;
     }
     ~MappedState() {

@@ -18,7 +18,7 @@ std::list<SharedMemory> makeMemories() {
 }
 
 // Before the event loop and the segments open descriptors.
-[[maybe_unused]] const bool gHasStandardDescriptors = (openStandardDescriptors(), true);
+[[maybe_unused]] const bool HAS_STANDARD_DESCRIPTORS = (openStandardDescriptors(), true);
 
 // In this order: at exit the event loop is destroyed first.
 std::list<SharedMemory> gMemories = makeMemories();

@@ -30,7 +30,7 @@ std::string SharedText::read() const {
 void SharedText::store(const std::string& text) const {
     if (place.address() == nullptr)
         return;
-    const std::string whole = text.c_str();
+    const std::string whole = text.substr(0, text.find('\0'));
     const std::string stored = whole.substr(0, capacity - 1);
     const bool isCut = stored.size() < whole.size();
     if (storeIfChanged(place.address(), stored.c_str(), stored.size() + 1) || isCut)

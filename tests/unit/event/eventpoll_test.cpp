@@ -158,9 +158,9 @@ TEST(EventPollDeathTest, TerminationStaysAndSignalsAreLoggedOnce) {
             EventPoll poll;
             const LogCapture log;
             std::atomic<bool> isInterrupted{false};
-            std::thread signals([&, waiting = pthread_self()] {
+            std::thread signals([&isInterrupted] {
                 for (; !isInterrupted; usleep(1000))
-                    pthread_kill(waiting, SIGTERM);
+                    tgkill(getpid(), getpid(), SIGTERM); // to the thread that waits
             });
             std::string results = std::to_string(poll.wait(10000, true));
             isInterrupted = true;

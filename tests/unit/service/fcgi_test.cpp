@@ -5,6 +5,7 @@
 #include "records.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
+#include <algorithm>
 #include <csignal>
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -142,9 +143,10 @@ TEST_F(FcgiTest, UnfinishedRequestsLeaveNoMemory) {
 
 TEST(BodyBudget, GrantsInOrderAndNoticesStalledBodies) {
     constexpr std::size_t MB = 1000000;
+    std::array<char, 5> places{}; // their addresses stand for requests, which are used as keys only
     std::array<Request*, 5> requests{};
-    for (std::size_t i = 0; i < requests.size(); ++i)
-        requests[i] = reinterpret_cast<Request*>(i + 1); // used as keys only
+    std::transform(places.begin(), places.end(), requests.begin(),
+                   [](char& place) { return reinterpret_cast<Request*>(&place); });
     const auto [a, b, c, d, e] = requests;
     BodyBudget budget;
     BodyBudget::Clock::time_point now{};

@@ -112,7 +112,7 @@ TEST(SetRequest, ReportsErrorsOfEachLevelAndItsDepth) {
     EXPECT_EQ(assigned(R"({"M":{"V" 5}})"), "JSON parse error at 5.\r\n");
     std::string deep = "1";
     for (int level = 0; level < 16; ++level)
-        deep = "[" + deep + "]";
+        deep.insert(0, 1, '[').push_back(']');
     EXPECT_EQ(assigned(deep), ".[0]=1");
     EXPECT_EQ(assigned("[" + deep + "]"), "Nested deeper than 16 levels.\r\n");
 }

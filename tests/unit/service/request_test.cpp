@@ -19,7 +19,7 @@ TEST_F(RequestTest, AnswerHasDefaultHeaderAndEchoesVersionAndId) {
         request.end();
     };
     std::string input = request("/x", "", false, 0x1234);
-    for (std::size_t at : {0, 16}) // the headers of BEGIN_REQUEST and PARAMS
+    for (const std::size_t at : {0U, 16U}) // the headers of BEGIN_REQUEST and PARAMS
         input[at] = '\2';
     input[input.size() - 8] = '\0'; // version of the last record, which is the one echoed
     EXPECT_EQ(received(send(input)), std::string("\0\6\x12\x34\0\x24\4\0", 8) +

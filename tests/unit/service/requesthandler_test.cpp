@@ -5,6 +5,7 @@
 #include "tests/unit/gui/virtualscreen.h"
 #include "tests/unit/introspection/fixture.h"
 
+#include <fstream>
 #include <gmock/gmock.h>
 #include <optional>
 
@@ -23,13 +24,13 @@ class RequestHandlerTest : public ListenerTest {
 protected:
     RequestHandlerTest() {
         for (const char* device : {"/dev/mem", "/dev/mmcblk1"}) {
-            Descriptor(open(screen_.path(device).c_str(), O_CREAT | O_CLOEXEC, 0600));
+            std::ofstream(screen_.path(device)).close();
             std::filesystem::resize_file(screen_.path(device), 0x20CD000);
         }
         setenv("PATH", "/none", 1);
         for (const char* leftover : {"/update/file-from-app", "/var/FOR/.incomplete"}) {
             std::filesystem::create_directories(std::filesystem::path(screen_.path(leftover)).parent_path());
-            Descriptor(open(screen_.path(leftover).c_str(), O_CREAT | O_CLOEXEC, 0600));
+            std::ofstream(screen_.path(leftover)).close();
         }
         handler_.emplace(poll_, fcgi_);
         fcgi_.callback = &*handler_;
