@@ -3,14 +3,14 @@
 //   tests/browser/run BUILD-FOLDER bench/console.mjs [--count 200] [--seconds 20]
 
 import { readdirSync, readFileSync } from "node:fs";
-import os from "node:os";
 import { setTimeout as pause } from "node:timers/promises";
 import { parseArgs } from "node:util";
 import { gzipSync } from "node:zlib";
 
+import { Device } from "../device/node/device.mjs";
 import { Console, launchBrowser } from "../tests/browser/console.mjs";
-import { Device } from "../tests/browser/device.mjs";
 import { FILL } from "../tests/browser/scene.mjs";
+import { printConditions, printTable, progress } from "./report.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const VALUES = 10;
@@ -22,22 +22,6 @@ const { values: options } = parseArgs({
     options: { count: { type: "string", default: "200" }, seconds: { type: "string", default: "20" } },
 });
 const complaints = [];
-
-function printConditions(browser) {
-    const date = new Date().toISOString().slice(0, 10);
-    const command = ["bench/console.mjs", ...process.argv.slice(2)].join(" ");
-    const processor = `${os.cpus().length} x ${os.cpus()[0].model.trim()}`;
-    const versions = `Linux ${os.release()}, Chromium ${browser.version()}`;
-    console.log(`## Browser console\n\n${date}, ${processor}, ${versions}, load at start ${os.loadavg()[0].toFixed(1)}, ` +
-        `\`${command}\`\n`);
-}
-
-function printTable(header, rows) {
-    for (const cells of [header, header.map(() => "---"), ...rows]) console.log(`| ${cells.join(" | ")} |`);
-    console.log();
-}
-
-const progress = (text) => process.stderr.write(`${text}\n`);
 
 // From the store to the text
 
@@ -175,7 +159,7 @@ async function printFindings(browser) {
 }
 
 const browser = await launchBrowser();
-printConditions(browser);
+printConditions("Browser console", "bench/console.mjs", browser);
 await printLatencies(browser);
 await printShares(browser);
 printSizes();

@@ -1,34 +1,20 @@
 // The console in a real browser, as a person sees it.
 
-import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
 import { createRequire } from "node:module";
-import { setTimeout as pause } from "node:timers/promises";
+import { until, WAIT_MS } from "../../device/node/until.mjs";
+
+export { until };
 
 const packages = createRequire(`${process.env.BROWSER_MODULES}/`);
 const { chromium } = packages("playwright-core");
 const accessibilityChecker = readFileSync(packages.resolve("axe-core/axe.min.js"), "utf8");
 
-// Longer than a busy machine ever stalls.
-const WAIT_MS = 60_000;
 // Requests stay on this machine, and the browser does not look for updates.
 const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--disable-background-networking",
     "--disable-component-update", "--disable-sync", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1"];
 
 export const launchBrowser = () => chromium.launch({ executablePath: process.env.CHROMIUM, args: FLAGS, timeout: WAIT_MS });
-
-// Asks until the answer equals the wanted one or matches it; fails with the last answer otherwise.
-export async function until(question, wanted, what) {
-    const isWanted = (answer) =>
-        wanted instanceof RegExp ? wanted.test(answer) : JSON.stringify(answer) === JSON.stringify(wanted);
-    const end = Date.now() + WAIT_MS;
-    let answer = await question();
-    while (!isWanted(answer)) {
-        assert.ok(Date.now() < end, `${what}: ${JSON.stringify(answer)?.slice(0, 500)}, not ${wanted}`);
-        await pause(20);
-        answer = await question();
-    }
-}
 
 // A page that shows the console.
 export class Console {
@@ -42,7 +28,6 @@ export class Console {
         return result;
     }
 
-    // `faults` gets exceptions, what the content policy forbids, and addresses elsewhere.
     // Returns when the page waits for updates: it sends its next poll before it shows an update, so before these requests.
     async settles() {
         for (let i = 0; i < 3; ++i) {
@@ -50,6 +35,7 @@ export class Console {
         }
     }
 
+    // `faults` gets exceptions, what the content policy forbids, and addresses elsewhere.
     constructor(page, url) {
         this.page = page;
         this.faults = [];

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { after, afterEach } from "node:test";
 import { Console, launchBrowser, until } from "./console.mjs";
-import { Device } from "./device.mjs";
+import { Device } from "../../device/node/device.mjs";
 
 // The options are those of the device; open() of the result takes those of Console.open().
 export async function setScene(options) {

@@ -1,4 +1,4 @@
-// The virtual device of a test.
+// A virtual device for programs in Node.js, as browser tests and benchmarks use it.
 
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
@@ -6,7 +6,7 @@ import { once } from "node:events";
 import { appendFile, open, readFile } from "node:fs/promises";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
-import { until } from "./console.mjs";
+import { until } from "./until.mjs";
 
 const PROGRAM = fileURLToPath(new URL("device.py", import.meta.url));
 const SIZE_WORD = 4;

@@ -1,4 +1,4 @@
-"""Runs a virtual device for the browser tests: prints its address and names as a line of JSON, then reads commands.
+"""Runs a virtual device for device.mjs: prints its address and names as a line of JSON, then reads commands.
 
 The lines "end" and "start" end and start the service; each is answered by a line with the service's process id. At the end
 of the input the device ends; status 0 says that all of its processes ended well.
@@ -10,7 +10,7 @@ import signal
 import sys
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device" / "launcher"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "launcher"))
 
 from virtualdevice import VirtualDevice
 
