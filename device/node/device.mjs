@@ -3,6 +3,7 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
+import { readFileSync } from "node:fs";
 import { appendFile, open, readFile } from "node:fs/promises";
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
@@ -30,9 +31,14 @@ export class Device {
     }
 
     // Stops the service's process as it is; the result lets it continue.
-    freeze() {
-        process.kill(this.service, "SIGSTOP");
-        return () => process.kill(this.service, "SIGCONT");
+    freeze(id = this.service) {
+        process.kill(id, "SIGSTOP");
+        return () => process.kill(id, "SIGCONT");
+    }
+
+    // Does so with the web server's worker.
+    freezeServer() {
+        return this.freeze(Number(readFileSync(`/proc/${this.nginx}/task/${this.nginx}/children`, "utf8").split(" ")[0]));
     }
 
     // Stores a value, as another client does.

@@ -104,10 +104,10 @@ export class Console {
         await until(() => editor.locator(".outcome").first().innerText(), outcome, `outcome of ${variable}`);
     }
 
-    // What the accessibility checker finds, with its impact.
-    async findings() {
+    // What the accessibility checker finds in a part of the page, with its impact.
+    async findings(part = "html") {
         await this.page.evaluate(accessibilityChecker);
-        const { violations } = await this.page.evaluate(() => globalThis.axe.run({ resultTypes: ["violations"] }));
+        const { violations } = await this.page.evaluate((scope) => globalThis.axe.run(scope, { resultTypes: ["violations"] }), part);
         return violations.map(({ impact, id, nodes }) => `${impact}, ${id}: ${nodes.map(({ target }) => target).join(", ")}`);
     }
 }

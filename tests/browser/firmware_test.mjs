@@ -1,7 +1,7 @@
 // Firmware updates. The test plays the updater, so that each state lasts as long as it looks at it.
 
 import assert from "node:assert/strict";
-import { readFileSync } from "node:fs";
+import { truncate, writeFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
 import { until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
@@ -11,6 +11,7 @@ const LIST = "MemExternalDevices.RBusDeviceList";
 const HOST = "MemMedia.HostUpdate";
 
 const { device, browser, open } = await setScene();
+const FILE = `${device.root}/tmp/file.cmf`;
 const [ranger] = (await device.load(LIST)).filter((each) => each.RBusDeviceName === "Ultrasonic Ranger");
 const index = (await device.load(LIST)).findIndex((each) => each.RBusDeviceName === "Ultrasonic Ranger");
 const setRanger = (members) => device.store(LIST, { Index: index, ...members });
@@ -31,7 +32,9 @@ async function choose(target, size = 100) {
     await page.locator("#firmware-target option", { hasText: target }).waitFor({ state: "attached" });
     const value = await page.locator("#firmware-target option", { hasText: target }).getAttribute("value");
     await page.locator("#firmware-target").selectOption(value);
-    await page.locator("#firmware-file").setInputFiles({ name: "file.cmf", mimeType: "", buffer: Buffer.alloc(size) });
+    await writeFile(FILE, "");
+    await truncate(FILE, size);
+    await page.locator("#firmware-file").setInputFiles(FILE);
     await page.locator("#firmware-form [type=submit]").click();
     return value;
 }
@@ -115,12 +118,11 @@ test("the device's own update ends with its version, and one that fails is named
 
 test("an upload that stalls is reported in every tab, can be cancelled, and is not left without a question", async () => {
     const second = await open({ view: "device", context });
-    const [worker] = readFileSync(`/proc/${device.nginx}/task/${device.nginx}/children`, "utf8").split(" ").map(Number);
     for (const each of [console, second]) {
         await each.says("#firmware-target", /Ultrasonic Ranger/);
     }
     await device.store(`${RBUS}FileName`, "");
-    process.kill(worker, "SIGSTOP");
+    const thaw = device.freezeServer();
     try {
         await choose("Ultrasonic Ranger", 50_000_000);
         await question("Update");
@@ -142,7 +144,7 @@ test("an upload that stalls is reported in every tab, can be cancelled, and is n
         await page.goto("about:blank");
         await says(/page was left during the upload/, second);
     } finally {
-        process.kill(worker, "SIGCONT");
+        thaw();
     }
     assert.equal(await device.load(`${RBUS}FileName`), "", "nothing has arrived");
 });

@@ -40,7 +40,6 @@ test("what differs from a snapshot is shown and restored, in the view and in the
     await console.go("snapshot");
     await page.locator("#snapshot-compare").press("Enter");
     await until(() => places(page), PLACES.toSorted(), "what differs");
-    assert.deepEqual(await console.findings(), []);
     await page.locator("#snapshot-all").press("Space");
     await page.locator("#snapshot-restore").press("Enter");
     await page.locator("#question [value=yes]").press("Enter");

@@ -14,8 +14,10 @@ export function rove(container, rows, controls) {
     row?.querySelectorAll(controls).forEach((control) => { control.tabIndex = 0; });
   };
   const seen = () => [...container.querySelectorAll(rows)].filter(isSeen);
+  // After a search the first row is next, not one that was found on the way to it.
   const renew = () => {
-    if (!isSeen(current)) setCurrent([...container.querySelectorAll(rows)].find(isSeen) ?? null);
+    const isUsed = current?.contains(document.activeElement) && isSeen(current);
+    if (!isUsed) setCurrent([...container.querySelectorAll(rows)].find(isSeen) ?? null);
   };
   let timer = 0;
   new MutationObserver((records) => {

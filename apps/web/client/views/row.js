@@ -33,7 +33,11 @@ export class Row {
     const { pin, when, type, value, edit } = this.#parts;
     this.node = element("li", { class: "variable", "data-variable": variable.key }, pin,
       element("div", { class: "what" }, memory, name, " ", when, ...about), type, value, edit);
-    this.node.addEventListener("keydown", (event) => event.key === "Escape" && this.#editor && this.#toggleEditor());
+    this.node.addEventListener("keydown", (event) => {
+      if (event.key !== "Escape" || !this.#editor) return;
+      event.preventDefault(); // else it closes the question as well
+      this.#toggleEditor();
+    });
     this.showPin();
     this.update(false);
   }
