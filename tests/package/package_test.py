@@ -4,7 +4,9 @@ installed nginx, and purged. The tests build on one another, in this order. They
 
 import contextlib
 import http.client
+import json
 import os
+import re
 import signal
 import socket
 import subprocess
@@ -107,6 +109,14 @@ def test_packages_install_and_enable_the_site():
     assert run("systemctl", "is-enabled", UNIT) == "enabled\n"
     assert ask("GET", "/api/v2/all.cgi")[0] == 404  # the site; nginx's welcome page is a file of another server
     assert ask("GET", "/api/v1/set.cgi")[0] == 405
+
+
+def test_bills_of_materials_name_the_libraries():
+    for package in ("webservice", "webservice-virtualdevice"):
+        bill = json.loads(Path(f"/usr/share/doc/{package}/{package}.cdx.json").read_text())
+        names = {component["name"] for component in bill["components"]}
+        depends = run("dpkg-query", "-W", "-f", "${Depends}", package)
+        assert names >= {"nlohmann-json3-dev", *re.findall(r"\blib[\w.+-]+", depends)}, package
 
 
 def test_unit_restarts_until_the_device_is_there(stack):
