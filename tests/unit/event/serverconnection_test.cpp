@@ -102,16 +102,16 @@ TEST_F(ServerConnectionTest, OneReadTakesAtMost256Records) {
 
 TEST_F(ServerConnectionTest, EventsWithoutHandlerAreLogged) {
     connection_->handler = nullptr;
-    const Notify records[] = {{3, 9, 9}, {6, 0, 0}, {931, 0, 0}, {0xffffffffU, 0, 0}};
+    const Notify records[] = {{3, 9, 9}, {6, 0, 0}, {EVENT_COUNT, 0, 0}, {0xffffffffU, 0, 0}};
     brokerSends({reinterpret_cast<const char*>(records), sizeof records});
     poll_.wait(1000, true);
     auto messages = log_.messages();
     std::erase_if(messages, [](const std::string& message) { return message.starts_with("Debug"); });
+    const std::string known = " is beyond the " + std::to_string(EVENT_COUNT) + " known events";
     EXPECT_THAT(messages, ElementsAre("Warn Unhandled event: SubscribeAll",
                                       "Warn Unhandled event: VarAppLogLevelChanged",
-                                      "Warn Event id 931 is beyond the 931 known events",
-                                      "Warn Unhandled event: Invalid",
-                                      "Warn Event id 4294967295 is beyond the 931 known events",
+                                      "Warn Event id " + std::to_string(EVENT_COUNT) + known,
+                                      "Warn Unhandled event: Invalid", "Warn Event id 4294967295" + known,
                                       "Warn Unhandled event: Invalid"));
 }
 

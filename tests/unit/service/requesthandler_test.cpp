@@ -92,20 +92,21 @@ TEST_F(RequestHandlerTest, WritesItsLogLines) {
     send(request("/api/v1/log.cgi"));
     send(request("/no"));
     run();
-    handler_->handleEvent({931, 0, 0});
+    handler_->handleEvent({EVENT_COUNT, 0, 0});
     handler_.reset();
     EventPoll closed;
     closed.close();
     EXPECT_NO_THROW(RequestHandler(closed, fcgi_)) << "a log start that fails";
     const std::string socket = std::to_string(clients_.front() + 1);
+    std::ostringstream unknown;
+    unknown << "Warn Event id " << EVENT_COUNT << " is beyond the " << EVENT_COUNT << " known events";
     const std::vector<std::string> lines = log_.messages();
     for (const std::string& line :
          {"DebugMost REQUEST  begin(" + socket + ", 3, false)"s, "DebugAll REQUEST     rx(3, 5, 1)"s,
           "DebugMost REQUEST handle(" + socket + ", 3, /api/v1/all.cgi)",
           "LogLight Request /f from r to s by u"s, "DebugAll REQUEST     tx(1, 3, 8)"s,
           "DebugMost REQUEST    end(0, 3)"s, "DebugMost REQUEST remove(0)"s,
-          "DebugLight Sending all log data to request 1"s, "Warn Unknown script: '/no'"s,
-          "Warn Event id 931 is beyond the 931 known events"s,
+          "DebugLight Sending all log data to request 1"s, "Warn Unknown script: '/no'"s, unknown.str(),
           R"(LogLight MemPersistent.DisplayBrightness: {"max":"10","min":"0","type":"int","value":"0"})"s,
           "Error Logging to web gui will not be available"s})
         EXPECT_THAT(lines, Contains(line));
