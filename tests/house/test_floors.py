@@ -85,3 +85,10 @@ def test_modules_and_libraries_have_no_cycle():
     assert list(includes()) and list(links())
     assert not cycles((module(path), module(name)) for path, name in includes())
     assert not cycles(links())
+
+
+def test_versions_agree():
+    files = {"CMakeLists.txt": r"project\(webservice VERSION (\S+)", "CHANGELOG.md": r"^## \[(\d\S*)\]",
+             "packaging/debian/changelog": r"^webservice \((\S+)\)"}
+    versions = [re.search(form, (REPOSITORY / name).read_text(), re.MULTILINE)[1] for name, form in files.items()]
+    assert len(set(versions)) == 1, versions
