@@ -11,6 +11,7 @@ import { Device } from "../device/node/device.mjs";
 import { Console, launchBrowser } from "../tests/browser/console.mjs";
 import { FILL } from "../tests/browser/scene.mjs";
 import { printConditions, printTable, progress } from "./report.mjs";
+import { printVisits } from "./waits.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const VALUES = 10;
@@ -161,6 +162,7 @@ async function printFindings(browser) {
 const browser = await launchBrowser();
 printConditions("Browser console", "bench/console.mjs", browser);
 await printLatencies(browser);
+await printVisits(browser, complaints);
 await printShares(browser);
 printSizes();
 await printFindings(browser);

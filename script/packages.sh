@@ -1,7 +1,7 @@
 # To be sourced: the packages of Debian 12 that the scripts need, and how they are installed.
 
 BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-dev libgtest-dev libgmock-dev
-                python3 python3-yaml python3-jinja2)
+                python3 python3-yaml python3-jinja2 esbuild)
 # npm downloads the browser console's plotting library. An npm from elsewhere is used if there is one.
 command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)

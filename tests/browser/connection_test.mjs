@@ -1,6 +1,7 @@
 // Honest about the connection: a service that goes and comes back, and many pages at once.
 
 import { test } from "node:test";
+import { setTimeout as pause } from "node:timers/promises";
 import { until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
 
@@ -63,6 +64,20 @@ test("no change is lost while the tree is on its way", async () => {
     await polls(3);
     release();
     await (await opened).shows(VARIABLE, "3");
+});
+
+test("a change that comes while no poll waits is shown, too", async () => {
+    await store(1);
+    const console = await open({ prepare: () => {} });
+    await console.shows(VARIABLE, "1");
+    await console.settles();
+    const held = console.page.evaluate(() => { for (const end = Date.now() + 2000; Date.now() < end;); });
+    for (const [variable, value] of [["MemPersistent.KnobBrightness", 1], ["MemPersistent.KnobBrightness", 2], [VARIABLE, 8]]) {
+        await pause(400);
+        await device.store(variable, value);
+    }
+    await held;
+    await console.shows(VARIABLE, "8");
 });
 
 test("a page that finds all waiting places taken says so, and takes one that becomes free", async () => {

@@ -195,6 +195,8 @@ test("the search looks through names, types and values, open editors or not, and
         await until(async () => (await found())[0], variable, text);
     }
     await (await console.row(STEALTH)).locator("button.pin").click();
+    await search("");
+    await until(() => console.page.url(), /#variables$/, "the address without the search");
     await console.page.reload();
     const pin = console.page.locator(`#favourites [data-variable="${STEALTH}"] button.pin`);
     await pin.click();

@@ -1,9 +1,11 @@
 // The page's end of the feeds: through the shared worker, or in the page where the browser has none.
 
-// Begins when this module is there: the page has other things to load meanwhile.
+// Begins when this module is there, before the page knows what to do with the tree: the messages wait at the port.
 const isAlone = typeof SharedWorker === "undefined" || new URLSearchParams(location.search).has("alone");
 const workerAddress = new URL("worker.js", import.meta.url);
 const worker = isAlone ? null : new SharedWorker(workerAddress, { type: "module", name: "feed" });
+const here = isAlone ? import("./worker.js") : null;
+worker?.port.postMessage({ call: "need", argument: { tree: true } });
 
 // receive() gets the feeds' messages. The result's need({tree, log, screen}) says what is wanted from now on; reread(number)
 // reads the tree anew and ends with the message {type: "reread", number, came}; hurry() asks for pictures without a rest;
@@ -20,6 +22,5 @@ function throughWorker(receive) {
 }
 
 function inPage(receive) {
-  const feeds = import("./feeds.js").then(({ Feeds }) => new Feeds());
-  return async (call, argument) => (await feeds)[call](receive, argument);
+  return async (call, argument) => (await here).feeds[call](receive, argument);
 }

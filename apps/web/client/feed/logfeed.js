@@ -80,11 +80,11 @@ export class LogFeed extends Loop {
     this.#emit = emit;
   }
 
-  // The end of the log as far as it is kept, for pages that come later.
-  get whole() {
+  // For pages that come later: the end of the log as far as it is kept.
+  get latest() {
     const bytes = joined(this.#chunks);
     this.#chunks = [bytes];
-    return { type: "log", reset: true, ...wholeLines(bytes, this.#start) };
+    return [{ type: "log", reset: true, ...wholeLines(bytes, this.#start) }];
   }
 
   async turn(signal, succeeded) {
@@ -137,7 +137,7 @@ export class LogFeed extends Loop {
     this.#offset = start + bytes.length;
     this.#decoder = new TextDecoder();
     this.#decoder.decode(bytes, { stream: true });
-    this.#emit(this.whole);
+    this.latest.forEach(this.#emit);
   }
 
   #add(bytes) {

@@ -1,6 +1,6 @@
 // Records what is watched from the feed of the tree, for all pages and over reloads.
 
-import { readValue, readVariables, Unprintable } from "./documents.js";
+import { readValue, Unprintable } from "./documents.js";
 import { writeRecord } from "./history.js";
 
 const WRITE_MS = 1000;
@@ -8,21 +8,26 @@ const WRITE_MS = 1000;
 const FULL_RECORD = 60;
 
 export class Recorder {
+  #known;
   #names = new Map();
   #last = new Map();
   #points = {};
   #timer = 0;
-  #isLive = false;
   #written = 0;
   #session = `${Date.now()}-${Math.random()}`;
+
+  // `known` is a Map of "Memory.Variable" to the text of its value, empty while nothing is known. The owner changes it and
+  // calls take() then.
+  constructor(known) {
+    this.#known = known;
+  }
 
   get isWanted() {
     return this.#names.size > 0;
   }
 
-  // Records these names, "Memory.Variable" or "Memory.Variable.Member", from now on. Returns whether one is new.
+  // Records these names, "Memory.Variable" or "Memory.Variable.Member", from now on.
   watch(names) {
-    const isNew = names.some((name) => !this.#last.has(name));
     this.#names.clear();
     for (const name of names) {
       const [memory, variable, member] = name.split(".");
@@ -33,27 +38,18 @@ export class Recorder {
     [...this.#last.keys()].filter((name) => !all.has(name)).forEach((name) => this.#last.delete(name));
     clearInterval(this.#timer);
     this.#timer = this.isWanted ? setInterval(() => this.write(), WRITE_MS) : 0;
-    return isNew;
+    this.take();
   }
 
-  // Takes the messages of the tree's feed. While it is not live, nothing is known.
-  take({ type, state, text }) {
-    if (type === "state") {
-      this.#isLive = state === "live";
-      if (!this.#isLive) [...this.#last.keys()].forEach((name) => this.#add(name, null));
-      return;
-    }
-    try {
-      readVariables(text, (memory, variable, raw) => this.#read(this.#names.get(`${memory}.${variable}`), raw));
-    } catch {
-      // Not whole: each page asks for the tree again, and so it comes here, too.
-    }
+  // Takes what is known now.
+  take() {
+    this.#names.forEach((watched, key) => this.#read(watched, this.#known.get(key)));
   }
 
   // Writes what has come since the last time.
   async write() {
     const series = this.#points;
-    if (!this.#isLive && Object.keys(series).length === 0) return;
+    if (this.#known.size === 0 && Object.keys(series).length === 0) return;
     this.#points = {};
     if (++this.#written % FULL_RECORD === 0) {
       this.#last.forEach((value, name) => { series[name] ??= [[Date.now() / 1000, value]]; });
@@ -62,8 +58,7 @@ export class Recorder {
   }
 
   #read(watched, raw) {
-    if (!watched) return;
-    const parsed = readValue(raw);
+    const parsed = raw === undefined ? new Unprintable("not known") : readValue(raw);
     for (const { name, member } of watched) {
       const value = parsed instanceof Unprintable ? null : member ? parsed[member] : parsed.value;
       const isNumber = member ? typeof value === "number" : ["int", "float"].includes(parsed.type);
@@ -72,7 +67,7 @@ export class Recorder {
   }
 
   #add(name, value) {
-    if (this.#last.get(name) === value) return;
+    if ((this.#last.get(name) ?? null) === value) return;
     this.#last.set(name, value);
     (this.#points[name] ??= []).push([Date.now() / 1000, value]);
   }

@@ -2,6 +2,7 @@
 // poll is sent before anything else happens. See docs/console.md.
 
 import { request, RequestError } from "./api.js";
+import { Gaps } from "./gaps.js";
 import { Loop } from "./loop.js";
 
 const TREE = "/api/v1/all.cgi";
@@ -12,6 +13,10 @@ const PROBE = "/qorapp/v1/setups/list";
 const LOST_AFTER_MS = 5000;
 const QUIET_MS = 2000;
 const PROBE_MS = 2500;
+// After a poll that may have come too late the tree is read: a little later, so that what changes together comes together,
+// and not more often than this, because the service keeps a line of each in its log.
+const SETTLE_MS = 300;
+const REREAD_MS = 10000;
 
 // Reads the whole tree, then follows its changes; after any gap again. emit() gets messages:
 //   {type: "tree" | "update", text}   {type: "state", state: "live" | "reconnecting" | "lost", text}
@@ -22,14 +27,20 @@ export class TreeFeed extends Loop {
   #reading = null;
   #next = null;
   #behind = new Set();
+  #readAt = 0;
+  #probedAt = 0;
+  #rereadTimer = 0;
+  #calmTimer = 0;
+  #gaps = new Gaps(UPDATE, [TREE, PROBE], () => this.#bridge());
 
   constructor(emit) {
     super();
     this.#emit = emit;
   }
 
-  get state() {
-    return this.#state;
+  // For pages that come later.
+  get latest() {
+    return [this.#state];
   }
 
   stop() {
@@ -83,6 +94,7 @@ export class TreeFeed extends Loop {
   }
 
   async #follow(signal) {
+    this.#gaps.restart();
     let poll = this.#poll(signal);
     for (;;) {
       const text = await this.#orGone(poll, signal);
@@ -90,6 +102,7 @@ export class TreeFeed extends Loop {
       poll.catch(() => {});
       this.#behind.forEach((updates) => updates.push(text));
       this.#emit({ type: "update", text });
+      if (performance.now() - this.#probedAt > REREAD_MS) this.#probe(signal).catch(() => {});
     }
   }
 
@@ -100,17 +113,39 @@ export class TreeFeed extends Loop {
       const quiet = new Promise((resolve) => { timer = setTimeout(resolve, QUIET_MS, null); });
       const text = await Promise.race([poll, quiet]).finally(() => clearTimeout(timer));
       if (text !== null) return text;
-      await request(PROBE, { signal: AbortSignal.any([signal, AbortSignal.timeout(PROBE_MS)]) });
+      await this.#probe(signal);
     }
   }
 
+  // Measures the way, too. The browser measures what is read to its end.
+  async #probe(signal) {
+    this.#probedAt = performance.now();
+    return (await request(PROBE, { signal: AbortSignal.any([signal, AbortSignal.timeout(PROBE_MS)]) })).text();
+  }
+
   async #poll(signal) {
+    this.#gaps.sent();
     return (await request(UPDATE, { signal })).text();
+  }
+
+  // A change may have been missed. Until the tree is read, old values may be shown.
+  #bridge() {
+    if (this.#state.state !== "live" || this.#rereadTimer !== 0) return;
+    const wait = Math.max(this.#readAt + REREAD_MS - performance.now(), SETTLE_MS);
+    this.#rereadTimer = setTimeout(() => {
+      this.#rereadTimer = 0;
+      if (this.#state.state === "live") this.reread();
+    }, wait);
+    if (wait === SETTLE_MS) return;
+    this.#setState("live", `Live, up to ${REREAD_MS / 1000} s late`);
+    clearTimeout(this.#calmTimer);
+    this.#calmTimer = setTimeout(() => this.#state.state === "live" && this.#setState("live", "Live"), 2 * REREAD_MS);
   }
 
   // Updates that arrive meanwhile may be newer than the tree, so they are emitted once more after it.
   async #readTree(signal) {
     const behind = [];
+    this.#readAt = performance.now();
     this.#behind.add(behind);
     try {
       const text = await (await request(TREE, { signal })).text();

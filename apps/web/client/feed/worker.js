@@ -1,18 +1,11 @@
-// The feeds for all pages of a browser. A page sends {call, argument}: "need", "record", "reread" or "hurry"; see feeds.js.
+// The feeds of a shared worker, for all pages of a browser, or of one page alone. The build puts this module and all that it
+// imports into one file: a browser asks for a worker's modules only when the worker runs.
 
-// All modules are named here, so that the browser asks for them at once.
-import "./api.js";
-import "./documents.js";
 import { Feeds } from "./feeds.js";
-import "./history.js";
-import "./logfeed.js";
-import "./loop.js";
-import "./recorder.js";
-import "./screenfeed.js";
-import "./treefeed.js";
 
-const feeds = new Feeds();
+export const feeds = new Feeds();
 
+// In a worker: a page sends {call, argument}: "need", "record", "reread" or "hurry"; see feeds.js.
 globalThis.onconnect = ({ ports: [port] }) => {
   const receive = (message) => port.postMessage(message);
   port.onmessage = ({ data: { call, argument } }) => feeds[call](receive, argument);

@@ -127,15 +127,15 @@ function shownValue(entry) {
 // As exactWorth(), and with one typo in each word, or a short form of it.
 function looseWorth(words) {
   const looked = words.filter((word) => word.length >= TYPO_FROM_LENGTH);
-  const toolsOf = (word) => ({ pattern: withTypo(word), short: remembered((part) => shortWorth(part, word)) });
+  const toolsOf = (word) => ({ typoIn: typoFinder(word), short: remembered((part) => shortWorth(part, word)) });
   const tools = new Map(looked.map((word) => [word, toolsOf(word)]));
   return (entry, word) => {
     const exact = exactWorth(entry, word);
     if (exact > 0 || !tools.has(word)) return exact;
-    const { pattern, short } = tools.get(word);
-    const at = entry.name.search(pattern);
+    const { typoIn, short } = tools.get(word);
+    const at = typoIn(entry.name);
     const inName = at === 0 ? LOOSE_WORTH.begin : LOOSE_WORTH.name;
-    const typo = at >= 0 ? inName : pattern.test(entry.about) ? LOOSE_WORTH.about : 0;
+    const typo = at >= 0 ? inName : typoIn(entry.about) >= 0 ? LOOSE_WORTH.about : 0;
     return Math.max(typo, ...entry.parts.map(short));
   };
 }
@@ -167,6 +167,16 @@ function isNear(one, other) {
 }
 
 const escaped = (text) => text.replace(/\W/g, "\\$&");
+
+// Returns where a text has the word with one such typo, -1 for nowhere. A typo leaves one half of the word as it is, unless
+// it swaps the two characters in the middle: few texts need a closer look.
+function typoFinder(word) {
+  const middle = word.length >> 1;
+  const halves = [word.slice(0, middle), word.slice(middle)];
+  const swappedMiddle = word.slice(0, middle - 1) + word[middle] + word[middle - 1] + word.slice(middle + 1);
+  const pattern = withTypo(word);
+  return (text) => ([...halves, swappedMiddle].some((part) => text.includes(part)) ? text.search(pattern) : -1);
+}
 
 // Matches the word with one such typo.
 function withTypo(word) {

@@ -6,6 +6,9 @@ import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
 
 const ROWS_AT_ONCE = 20;
+// Rows that a key brings before it is drawn; the others follow when no further key comes.
+const FIRST_ROWS = 8;
+const REST_MS = 150;
 const LIVE_MS = 500;
 const ADDRESS_MS = 300;
 
@@ -20,6 +23,7 @@ export class Finder {
   #most = ROWS_AT_ONCE;
   #isFollowing = false;
   #addressTimer = 0;
+  #restTimer = 0;
 
   // `home` has rows, a Map of all rows by key, putBack(row), which puts one where it is without a search, and
   // update(isAway), called when the rows are shown here or there.
@@ -65,11 +69,18 @@ export class Finder {
     if (only === "now" && this.#asked.only !== "now") this.#changedFrom = Date.now();
     if (only !== "now") this.#changedFrom = 0;
     this.#asked = { search: search.trim(), memory, only };
-    this.#most = ROWS_AT_ONCE;
+    this.#most = FIRST_ROWS;
     if (only === "snapshot" && this.#snapshots === null) this.#loadSnapshots();
     else this.#show(false);
+    clearTimeout(this.#restTimer);
+    this.#restTimer = setTimeout(() => this.#showRest(), REST_MS);
     clearTimeout(this.#addressTimer);
     this.#addressTimer = setTimeout(() => readAddress().view !== "variables" || writeAddress("variables", this.#asked), ADDRESS_MS);
+  }
+
+  #showRest() {
+    this.#most = Math.max(this.#most, ROWS_AT_ONCE);
+    this.#show(true);
   }
 
   async #loadSnapshots() {
@@ -92,7 +103,7 @@ export class Finder {
     const shown = this.#asked.search === "" ? found : found.slice(0, this.#most);
     this.#place(shown.map(({ key }) => this.#home.rows.get(key)), isLive);
     byId("results").hidden = found.length === 0;
-    byId("results-more").hidden = shown.length === found.length;
+    byId("results-more").hidden = found.length <= Math.max(this.#most, ROWS_AT_ONCE) || this.#asked.search === "";
     setText(byId("results-more"), `Show all ${found.length}`);
     setText(byId("results-none"), isAsked && found.length === 0 && this.#home.rows.size > 0 ? this.#whyNone() : "");
     this.#home.update(isAsked);

@@ -130,6 +130,7 @@ export class VariablesView {
   #showLists(areShown) {
     byId("memories").classList.toggle("away", !areShown);
     byId("pinned").hidden = !areShown || byId("favourites").childElementCount === 0;
+    if (!areShown) return;
     for (const list of this.#lists.values()) {
       list.parentNode.hidden = list.childElementCount === 0;
       list.style.containIntrinsicHeight = `auto ${list.childElementCount * ROW_REM}rem`;
