@@ -13,8 +13,8 @@ const PROGRAM = fileURLToPath(new URL("device.py", import.meta.url));
 const SIZE_WORD = 4;
 
 export class Device {
-    // Options are those of the launcher's VirtualDevice, for example {simulation: ["--speed", "8"]}. The caller stops it.
-    // Has `url`, `root`, the folder of its files, and the process id `service`.
+    // Options are those of the launcher's VirtualDevice, for example {simulation: ["--speed", "8"]}; see
+    // device.py for `site`. The caller stops it. Has `url`, `root`, the folder of its files, and the process id `service`.
     static async start(options = {}) {
         const device = new Device();
         device.process = spawn("/usr/bin/python3", ["-B", PROGRAM, JSON.stringify(options)],

@@ -1,5 +1,6 @@
 """Runs a virtual device for device.mjs: prints its address and names as a line of JSON, then reads commands.
 
+The argument has the launcher's options as JSON; "site" has, by the name of a file, a text in it and what replaces that.
 The lines "end" and "start" end and start the service; each is answered by a line with the service's process id. At the end
 of the input the device ends; status 0 says that all of its processes ended well.
 """
@@ -16,7 +17,9 @@ from virtualdevice import VirtualDevice
 
 for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
     signal.signal(number, lambda *_: sys.exit(1))
-with VirtualDevice(os.environ["SYSTEM_TEST_BUILD"], nginx=True, **json.loads(sys.argv[1])) as device:
+options = json.loads(sys.argv[1])
+options["site"] = {name: lambda text, words=words: text.replace(*words) for name, words in options.get("site", {}).items()}
+with VirtualDevice(os.environ["SYSTEM_TEST_BUILD"], nginx=True, **options) as device:
     print(json.dumps({"url": device.url, "root": str(device.root), "name": device.name, **device.pids}), flush=True)
     for line in sys.stdin:
         if line == "end\n":

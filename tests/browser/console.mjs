@@ -16,6 +16,14 @@ const FLAGS = ["--no-sandbox", "--disable-gpu", "--disable-quic", "--disable-bac
 
 export const launchBrowser = () => chromium.launch({ executablePath: process.env.CHROMIUM, args: FLAGS, timeout: WAIT_MS });
 
+// Enters a text into a field, or what it is for a choice or a switch.
+export async function enter(field, text) {
+    const kind = await field.evaluate((node) => node.localName + node.type);
+    if (kind === "inputcheckbox") await field.setChecked(text === "true");
+    else if (kind.startsWith("select")) await field.selectOption(text);
+    else await field.fill(text);
+}
+
 // A page that shows the console.
 export class Console {
     // With a browser profile of its own, for which `options` are, or as one more page of the profile `context`. With

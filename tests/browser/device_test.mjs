@@ -59,7 +59,8 @@ for (const [kind, folder] of Object.entries(FOLDERS)) {
 test("what another client stores is listed and not replaced unasked, and a problem is named as long as it lasts", async () => {
     const path = `${device.root}/var/SETUPS/shared.stp`;
     const list = page.locator("#file-list-setups");
-    const upload = () => list.locator("input[type=file]").setInputFiles({ name: "shared.stp", mimeType: "", buffer: Buffer.from("mine") });
+    const file = { name: "shared.stp", mimeType: "", buffer: Buffer.from("mine") };
+    const upload = () => list.locator("input[type=file]").setInputFiles(file);
     await until(() => list.innerText(), /No files|\.stp/, "the list");
     await writeFile(path, "theirs");
     await upload();
@@ -67,6 +68,12 @@ test("what another client stores is listed and not replaced unasked, and a probl
     await answer("Cancel");
     assert.equal(await readFile(path, "utf8"), "theirs");
     await until(() => list.locator("[data-file='shared.stp']").count(), 1, "the other client's file");
+    for (const [status, outcome] of [[413, /^shared.stp is not stored: larger/], [504, /^It is unknown whether/]]) {
+        await page.route("**/setups/file/*", (route) => route.fulfill({ status }));
+        await upload();
+        await answer("Replace");
+        await console.says("#file-list-setups .note", outcome);
+    }
     await rm(path);
     await until(() => list.locator("[data-file='shared.stp']").count(), 0, "a list that is read again by itself");
     await page.route("**/setups/list", (route) => route.fulfill({ status: 502 }));

@@ -54,6 +54,12 @@ test("no target is preselected, none changes by itself, and a question comes bef
     await until(() => page.locator("#firmware-target").innerText(), /^((?!not connected)[^])*$/, "the target, back again");
     assert.equal(await page.locator("#firmware-target").inputValue(), id);
     assert.equal(await device.load(`${RBUS}FileName`), "", "nothing was sent");
+    for (const [part, text] of [["Emip", "An update of Emip runs"], ["None", /^Not updated: .*not connected|^No update/]]) {
+        await settle(console);
+        await device.store("MemDeviceState.DeviceUpdateStart", part);
+        await says(text);
+        assert.equal(await page.locator("#firmware-form [type=submit]").isDisabled(), part === "Emip");
+    }
 });
 
 // Returns when the pages wait for updates again: a change that no request waits for is not reported. The service reports
@@ -75,7 +81,7 @@ async function play(place, target, states, outcome) {
     await until(() => device.load(`${place}FileName`), /\/update\//, "the upload");
     for (const [state, text] of states) {
         await settle(console, other);
-        await device.store(state.includes(".") ? state : `${place}${place === HOST ? "File" : ""}State`, state);
+        await device.store(`${place}${place === HOST ? "File" : ""}State`, state);
         await says(text);
         await page.reload();
         await says(text);

@@ -32,6 +32,7 @@ test("it follows the end, and keeps its place while the user reads or filters", 
     const top = () => output.evaluate((log) => [...log.children]
         .find((line) => !line.hidden && line.offsetTop - log.offsetTop >= log.scrollTop).textContent);
     await until(isAtEnd, true, "the end of the log");
+    assert.equal(await output.getAttribute("aria-live"), "off", "a screen reader that reads each line");
     await device.log("<6>fresh: one more");
     await shows("fresh: one more");
     await until(isAtEnd, true, "the new end of the log");

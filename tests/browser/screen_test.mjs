@@ -4,6 +4,7 @@ import assert from "node:assert/strict";
 import { randomBytes } from "node:crypto";
 import { open as openFile, readFile } from "node:fs/promises";
 import { test } from "node:test";
+import { setTimeout as pause } from "node:timers/promises";
 import { until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
 
@@ -70,4 +71,17 @@ test("all tabs together ask for one picture a second, for five while it changes,
     const before = await asked();
     for (const value of [2, 3, 4]) await tabs[0].edit("MemPersistent.DisplayBrightness", (form) => form.locator("input").fill(String(value)), "stored");
     assert.equal(await asked(), before);
+});
+
+test("a slow service is asked for a picture in a tenth of the time at most", async () => {
+    const ANSWER_MS = 150;
+    const begun = [];
+    const slowly = async (route) => {
+        begun.push(performance.now());
+        await pause(ANSWER_MS);
+        await route.continue();
+    };
+    await open({ view: "screen", prepare: (page) => page.route("**/screen.cgi", slowly) });
+    await until(() => begun.length >= 3, true, "pictures");
+    assert.ok(begun[2] - begun[0] >= 2 * 9 * ANSWER_MS, `${begun}`);
 });

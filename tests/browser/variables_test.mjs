@@ -2,10 +2,11 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { until } from "./console.mjs";
+import { enter, until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
 
-const { device, open } = await setScene();
+// The web server gives up sooner than on the device.
+const { device, open } = await setScene({ site: { "server.conf": ["fastcgi_read_timeout 30s", "fastcgi_read_timeout 10s"] } });
 
 const BRIGHTNESS = "MemPersistent.DisplayBrightness";
 const NAME = "MemPersistent.ProductName";
@@ -16,14 +17,8 @@ const COUNTER = "MemDynamic.LostFrameCounter";
 const STEALTH = "MemPersistent.StealthMode";
 const COLOUR = "MemPersistent.KnobColor";
 
-// Enters a text into the first field of an editor, or what it is for a choice or a switch.
-const enter = (text) => async (editor) => {
-    const field = editor.locator("input, select, textarea").first();
-    const kind = await field.evaluate((node) => node.localName + node.type);
-    if (kind === "inputcheckbox") await field.setChecked(text === "true");
-    else if (kind.startsWith("select")) await field.selectOption(text);
-    else await field.fill(text);
-};
+// Enters a text into the first field of an editor.
+const entering = (text) => (editor) => enter(editor.locator("input, select, textarea").first(), text);
 const stored = /^stored$/;
 const FILLED = { [BRIGHTNESS]: "5", [COUNTER]: "7", [FOOTAGE]: "1.500000", [NAME]: "Device", [FLAGS]: "010203" };
 
@@ -53,7 +48,7 @@ test("an edit is stored or refused, and the page says what the variable holds", 
             await device.store(variable, FILLED[variable]);
             await console.shows(variable, FILLED[variable]);
         }
-        await console.edit(variable, enter(text), outcome).catch((error) => assert.fail(`${text}: ${error.message}`));
+        await console.edit(variable, entering(text), outcome).catch((error) => assert.fail(`${text}: ${error.message}`));
         assert.equal((await device.load(variable)).trim(), held?.trim() ?? FILLED[variable] ?? await device.load(variable), `${variable}: ${text}`);
     }
 });
@@ -76,10 +71,10 @@ test("what is set while a request is on its way is stored after it", async () =>
     await console.page.route("**/set.cgi", (route) => held.push(route));
     for (const [variable, , first, second] of KINDS) {
         const editor = await console.editor(variable);
-        await enter(first)(editor);
+        await entering(first)(editor);
         await editor.locator(".primary").click();
         await until(() => held.length, 1, "a request");
-        await enter(second)(editor);
+        await entering(second)(editor);
         await editor.locator(".primary").click();
         await held.pop().continue();
         await until(() => held.length, 1, "the next request");
@@ -94,9 +89,9 @@ test("while the service is frozen an edit is unknown, and stored when it continu
     await beginAll(console);
     const thaw = device.freeze();
     const outcomes = [];
-    for (const [variable, , value] of KINDS.slice(0, 5)) {
+    for (const [variable, , value] of KINDS.slice(1)) { // so many requests as a browser sends at once
         const editor = await console.editor(variable);
-        await enter(value)(editor);
+        await entering(value)(editor);
         await editor.locator(".primary").click();
         outcomes.push(() => editor.locator(".outcome").textContent());
     }
@@ -112,12 +107,11 @@ test("an untouched field follows the value, and what is typed replaces a newer v
     await beginAll(console);
     const question = console.page.locator("#question");
     for (const [variable, , meanwhile, typed] of KINDS) {
-        if (variable === STEALTH) continue; // has no third value
         const editor = await console.editor(variable);
         const field = editor.locator("input, select, textarea").first();
         await device.store(variable, meanwhile);
-        await until(() => field.inputValue(), meanwhile, "the field");
-        await enter(typed)(editor);
+        await until(() => field.evaluate((node) => String(node.type === "checkbox" ? node.checked : node.value)), meanwhile, "the field");
+        await entering(typed)(editor);
         const [, before] = KINDS.find(([name]) => name === variable);
         await device.store(variable, before);
         await until(() => editor.locator(".note").innerText(), new RegExp(`${meanwhile} → ${before}`), "the hint");
@@ -142,7 +136,7 @@ test("a value that another process changes right after a set is not taken for a 
         answer = () => route.fulfill({ response });
     });
     const editor = await console.editor(BRIGHTNESS);
-    await enter("6")(editor);
+    await entering("6")(editor);
     await editor.locator(".primary").click();
     await console.shows(BRIGHTNESS, "6");
     await console.settles();
@@ -168,6 +162,17 @@ test("an edited element of a list arrives alone, and what is typed is not discar
     await console.edit(list, () => editor.locator("[name=LensFileValid]").setChecked(true), stored);
     Object.assign(expected[2], { LensFileName: "Prime 50", LensFileValid: true });
     assert.deepEqual(await device.load(list), expected);
+    const held = [];
+    await console.page.route("**/set.cgi", (route) => held.push(route));
+    for (const isValid of [false, true]) {
+        await editor.locator("[name=LensFileValid]").setChecked(isValid);
+        await editor.locator(".primary").click();
+    }
+    for (const turn of [1, 2]) {
+        await until(() => held.length, turn, "a request");
+        await held.at(-1).continue();
+    }
+    await until(() => device.load(list), expected, "what was set last");
 });
 
 test("a change is marked for a moment", async () => {
@@ -208,5 +213,5 @@ test("a value that cannot be printed costs that value, not the page", async () =
     const console = await open();
     await console.shows(NAME, /cannot be printed/);
     await console.shows(BRIGHTNESS, /^\d+$/);
-    await console.edit(NAME, enter("Printable"), stored);
+    await console.edit(NAME, entering("Printable"), stored);
 });

@@ -184,3 +184,11 @@ test("a first visit offers three numbers that move", async () => {
     await offer.press("Enter");
     await until(async () => (await layout(page)).length, 3, "plots");
 });
+
+test("without the plotting library values are recorded and exported, and a note says so", async () => {
+    const console = await open({ view: "watch", prepare: (page) => page.route("**/vendor/*.js", (route) => route.fulfill({ status: 404 })) });
+    await console.says("#watch-note", /^Plots are not available/);
+    await add(console.page, BRIGHTNESS);
+    await console.says("#watch-plots .now", /^\d+$/);
+    assert.equal((await exported(console.page)).length, 2);
+});

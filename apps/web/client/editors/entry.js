@@ -1,6 +1,8 @@
 // A field and the value that it was filled from. An untouched field follows the value; a touched one keeps what is entered.
 export class Entry {
   #before;
+  // The text that is on its way to the service.
+  sent = null;
 
   constructor(field, value) {
     this.field = field;
@@ -9,6 +11,11 @@ export class Entry {
 
   get isTouched() {
     return this.field.text !== this.#before;
+  }
+
+  // Whether it differs from the value, or from what is on its way to become it.
+  get isUnsent() {
+    return this.field.text !== (this.sent ?? this.#before);
   }
 
   // Shows the value in an untouched field. Returns false if a touched one is behind it.

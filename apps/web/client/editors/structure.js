@@ -13,7 +13,7 @@ export function structureEditor(app, variable) {
   const isList = variable.kind === "list";
   let index = 0;
   let members = [];
-  const item = () => (isList ? variable.data[index] : variable.data) ?? {};
+  const item = (at = index) => (isList ? variable.data[at] : variable.data) ?? {};
   const body = element("tbody");
   const table = element("table", { class: "members" },
     element("thead", {}, element("tr", {}, ...["Member", "Now", "Set to"].map(heading))), body);
@@ -36,15 +36,18 @@ export function structureEditor(app, variable) {
   };
   const picker = isList ? elementPicker(variable, choose) : { nodes: [], update: () => {} };
   show();
-  const form = frame(variable, [...picker.nodes, element("div", { class: "scroll" }, table)],
-    () => captured(app, variable, touched(), index, item));
+  const capture = (at) => captured(app, variable, members.filter(({ entry }) => entry.isUnsent), at, () => item(at));
+  const form = frame(variable, [...picker.nodes, element("div", { class: "scroll" }, table)], () => capture(index));
   return { form, update, isTouched: () => touched().length > 0 };
 }
 
 // What is entered for members at this moment, and how it is sent.
 function captured(app, variable, members, index, item) {
   const entered = members.map(({ name, form, entry }) => ({ name, form, entry, text: entry.field.text }));
-  const act = async () => {
+  entered.forEach(({ entry, text }) => { entry.sent = text; });
+  const act = () => store().finally(() => entered.filter(({ entry, text }) => entry.sent === text)
+    .forEach(({ entry }) => { entry.sent = null; }));
+  const store = async () => {
     if (entered.length === 0) return { ok: false, text: "nothing is changed" };
     const changed = entered.filter(({ name, entry }) => item()[name] !== entry.base)
       .map(({ name, entry }) => `${name} from ${memberText(entry.base)} to ${memberText(item()[name])}`);

@@ -8,11 +8,22 @@ export function recall(key, otherwise) {
   }
 }
 
+// An undefined value is forgotten.
 export function remember(key, value) {
   try {
-    localStorage.setItem(key, JSON.stringify(value));
+    if (value === undefined) localStorage.removeItem(key);
+    else localStorage.setItem(key, JSON.stringify(value));
   } catch {
     // Private windows and full disks.
+  }
+}
+
+// The keys under which anything is kept.
+export function keptKeys() {
+  try {
+    return Object.keys(localStorage);
+  } catch {
+    return [];
   }
 }
 

@@ -1,5 +1,6 @@
 // What is sent for a text that a person enters, and what the service then prints for the value that it stores: floats have
-// 32 bits and print as "%f", ints are truncated, texts are cut at whole characters. The service's reader knows no escapes.
+// 32 bits and print as "%f", in structures with as few digits as tell them apart; ints are truncated, texts are cut at whole
+// characters. The service's reader knows no escapes.
 
 const INT_MIN = -2147483648;
 const INT_MAX = 2147483647;
@@ -18,6 +19,15 @@ export function floatText(number) {
   const text = value.toFixed(6);
   const isHalf = Math.abs(value * 128) % 2 === 1;
   return isHalf && Number(text.at(-1)) % 2 === 1 ? text.slice(0, -1) + (Number(text.at(-1)) - 1) : text;
+}
+
+// With as few digits as tell it from other numbers of 32 bits.
+export function shortText(number) {
+  const value = Math.fround(number);
+  for (let digits = 1; ; ++digits) {
+    const text = String(Number(value.toPrecision(digits)));
+    if (Math.fround(Number(text)) === value) return text;
+  }
 }
 
 export const bytesOf = (text) => new TextEncoder().encode(text).length;
@@ -44,7 +54,7 @@ export function write(form, text) {
   switch (form.kind) {
   case "bool": return plan(text, text);
   case "int": return writeInt(text);
-  case "float": return writeFloat(text);
+  case "float": return writeFloat(form, text);
   case "buffer": return writeBuffer(form, text);
   case "enum": return plan(quoted(text), text);
   default: return writeText(form, text);
@@ -64,11 +74,11 @@ function writeInt(text) {
 }
 
 // The number is rounded here: it is the same after each further rounding.
-function writeFloat(text) {
+function writeFloat({ isMember }, text) {
   const number = Math.fround(numberOf(text));
   if (Number.isNaN(number)) return { problem: "a number is needed" };
   if (!Number.isFinite(number)) return { problem: "a float holds no more than 3.4e38" };
-  const printed = floatText(number);
+  const printed = isMember ? shortText(number) : floatText(number);
   const holds = (value) => (typeof value === "number" ? Math.fround(value) === number : value === printed);
   return { literal: String(number), holds, remark: isAsEntered(text, printed) ? "" : ` as ${printed}` };
 }

@@ -91,8 +91,9 @@ export class VariablesView {
 
   // A row is in one place only: among the results, pinned, or in its memory.
   #putPinned() {
-    const rows = this.#favourites.keys.map((key) => this.#rows.get(key)).filter(Boolean);
-    rows.filter((row) => !this.#isResult(row)).forEach((row) => byId("favourites").append(row.node));
+    const rows = this.#favourites.keys.map((key) => this.#rows.get(key)).filter((row) => row && !this.#isResult(row));
+    const list = byId("favourites");
+    rows.forEach(({ node }, i) => node === list.children[i] || list.insertBefore(node, list.children[i] ?? null));
   }
 
   #isResult(row) {
@@ -111,6 +112,7 @@ export class VariablesView {
     moved.forEach((row) => row.showPin());
     const away = moved.filter((row) => !this.#isResult(row));
     away.forEach((row) => this.#putBack(row));
+    this.#putPinned();
     if (away.length > 0) this.#showLists(true);
   }
 

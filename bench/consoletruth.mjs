@@ -1,0 +1,65 @@
+// Measures whether the browser console says what is true, where the tests in tests/browser try less: sets, several tabs,
+// firmware. Prints Markdown tables; ends with status 1 if anything was not true.
+//
+//   tests/browser/run BUILD-FOLDER bench/consoletruth.mjs [--only sets,tabs,firmware] [--tabs 50] [--pins 100] [--updates 9]
+
+import { parseArgs } from "node:util";
+
+import { Device } from "../device/node/device.mjs";
+import { launchBrowser } from "../tests/browser/console.mjs";
+import { printConditions, printTable, progress } from "./report.mjs";
+import { measureFirmware } from "./truth/firmware.mjs";
+import { CASES, measureSets } from "./truth/sets.mjs";
+import { measureFavourites, measureOrder } from "./truth/tabs.mjs";
+
+const TABS_WITH_PINS = 20;
+const SHOWN_WITHIN_MS = 1000;
+
+const { values: options } = parseArgs({
+    options: { only: { type: "string", default: "sets,tabs,firmware" }, tabs: { type: "string", default: "50" },
+        pins: { type: "string", default: "100" }, updates: { type: "string", default: "9" } },
+});
+const complaints = [];
+
+async function printSets(browser) {
+    const device = await Device.start();
+    const { rows, wrong } = await measureSets(device, browser, progress);
+    await device.stop();
+    console.log("Outcomes of sets that say what the variable holds, of all tried. “–”: cannot be entered.\n");
+    printTable(["kind", ...CASES], rows);
+    complaints.push(...wrong);
+}
+
+async function printTabs(browser) {
+    const [tabs, pins] = [Number(options.tabs), Number(options.pins)];
+    const device = await Device.start({ simulation: ["--changes", "50", "--interval", "100"] });
+    progress(`${tabs} second tabs`);
+    const ordered = await measureOrder(device, browser, tabs);
+    progress(`${pins} pins in ${TABS_WITH_PINS} tabs`);
+    const { right, missing } = await measureFavourites(device, browser, TABS_WITH_PINS, pins);
+    await device.stop();
+    printTable(["several tabs", "right", "of"], [["order of a second tab while 50 variables change ten times a second", ordered, tabs],
+        [`favourites after ${pins} pins at the same time`, right, TABS_WITH_PINS]]);
+    if (ordered < tabs) complaints.push("tabs have another order than the tree");
+    if (right < TABS_WITH_PINS) complaints.push(`favourites differ, ${missing} pins are missing`);
+}
+
+async function printFirmware(browser) {
+    const device = await Device.start({ simulation: ["--speed", "6"] });
+    const { ended, behind, late } = await measureFirmware(device, browser, Number(options.updates), progress);
+    await device.stop();
+    console.log("Updates whose page is loaded anew at a random moment.\n");
+    const count = (begin) => ended.filter((text) => text.startsWith(begin)).length;
+    printTable(["updates", "Updated", "Not updated, with the reason", "another browser is behind, at most ms", "one opened later shows it after, at most ms"],
+        [[ended.length, count("Updated"), count("Not updated"), Math.max(...behind), Math.max(...late)]]);
+    if (Math.max(...behind, ...late) > SHOWN_WITHIN_MS) complaints.push("a second browser shows a running update too late");
+}
+
+const PARTS = { sets: printSets, tabs: printTabs, firmware: printFirmware };
+
+const browser = await launchBrowser();
+printConditions("What the console says", "bench/consoletruth.mjs", browser);
+for (const part of options.only.split(",")) await PARTS[part](browser);
+await browser.close();
+for (const complaint of complaints) console.log(`- ${complaint}`);
+process.exitCode = complaints.length > 0 ? 1 : 0;
