@@ -1,6 +1,7 @@
 #include "apps/common/files/outputfile.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,4 +33,12 @@ bool OutputFile::write(std::string_view bytes) {
 
 bool OutputFile::sync() {
     return fsync(file_.get()) == 0;
+}
+
+bool moveFile(const std::string& from, const std::string& to) {
+    if (rename(from.c_str(), to.c_str()) < 0)
+        return false;
+    const std::string folder = to.substr(0, to.rfind('/') + 1);
+    const Descriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fsync(fd.get()) == 0;
 }

@@ -24,3 +24,7 @@ public:
 private:
     Descriptor file_;
 };
+
+/// Renames a file and replaces an existing one. Returns when the new name is on the disk. Returns false with
+/// the reason in errno.
+bool moveFile(const std::string& from, const std::string& to);

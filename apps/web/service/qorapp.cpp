@@ -105,8 +105,8 @@ void removeTemporaryFiles() {
         UserFiles(folderOf(kind)).removeLeftovers();
 }
 
-void moveFile(const std::string& from, const char* to) {
-    if (rename(from.c_str(), to) < 0)
+void moveUpload(const std::string& from, const char* to) {
+    if (!moveFile(from, to))
         throwErrorNumber(__FILE__, __LINE__, "rename");
 }
 
@@ -238,12 +238,12 @@ void QorApp::update(Request* request) {
 // REQUIRES: a dash in `deviceId`.
 void QorApp::offerFile(const std::string& deviceId, const std::string& file) {
     if (deviceId == deviceId_) {
-        moveFile(file, Constants::SUP_FILE);
+        moveUpload(file, Constants::SUP_FILE);
         offerHostFile();
         appUpdatePending_ = true;
         return;
     }
-    moveFile(file, Constants::CMF_FILE);
+    moveUpload(file, Constants::CMF_FILE);
     const std::size_t dash = deviceId.rfind('-');
     offerAccessoryFile(deviceId.substr(0, dash), deviceId.substr(dash + 1));
 }

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -23,7 +24,7 @@
 
 namespace {
 
-std::vector<std::string> synced; // paths in order
+std::vector<std::string> synced; // paths in order, and the targets of renames
 bool failSync = false;
 
 } // namespace
@@ -33,6 +34,12 @@ extern "C" int fsync(int fd) {
     synced.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
     errno = EIO;
     return failSync ? -1 : 0;
+}
+
+extern "C" int rename(const char* from, const char* to) {
+    synced.push_back(std::string("-> ") + to);
+    static auto* const next = reinterpret_cast<int (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "rename"));
+    return next(from, to);
 }
 
 namespace {
@@ -94,6 +101,12 @@ protected:
     }
     std::string file(const char* method, const std::string& name, const std::string& body = "") {
         return ask("/lenstables/file" + name, method, body);
+    }
+
+    std::string upload(const std::string& device, const std::string& firmware) {
+        return ask("/device/update", "POST",
+                   "--b\nname=deviceid\n\n" + device + "\r\n--b\nname=file\n\n" + firmware + "\r\n--b--",
+                   "multipart/form-data; boundary=b");
     }
 
     MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories_.base(7)); }
@@ -258,19 +271,17 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
     EXPECT_EQ(ask("/device/update", "POST", id + "\nname=file\n\nfirmware\r\n--b c--", type),
               R"({"taskid": "BOARD-K1-7" })");
     EXPECT_TRUE(std::filesystem::exists(root_ + "/update/host.swu"));
-    const auto upload = [&](const std::string& device) {
-        return ask("/device/update", "POST",
-                   "--b c\nname=deviceid\n\n" + device + "\r\n--b c\nname=file\n\nx\r\n--b c--", type);
-    };
     const std::string noDash = "'deviceid' has to be in the form DEVICE-SERIAL";
-    EXPECT_EQ(upload("NODASH"), "{\"result\": \"" + noDash + ".\" }");
-    EXPECT_THAT(textThrownBy([&] { upload("DEV-x12"); }), testing::EndsWith("'x12' is not a serial number"));
-    EXPECT_EQ(upload("A-B-7"), R"({"taskid": "A-B-7" })");
+    EXPECT_EQ(upload("NODASH", "x"), "{\"result\": \"" + noDash + ".\" }");
+    EXPECT_THAT(textThrownBy([&] { upload("DEV-x12", "x"); }),
+                testing::EndsWith("'x12' is not a serial number"));
+    EXPECT_EQ(upload("A-B-7", "x"), R"({"taskid": "A-B-7" })");
     EXPECT_STREQ(accessories().RBusUpdateDeviceName, "A-B");
     EXPECT_EQ(accessories().RBusUpdateDeviceSerial, 7);
     std::filesystem::remove(root_ + "/update/host.swu");
     std::filesystem::create_directory(root_ + "/update/host.swu");
-    EXPECT_THAT(textThrownBy([&] { upload("BOARD-K1-7"); }), testing::EndsWith("rename: Is a directory"));
+    EXPECT_THAT(textThrownBy([&] { upload("BOARD-K1-7", "x"); }),
+                testing::EndsWith("rename: Is a directory"));
     EXPECT_FALSE(std::filesystem::exists(root_ + "/update/file-from-app"));
     EXPECT_THAT(
         log_.messages(),
@@ -285,7 +296,13 @@ TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     const std::string old(100, 'o');
     synced.clear();
     file("PUT", "/a", old);
-    EXPECT_THAT(std::exchange(synced, {}), ElementsAre(folder_ + ".incomplete", root_ + "/var/LDA"));
+    EXPECT_THAT(std::exchange(synced, {}),
+                ElementsAre(folder_ + ".incomplete", "-> /var//LDA//a", root_ + "/var/LDA"));
+    EXPECT_EQ(upload("BOARD-K1-7", "f"), R"({"taskid": "BOARD-K1-7" })");
+    EXPECT_THAT(std::exchange(synced, {}),
+                ElementsAre(root_ + "/update/file-from-app", "-> /update/host.swu", root_ + "/update"));
+    std::filesystem::remove(root_ + "/update/host.swu");
+    posted();
     const auto expectOld = [&](const std::string& answer) {
         EXPECT_EQ(answer, WRITE_ERROR);
         EXPECT_EQ(file("GET", "/a"), old);
@@ -293,6 +310,7 @@ TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     };
     failSync = true;
     expectOld(file("PUT", "/a", "new"));
+    EXPECT_EQ(upload("BOARD-K1-7", "f"), WRITE_ERROR);
     failSync = false;
     signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
@@ -300,9 +318,7 @@ TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     const rlimit full{4096, limit.rlim_max};
     setrlimit(RLIMIT_FSIZE, &full);
     expectOld(file("PUT", "/a", std::string(5000, 'n')));
-    const std::string form =
-        "--b\nname=deviceid\n\nBOARD-K1-7\n--b\nname=file\n\n" + std::string(5000, 'f') + "\n--b--";
-    EXPECT_EQ(ask("/device/update", "POST", form, "multipart/form-data; boundary=b"), WRITE_ERROR);
+    EXPECT_EQ(upload("BOARD-K1-7", std::string(5000, 'f')), WRITE_ERROR);
     setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_TRUE(std::filesystem::is_empty(root_ + "/update"));
     EXPECT_THAT(posted(), IsEmpty());

@@ -20,7 +20,7 @@ bool Multipart::read(Form& form) {
     if (skipToFirstPart(form))
         while (parts_ <= MAX_PARTS && readHeaders(form))
             readContent(form);
-    return isStored_;
+    return isStored_ && (!file_.isOpen() || file_.sync());
 }
 
 bool Multipart::isDelimiter(std::string_view line) const {

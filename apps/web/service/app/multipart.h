@@ -35,7 +35,8 @@ public:
     Multipart(std::string_view body, std::string_view boundary, const char* filePath);
 
     /// Reads the whole body into `form`. The file is created or truncated at the first part named "file".
-    /// Returns false when the file could not be opened or not be written completely. REQUIRES: called once.
+    /// The file is on the disk when the call returns. Returns false when it could not be opened or not be
+    /// written completely. REQUIRES: called once.
     bool read(Form& form);
 
 private:

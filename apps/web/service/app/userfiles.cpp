@@ -87,16 +87,17 @@ UserFiles::Stored UserFiles::store(const std::string& name, std::string_view con
     if (mkdir(folder_.c_str(), 0777) < 0 && errno != EEXIST)
         LOG_MESSAGE(Warn, "Could not create directory %s", folder_.c_str());
     const std::string path = folder_ + name;
-    const Descriptor parent = openFolder(path.substr(0, path.rfind('/')));
+    const std::string parentPath = path.substr(0, path.rfind('/') + 1);
+    const std::string temporary = parentPath + TEMPORARY_NAME;
+    const Descriptor parent = openFolder(parentPath);
     OutputFile file;
-    removeLeftovers();
+    unlink(temporary.c_str());
     if (!isFileName(name) || !parent.isOpen() || !isReplaceable(parent, baseName(name)) ||
-        !file.open(temporaryPath()))
+        !file.open(temporary))
         return Stored::NotOpened;
-    if (file.write(content) && file.sync() && rename(temporaryPath().c_str(), path.c_str()) == 0 &&
-        fsync(parent.get()) == 0)
+    if (file.write(content) && file.sync() && moveFile(temporary, path))
         return Stored::Done;
-    removeLeftovers();
+    unlink(temporary.c_str());
     return Stored::NotWritten;
 }
 
@@ -105,14 +106,10 @@ bool UserFiles::remove(const std::string& name) const {
 }
 
 void UserFiles::removeLeftovers() const {
-    unlink(temporaryPath().c_str());
+    unlink((folder_ + TEMPORARY_NAME).c_str());
 }
 
 bool UserFiles::isFileName(const std::string& name) const {
     const std::string base = baseName(name);
     return !base.empty() && base != TEMPORARY_NAME && name.find('\0') == std::string::npos;
-}
-
-std::string UserFiles::temporaryPath() const {
-    return folder_ + TEMPORARY_NAME;
 }

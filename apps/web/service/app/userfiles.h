@@ -26,9 +26,9 @@ public:
     bool send(const std::string& name, Request& request) const;
 
     /// Replaces the file's content, and creates the folder if it is missing. Returns when the content is on
-    /// the disk. After a failure or a power cut the file holds its old or its new content. A kill may leave
-    /// the temporary file, which the next store or removeLeftovers removes. Replaces a symbolic link instead
-    /// of following it.
+    /// the disk. The temporary file is in the folder that the path leads to. After a failure or a power cut
+    /// the file holds its old or its new content. A kill may leave the temporary file, which the next store
+    /// or removeLeftovers removes. Replaces a symbolic link instead of following it.
     Stored store(const std::string& name, std::string_view content) const;
 
     /// Returns false when the file cannot be removed.
@@ -39,7 +39,6 @@ public:
 
 private:
     bool isFileName(const std::string& name) const;
-    std::string temporaryPath() const;
 
     std::string folder_;
 };
