@@ -10,6 +10,13 @@
 
 namespace {
 
+std::optional<unsigned int> findMemory(const std::string& name) {
+    for (unsigned int mem = 0; mem < Introspection::getMemCount(); ++mem)
+        if (name == Introspection::getMemName(mem))
+            return mem;
+    return std::nullopt;
+}
+
 std::optional<unsigned int> findVariable(unsigned int mem, const std::string& name) {
     for (unsigned int var = 0; var < Introspection::getVarCount(mem); ++var)
         if (name == Introspection::getVarName(mem, var))
@@ -76,12 +83,12 @@ int SetRequest::elementIndex() const {
 bool SetRequest::apply() const {
     try {
         const int index = elementIndex();
-        const unsigned int mem = Introspection::getMemIndex(memory);
-        const std::optional<unsigned int> var = findVariable(mem, variable);
+        const std::optional<unsigned int> mem = findMemory(memory); // getMemIndex would log any unknown name
+        const std::optional<unsigned int> var = mem ? findVariable(*mem, variable) : std::nullopt;
         if (var)
-            setValue(mem, *var, pairs, index);
+            setValue(*mem, *var, pairs, index);
         return var.has_value();
     } catch (const std::exception&) {
-        return false; // unknown memory, bad index, broker gone: only the result reports it
+        return false; // bad index, broker gone: only the result reports it
     }
 }
