@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -38,6 +39,11 @@ void ServiceManager::feedWatchdog(Clock::time_point now) {
         return;
     next_ = now + pause_;
     send("WATCHDOG=1");
+}
+
+void ServiceManager::askForRestart() {
+    if (!std::exchange(isRestartAsked_, true))
+        send("WATCHDOG=trigger");
 }
 
 void ServiceManager::send(const std::string& message) const {

@@ -21,10 +21,15 @@ public:
     /// called. Does nothing without a watchdog.
     void feedWatchdog(Clock::time_point now = Clock::now());
 
+    /// Lets systemd act at once as if the watchdog's period were over: "WATCHDOG=trigger". Does nothing when
+    /// it is called again.
+    void askForRestart();
+
 private:
     void send(const std::string& message) const;
 
     std::string socket_;              ///< empty without NOTIFY_SOCKET
     std::chrono::microseconds pause_; ///< between two reports; 0 without a watchdog
     Clock::time_point next_{};
+    bool isRestartAsked_ = false;
 };

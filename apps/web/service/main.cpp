@@ -40,11 +40,13 @@ int run() {
     gen::getServerConnection()->handler = &handler;
     ServiceManager manager;
     manager.reportReady();
-    // A lost connection is never renewed: without it the watchdog restarts the service.
+    // A lost broker connection is never renewed: systemd restarts the service.
     while (poll.wait(TURN_MS, false) != EventPoll::Terminate) {
         handler.periodic();
         if (gen::getServerConnection()->isOpen())
             manager.feedWatchdog();
+        else
+            manager.askForRestart();
     }
     gen::closeServerConnection();
     return 0;
