@@ -13,7 +13,7 @@ from pathlib import Path
 import pytest
 
 from brokerclient import BrokerClient
-from fastcgi import END, Connection
+from fastcgi import END
 from systemdevice import LEVEL_NORMAL, SystemDevice, wait_until
 from virtualdevice import DeviceError
 
@@ -55,11 +55,13 @@ def test_signal_ends_waiting_requests_and_the_service(device, number):
     assert is_logged(device, "LogLight", f"SIG {number}: {signal.strsignal(number)}")
 
 
-def test_inherited_listening_socket_is_used(shared_device):
-    with socket.create_server(("127.0.0.1", 0)) as listening:
-        with subprocess.Popen(shared_device.command("webservice"), env=shared_device.environment(),
-                              stdin=listening) as service, Connection(listening.getsockname()[1]) as connection:
-            assert connection.ask(SET, BRIGHTER % 1).body == DONE
+def test_requests_in_an_inherited_queue_are_answered_and_miss_no_change():
+    with SystemDevice(simulation=["--still"], service=False) as device, \
+            socket.create_server(("127.0.0.1", device.fcgi_port)) as listening, device.connect() as waiting:
+        waiting.send_request("/api/v1/update.cgi")
+        with subprocess.Popen(device.command("webservice"), env=device.environment(), stdin=listening) as service:
+            tree = json.loads(device.ask("/api/v1/all.cgi"))
+            assert json.loads(waiting.answer().body) == {**tree, "errors": []}
             service.terminate()
         assert service.returncode == 0
 

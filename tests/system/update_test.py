@@ -1,6 +1,5 @@
 """update.cgi: every waiting request is answered with the next changes."""
 
-import json
 import struct
 
 import pytest
@@ -55,17 +54,6 @@ def test_a_set_answers_all_waiting_requests(device):
     for request_id, connection in zip((1, 2, 65535), waiting):
         assert connection.answer().output == document(request_id, DISPLAY_BRIGHTNESS + BRIGHTNESS % 9)
         assert connection.is_closed()
-
-
-def test_all_changes_together_are_the_tree(device, catalogue, events):
-    ids = [variable.event for memory in catalogue.memories.values() for variable in memory.variables]
-    told = {memory: {} for memory in catalogue.memories}
-    for at in range(0, len(ids), 200):
-        with device.wait_for_update() as waiting:
-            events.post(*ids[at:at + 200])
-            for memory, values in json.loads(waiting.answer().body)["variables"].items():
-                told[memory].update(values)
-    assert told == json.loads(device.ask("/api/v1/all.cgi"))["variables"]
 
 
 def test_next_request_of_a_connection_ends_its_waiting(device):

@@ -58,12 +58,31 @@ Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), reserved_(openReserved
 }
 
 Fcgi::~Fcgi() {
-    if (!isPaused_)
-        poll_.remove(listening());
+    stopListening();
     socket_.close();
     for (const auto& [id, request] : registry_)
         if (!request->isFinished())
             request->end();
+}
+
+void Fcgi::stopAccepting() {
+    isStopping_ = true;
+    stopListening();
+    for (const auto& [key, request] : accepted_) {
+        if (request->isIdle())
+            request->event(Readable); // a request may just have arrived
+        if (request->isIdle())
+            request->event(Hangup);
+    }
+}
+
+bool Fcgi::isBusy() const {
+    return std::any_of(
+        accepted_.begin(), accepted_.end(),
+        [](const auto& entry) {
+            const Request& request = *entry.second;
+            return !request.isClosed() && !request.context.has_value();
+        });
 }
 
 int Fcgi::listening() const {
@@ -145,14 +164,18 @@ void Fcgi::rejectConnection() {
 
 void Fcgi::pauseListening() {
     LOG_MESSAGE(Warn, "Out of descriptors, no connections accepted for now");
-    poll_.remove(listening());
-    isPaused_ = true;
+    stopListening();
+}
+
+void Fcgi::stopListening() {
+    if (!std::exchange(isPaused_, true))
+        poll_.remove(listening());
 }
 
 void Fcgi::endPause() {
     if (!reserved_.isOpen())
         reserved_ = openReserved();
-    if (!isPaused_ || !reserved_.isOpen())
+    if (!isPaused_ || isStopping_ || !reserved_.isOpen())
         return;
     poll_.add(listening(), this, EPOLLIN);
     isPaused_ = false;

@@ -65,6 +65,16 @@ public:
     /// Takes a finished request out of the event loop and marks it for deletion.
     void removeRequest(Request* request) override;
 
+    /// Ends the service's listening before it stops: new connections stay in the listening socket's queue,
+    /// and each accepted one is closed after its answer, an idle one at once. Requests that wait for a change
+    /// or for log text go on waiting.
+    void stopAccepting();
+
+    /// Whether an accepted connection still has to send or to get something. Waiting requests do not count.
+    bool isBusy() const;
+
+    bool keepsConnections() const override { return !isStopping_; }
+
     /// Deletes the marked requests. A marked id that is not registered gets a Warn line; of several clients
     /// that disconnected early, only the first. Also closes connections whose bodies have stalled, grants
     /// memory to waiting bodies, and ends the listener's pause.
@@ -86,6 +96,7 @@ private:
     void destroy(Request* request);
     void dropStalled(BodyBudget::Clock::time_point now);
     void pauseListening();
+    void stopListening();
     void endPause();
     void watch(Request* request, unsigned int events);
     void acceptFailed();
@@ -104,5 +115,6 @@ private:
     ParkedConnections parked_;
     Descriptor reserved_; // released by rejectConnection
     bool isPaused_ = false;
+    bool isStopping_ = false;
     bool isAbandonedMarked_ = false; // since the last cleanup
 };

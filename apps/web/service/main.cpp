@@ -4,6 +4,7 @@
 #include "gen/code/gen.h"
 #include "gen/code/memories.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <malloc.h>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
+constexpr std::chrono::seconds DRAIN_TIME{5};
 
 // Returns the memory of large bodies to the system as soon as it is freed, instead of keeping it in the heap.
 void returnLargeBlocks() {
@@ -31,11 +33,22 @@ bool isListening(int fd) {
     return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) == 0 && value != 0;
 }
 
+// Answers the accepted requests after SIGTERM, at most for DRAIN_TIME. New connections wait in systemd's
+// socket.
+void drain(EventPoll& poll, Fcgi& fcgi, RequestHandler& handler) {
+    const auto end = RequestHandler::Clock::now() + DRAIN_TIME;
+    for (fcgi.stopAccepting(); fcgi.isBusy() && RequestHandler::Clock::now() < end; handler.periodic())
+        poll.wait(TURN_MS, true);
+}
+
 int run() {
     gen::init();
     EventPoll& poll = gen::getEventPoll();
-    Fcgi fcgi = isListening(STDIN_FILENO) ? Fcgi(poll) : Fcgi(PORT, poll);
+    const bool isInherited = isListening(STDIN_FILENO);
+    Fcgi fcgi = isInherited ? Fcgi(poll) : Fcgi(PORT, poll);
     RequestHandler handler(poll, fcgi);
+    if (isInherited) // the requests in its queue may have waited while no service received changes
+        handler.markAllChanged();
     fcgi.callback = &handler;
     gen::getServerConnection()->handler = &handler;
     ServiceManager manager;
@@ -48,6 +61,7 @@ int run() {
         else
             manager.askForRestart();
     }
+    drain(poll, fcgi, handler);
     gen::closeServerConnection();
     return 0;
 }

@@ -284,7 +284,7 @@ void Request::end() {
     context.reset();
     output_ = std::stringstream(); // an emptied stream keeps its memory
     freeBody();
-    if (!keepConnection_ || sendFailed_) {
+    if (!keepConnection_ || sendFailed_ || !fcgi_->keepsConnections()) {
         fcgi_->removeRequest(this);
         close();
     }

@@ -108,8 +108,8 @@ public:
     void drop(const char* reason);
 
     /// Sends output and errors, then END_REQUEST. The request waits for nothing any more. Unless the web
-    /// server keeps the connection it is closed, and the request must not be used again: the next cleanup
-    /// deletes it. Throws "Request has no Fcgi." and "Request is already closed.".
+    /// server and the listener keep the connection it is closed, and the request must not be used again: the
+    /// next cleanup deletes it. Throws "Request has no Fcgi." and "Request is already closed.".
     void end();
 
     /// Shuts down and closes the socket. Returns close's result: 0, or -1 when it is closed already.
@@ -133,6 +133,9 @@ public:
 
     /// Set while a request waits: integer 0 for variable updates, 1 for log text.
     std::any context;
+
+    /// True when the connection is kept after an answer and nothing of another request has arrived.
+    bool isIdle() const { return !isClosed() && finished_ && input_.isEmpty(); }
 
     /// True when `context` holds this integer.
     bool waitsFor(int tag) const;

@@ -47,6 +47,9 @@ public:
     /// See UpdatePolls::handleEvent.
     void handleEvent(const Notify& notify) override { updates_.handleEvent(notify); }
 
+    /// See UpdatePolls::markAll.
+    void markAllChanged() { updates_.markAll(); }
+
     /// To be called after every turn of the event loop. At most every 100 ms it deletes finished requests and
     /// answers the waiting ones.
     void periodic() { runPeriodic(Clock::now()); }

@@ -34,6 +34,42 @@ TEST_F(FcgiTest, DisconnectedAndAnsweredClientsLeaveNothing) {
     EXPECT_TRUE(fcgi_.requests().empty());
 }
 
+TEST_F(FcgiTest, StopAnswersAcceptedConnectionsAndNoOthers) {
+    const std::string kept = request("/x", "body", true);
+    const int waiting = send(request("/wait"));
+    const int idle = send(kept);
+    const int again = send(kept);
+    const int begun = send(kept.substr(0, 20));
+    const int silent = send("");
+    received(idle);
+    received(again);
+    ASSERT_EQ(::send(again, kept.data(), kept.size(), 0), std::ssize(kept)); // not seen by the loop
+    fcgi_.stopAccepting();
+    fcgi_.cleanup();
+    const int late = send(kept);
+    send(begun, kept.substr(20));
+    EXPECT_TRUE(fcgi_.isBusy());
+    send(silent, kept);
+    EXPECT_FALSE(fcgi_.isBusy());
+    for (const int client : {again, begun, silent})
+        EXPECT_EQ(received(client), END_RECORD);
+    char byte;
+    for (const int client : {idle, again, begun, silent})
+        EXPECT_EQ(recv(client, &byte, 1, MSG_DONTWAIT), 0) << "closed";
+    for (const int client : {waiting, late})
+        EXPECT_LT(recv(client, &byte, 1, MSG_DONTWAIT), 0) << "open";
+}
+
+TEST_F(FcgiTest, ConnectionThatCannotBeServedIsClosed) {
+    const LogCapture log;
+    const int client = connectedClient();
+    poll_.close();
+    fcgi_.event(Fcgi::Readable);
+    char byte;
+    EXPECT_EQ(recv(client, &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_THAT(log.messages(), testing::Contains(testing::StartsWith("Error Connection closed: ")));
+}
+
 TEST_F(FcgiTest, CleanupDeletesRequestsThatOthersRegistered) {
     const LogCapture log;
     auto* const request = new Request(&fcgi_, connectedClient(), 7);
@@ -139,6 +175,13 @@ TEST_F(FcgiTest, UnfinishedRequestsLeaveNoMemory) {
     };
     const std::size_t before = used(10);
     EXPECT_LT(used(1000), before + 50000);
+    std::array<int, 50> open{};
+    for (int& client : open)
+        client = send("");
+    const std::size_t accepted = mallinfo2().uordblks;
+    for (const int client : open)
+        send(client, announced("100663297", std::string(30000, 'b')));
+    EXPECT_LT(mallinfo2().uordblks, accepted + 1000000) << "before the next connection";
 }
 
 TEST(BodyBudget, GrantsInOrderAndNoticesStalledBodies) {

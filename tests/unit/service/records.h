@@ -106,7 +106,9 @@ protected:
     std::list<int> clients_;
     Request* request_ = nullptr; // the last one
     std::function<void(Request&)> answer_ = [](Request& request) {
-        if (request.param("SCRIPT_NAME") != "/wait")
+        if (request.param("SCRIPT_NAME") == "/wait")
+            request.context = 0;
+        else
             request.end();
     };
 

@@ -27,6 +27,8 @@ public:
     /// REQUIRES: 0 < limit <= MAX_FILL.
     Result fill(int fd, std::size_t limit = MAX_FILL);
 
+    bool isEmpty() const { return bytes_.empty(); }
+
     /// The bytes that are known to be missing until the first unread record is complete: first those of its
     /// header, then those of its content and padding. 0 when it is complete.
     std::size_t missing() const;

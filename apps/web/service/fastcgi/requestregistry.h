@@ -15,6 +15,9 @@ public:
     /// Takes a finished request out of the event loop and marks it for deletion.
     virtual void removeRequest(Request* request) = 0;
 
+    /// False when each connection is closed after its answer, although the web server would keep it.
+    virtual bool keepsConnections() const = 0;
+
     /// Asks for the memory of a body, see BodyBudget::ask. When it returns false, the listener stops reading
     /// the connection and calls Request::resume when it is the request's turn.
     virtual bool askForBody(Request* request, std::size_t size) = 0;

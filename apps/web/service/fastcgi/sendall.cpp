@@ -25,13 +25,19 @@ void dropFront(std::span<iovec>& parts, std::size_t count) {
     }
 }
 
+// The time left for waiting. A web server that still reads gets its answer when the process terminates.
+std::chrono::nanoseconds& timeLeft(std::chrono::nanoseconds& patience) {
+    static std::chrono::nanoseconds terminating = std::chrono::seconds(1);
+    return EventPoll::shouldTerminate() ? terminating : patience;
+}
+
 bool waitWritable(int fd, std::chrono::nanoseconds& patience) {
     using Clock = std::chrono::steady_clock;
     pollfd waiting{fd, POLLOUT, 0};
-    while (patience.count() > 0 && !EventPoll::shouldTerminate()) {
+    while (timeLeft(patience).count() > 0) {
         const Clock::time_point begin = Clock::now();
         const int ready = poll(&waiting, 1, POLL_MS);
-        patience -= Clock::now() - begin;
+        timeLeft(patience) -= Clock::now() - begin;
         if (ready > 0)
             return true;
         if (ready < 0 && errno != EINTR)

@@ -8,7 +8,8 @@
 /// Sends the pieces one after the other on a stream socket, in one system call where the kernel takes them
 /// all. `more` tells the kernel that further data follows at once, so that it need not send a small segment
 /// now. Retries after EINTR, and waits while the peer takes nothing. Subtracts the time of all waits from
-/// `patience`. Stops with the reason in errno on an error, and with ETIMEDOUT when `patience` is used up or
-/// the process is to terminate. Returns the number of bytes that were sent. Does not own the descriptor.
+/// `patience`, and after SIGINT or SIGTERM from one second that all calls of the process share. Stops with
+/// the reason in errno on an error, and with ETIMEDOUT when that time is used up. Returns the number of bytes
+/// that were sent. Does not own the descriptor.
 std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more,
                     std::chrono::nanoseconds& patience);

@@ -28,6 +28,12 @@ void send(Request& request, const std::string& document) {
 
 } // namespace
 
+void UpdatePolls::markAll() {
+    for (unsigned int mem = 0; mem < Introspection::getMemCount(); ++mem)
+        for (unsigned int var = 0; var < Introspection::getVarCount(mem); ++var)
+            changed_.set(Introspection::getVarEvent(mem, var).id);
+}
+
 void UpdatePolls::handleEvent(const Notify& notify) {
     if (!isKnownEvent(notify))
         return;

@@ -16,6 +16,9 @@ public:
     /// `tree` must outlive the object.
     explicit UpdatePolls(VariableTree& tree) : tree_(tree) {}
 
+    /// Marks all variables as changed, for requests that may have missed changes.
+    void markAll();
+
     /// Marks the event's variable as changed; writes it to the log while the device's VariableLogging is set.
     /// An id beyond the known events is logged at Warn and dropped.
     void handleEvent(const Notify& notify);
