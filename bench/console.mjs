@@ -11,7 +11,7 @@ import { Device } from "../device/node/device.mjs";
 import { Console, launchBrowser } from "../tests/browser/console.mjs";
 import { FILL } from "../tests/browser/scene.mjs";
 import { printConditions, printTable, progress } from "./report.mjs";
-import { printVisits } from "./waits.mjs";
+import { printLog, printVisits } from "./waits.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const VALUES = 10;
@@ -163,6 +163,7 @@ const browser = await launchBrowser();
 printConditions("Browser console", "bench/console.mjs", browser);
 await printLatencies(browser);
 await printVisits(browser, complaints);
+await printLog(browser, complaints);
 await printShares(browser);
 printSizes();
 await printFindings(browser);

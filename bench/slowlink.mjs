@@ -4,6 +4,8 @@ import { once } from "node:events";
 import { connect, createServer } from "node:net";
 
 const PIECE = 1460;
+// Bytes that are on the way at most before the sender waits.
+const WINDOW = 128_000;
 
 // One direction. Each piece leaves when those before it are sent, and arrives `delayMs` later, in order.
 class Line {
@@ -32,14 +34,23 @@ class Line {
 }
 
 function pass(from, to, line) {
+    let onTheWay = 0;
+    const deliver = (piece) => {
+        onTheWay -= piece.length;
+        if (onTheWay < WINDOW) from.resume();
+        if (to.writable) to.write(piece);
+    };
     from.on("data", (bytes) => {
         for (let at = 0; at < bytes.length; at += PIECE) {
             const piece = bytes.subarray(at, at + PIECE);
-            line.carry(piece.length, () => to.writable && to.write(piece));
+            line.carry(piece.length, () => deliver(piece));
         }
+        onTheWay += bytes.length;
+        if (onTheWay >= WINDOW) from.pause();
     });
     from.on("end", () => line.carry(0, () => to.end()));
     from.on("error", () => to.destroy());
+    to.on("close", () => from.destroy());
 }
 
 // Starts a proxy before the address, whose connections share the rate in both directions. A new connection costs a round

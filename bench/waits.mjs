@@ -4,7 +4,6 @@
 import { setTimeout as pause } from "node:timers/promises";
 
 import { Device } from "../device/node/device.mjs";
-import { until } from "../device/node/until.mjs";
 import { Console } from "../tests/browser/console.mjs";
 import { printTable, progress } from "./report.mjs";
 import { slowLink } from "./slowlink.mjs";
@@ -12,6 +11,11 @@ import { slowLink } from "./slowlink.mjs";
 const VISITS = 10;
 const VISIT_LINK = { bitsPerSecond: 1.6e6, roundTripMs: 150 };
 const VISIT_LIMIT_MS = 1700;
+const LOG_BYTES = 56e6;
+const LOG_LINK = { bitsPerSecond: 1e7, roundTripMs: 20 };
+const LOG_OPENINGS = 5;
+const LOG_LIMIT_MS = 1000;
+const LINE = "<6>recorder[123]: a line of a log that has grown for a long time, 0123456789";
 
 const sorted = (numbers) => numbers.sort((one, other) => one - other);
 const least = (numbers) => numbers[0].toFixed(0);
@@ -58,4 +62,75 @@ export async function printVisits(browser, complaints) {
     console.log("From the address of a first visit to live values, in ms, over 1.6 Mbit/s with a round trip of 150 ms that all " +
         "requests of the page and its worker share.\n");
     printTable(["feed", "visits", "least", "median", "most", "bytes sent"], rows);
+}
+
+// Bytes of the log as the service has it; reads no more than its first line.
+async function logLength({ url }) {
+    const answer = await fetch(`${url}/api/v1/log.cgi`);
+    const reader = answer.body.getReader();
+    const { value } = await reader.read();
+    await reader.cancel();
+    return parseInt(new TextDecoder().decode(value.subarray(0, 20)), 10);
+}
+
+async function fillLog(device) {
+    progress(`A log of ${LOG_BYTES / 1e6} MB`);
+    const lines = Array(10_000).fill(LINE).join("\n");
+    while (await logLength(device) < LOG_BYTES) {
+        await device.log(lines);
+        await pause(200);
+    }
+}
+
+// Opens the Log view in a new browser profile; resolves to the milliseconds until lines are there.
+async function openLog(browser, url) {
+    const link = await slowLink(url, LOG_LINK);
+    const { page } = await Console.open(browser, link.url);
+    const ms = await page.evaluate(async () => {
+        const begun = performance.now();
+        document.querySelector("nav a[href='#log']").click();
+        while (!document.querySelector("#log-output > div")) await new Promise(requestAnimationFrame);
+        return performance.now() - begun;
+    });
+    await page.context().close();
+    link.stop();
+    return ms;
+}
+
+// Milliseconds until all of the log is offered as a file, and the longest time in which the page answers nothing.
+async function saveLog(browser, url) {
+    const { page } = await Console.open(browser, url, { view: "log" });
+    await page.evaluate(() => {
+        globalThis.longest = 0;
+        let before = performance.now();
+        setInterval(() => {
+            globalThis.longest = Math.max(globalThis.longest, performance.now() - before);
+            before = performance.now();
+        }, 10);
+    });
+    const saved = page.waitForEvent("download");
+    const begun = performance.now();
+    await page.locator("#log-save").click();
+    await saved;
+    const ms = performance.now() - begun;
+    const longest = await page.evaluate(() => globalThis.longest);
+    await page.context().close();
+    return [ms, longest];
+}
+
+// Prints the table; complains if the median is above the limit.
+export async function printLog(browser, complaints) {
+    const device = await Device.start({ simulation: [], display: [] });
+    await fillLog(device);
+    const found = [];
+    while (found.length < LOG_OPENINGS) found.push(await openLog(browser, device.url));
+    const ms = sorted(found);
+    const [saving, longest] = await saveLog(browser, device.url);
+    const length = await logLength(device);
+    await device.stop();
+    if (ms[LOG_OPENINGS >> 1] > LOG_LIMIT_MS) complaints.push(`a log of ${length} bytes is there after more than ${LOG_LIMIT_MS} ms`);
+    console.log("A long log: from the opening of the view to its last lines over 10 Mbit/s with a round trip of 20 ms, and " +
+        "saving all of it on this machine, in ms.\n");
+    printTable(["bytes", "openings", "least", "median", "most", "to save", "longest time without an answer of the page"],
+        [[length, LOG_OPENINGS, least(ms), median(ms), most(ms), saving.toFixed(0), longest.toFixed(0)]]);
 }

@@ -69,6 +69,18 @@ test("what is watched is plotted and exported as it went, and keeps still while 
     assert.deepEqual(course(await exported(page), BRIGHTNESS), [1, 5, 2, 9, 3, 7, 4]);
 });
 
+test("a part of a plot is marked by touch", async () => {
+    const { page } = await open({ view: "watch", hasTouch: true });
+    await add(page, BRIGHTNESS);
+    const { x, y } = await page.locator("#watch-plots .u-over").boundingBox();
+    const session = await page.context().newCDPSession(page);
+    const touch = (type, ...ways) => session.send("Input.dispatchTouchEvent", { type, touchPoints: ways.map((way) => ({ x: x + way, y: y + 20 })) });
+    await touch("touchStart", 300);
+    for (const way of [260, 200, 100]) await touch("touchMove", way);
+    await touch("touchEnd");
+    await until(() => page.locator("#watch-reset").isEnabled(), true, "a part to come back from");
+});
+
 test("a gap in the connection is a gap in the plot and in the table", async () => {
     await device.store(BRIGHTNESS, 4);
     const console = await open({ view: "watch" });

@@ -52,17 +52,14 @@ export async function readBefore(until, bytes, progress, signal) {
   return wholeLines(joined(chunks).subarray(0, until - from), from);
 }
 
-// All of the log as chunks of bytes. progress() gets the share.
-export async function readAll(progress, signal) {
+// Reads all of the log: take() gets one chunk of bytes after the other, and the share that has come with it.
+export async function readAll(take, signal) {
   const { length, next } = await readFrom(0, signal);
-  const chunks = [];
   let have = 0;
   for (let chunk = await next(); chunk !== null; chunk = await next()) {
-    chunks.push(chunk);
     have += chunk.length;
-    progress(Math.min(have / length, 1));
+    take(chunk, Math.min(have / length, 1));
   }
-  return chunks;
 }
 
 // emit() gets {type: "log", reset, text, start}: with `reset` the text replaces all and begins at the offset `start`; and

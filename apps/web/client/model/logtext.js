@@ -29,13 +29,26 @@ export class LogText {
   }
 }
 
-// The log's bytes as text without colours, in parts as a Blob takes them.
-export function plainText(chunks) {
-  const text = new LogText();
-  const decoder = new TextDecoder();
-  const lines = [...chunks.map((chunk) => decoder.decode(chunk, { stream: true })), "\n"].map((part) => text.take(part));
-  return lines.map((some) => some.map((pieces) => `${pieces.map((piece) => piece.text).join("")}\n`).join(""));
+// The log's bytes as text without colours. A span may be in two chunks, so a line waits until it is whole.
+export class PlainText {
+  #rest = "";
+  #decoder = new TextDecoder();
+
+  // Takes the next bytes and returns the lines that are whole.
+  take(bytes) {
+    const text = this.#rest + this.#decoder.decode(bytes, { stream: true });
+    const end = text.lastIndexOf("\n") + 1;
+    this.#rest = text.slice(end);
+    return plain(text.slice(0, end));
+  }
+
+  // What is left of an incomplete line.
+  end() {
+    return plain(this.#rest + this.#decoder.decode());
+  }
 }
+
+const plain = (text) => text.replace(SPAN, "").replaceAll("\r\n", "\n");
 
 function add(pieces, text, open) {
   if (text !== "") pieces.push({ text, classes: open.filter(Boolean) });

@@ -2,7 +2,7 @@
 
 import { byId, element, saveAs, setPressed, setText } from "../dom.js";
 import { readAll, readBefore } from "../feed/logfeed.js";
-import { LogText, plainText } from "../model/logtext.js";
+import { LogText, PlainText } from "../model/logtext.js";
 import { sizeText, timeStamp } from "../model/format.js";
 import { LogFilter } from "./logfilter.js";
 
@@ -112,7 +112,8 @@ export class LogView {
     this.#count();
   }
 
-  // All of the log, also what is not shown, without its colours. A second press stops.
+  // All of the log, also what is not shown, without its colours. A second press stops. Each part becomes a Blob, which the
+  // browser keeps outside of the page's memory.
   async #save() {
     if (this.#saving) {
       this.#saving.abort();
@@ -121,8 +122,13 @@ export class LogView {
     const button = byId("log-save");
     this.#saving = new AbortController();
     try {
-      const chunks = await readAll((share) => setText(button, `Stop saving, ${Math.round(share * 100)} %`), this.#saving.signal);
-      saveAs(`log-${timeStamp()}.txt`, "text/plain", plainText(chunks));
+      const text = new PlainText();
+      const parts = [];
+      await readAll((bytes, share) => {
+        parts.push(new Blob([text.take(bytes)]));
+        setText(button, `Stop saving, ${Math.round(share * 100)} %`);
+      }, this.#saving.signal);
+      saveAs(`log-${timeStamp()}.txt`, "text/plain", [...parts, text.end()]);
     } catch {
       this.#say(this.#saving.signal.aborted ? "Nothing is saved." : "The log could not be read: nothing is saved.");
     }
