@@ -13,7 +13,7 @@ const LOOKS = {
 };
 // One of each kind: number, switch, choice, text, buffer, structure, list.
 const KINDS = ["MemCamera.CamShutterCustomSet", "MemPersistent.StealthMode", "MemPersistent.KnobColor", "MemPersistent.ProductName",
-    "MemGuiLocal.RadioRegionFlags", "MemDynamic.LensActFocus", "MemLens.LensFileList"];
+    "MemGuiLocal.RadioRegionFlags", "MemMotors.FocusMotor", "MemLens.LensFileList"];
 
 const { device, open } = await setScene({ simulation: [], display: [] });
 await mkdir(PICTURES, { recursive: true });

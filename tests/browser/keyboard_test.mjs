@@ -120,8 +120,13 @@ test("watch: plots, their part, layouts and tables", async () => {
     await until(plots, [2], "the layout");
     await use("[data-layout=both] .delete", "Enter");
     await answer("Delete the layout both?", ...YES);
+    await choose("#layout-import", textFile("wrong.json", "{}"));
+    await console.says("#layout-note", /not imported: it has no layouts/);
     await choose("#layout-import", textFile("layouts.json", layouts));
+    assert.deepEqual(await console.findings(), []);
+    await use(".series button", "Enter");
     await use("[data-layout=both] button", "Enter");
+    await until(plots, [2], "the imported layout");
 });
 
 test("log and screen: chosen, paused, followed and saved", async () => {
@@ -158,6 +163,12 @@ test("snapshot: taken, compared, opened and restored", async () => {
     await use("#snapshot-memory", "MemPers");
     await use("#snapshot-take", "Enter");
     const text = await save("#snapshot-save");
+    assert.match(text, /^ {3}"DisplayBrightness": "7",$/m);
+    assert.deepEqual(Object.keys(JSON.parse(text).memories), ["MemPersistent"]);
+    for (const [wrong, why] of [["{", /not JSON/], ["[1]", /not a snapshot/], [`{"snapshot": 1, "memories": {"a": 1}}`, /no memories/]]) {
+        await choose("#snapshot-open", textFile("wrong.json", wrong));
+        await console.says("#snapshot-note", why);
+    }
     await device.store(BRIGHTNESS, 2);
     await choose("#snapshot-open", textFile("own.json", text));
     await use(`[data-place="${BRIGHTNESS}"] input`, "Space");

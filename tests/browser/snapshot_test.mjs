@@ -66,19 +66,3 @@ test("each value that is not restored says why, and the others are stored", asyn
     }
     assert.deepEqual([await device.load(BRIGHTNESS), await device.load("MemPersistent.KnobBrightness")], ["5", "1"]);
 });
-
-test("a saved file is one to open, to compare with another, or to refuse with the reason", async () => {
-    const console = await open({ view: "snapshot" });
-    const { page } = console;
-    await page.locator("#snapshot-memory").selectOption("MemPersistent");
-    const text = await taken(console);
-    assert.match(text, /^ {3}"DisplayBrightness": "\d+",$/m);
-    assert.deepEqual(Object.keys(JSON.parse(text).memories), ["MemPersistent"]);
-    await page.locator("#snapshot-with").selectOption("file");
-    await choose(page, "#snapshot-other", "other.json", text.replace(/("ButtonBrightness": )"\d+"/, `$1"99"`));
-    await until(() => places(page), ["MemPersistent.ButtonBrightness"], "the difference");
-    for (const [wrong, why] of [["{", /not JSON/], ["[1]", /not a snapshot/], [`{"snapshot": 1, "memories": {"a": 1}}`, /no memories/]]) {
-        await choose(page, "#snapshot-open", "wrong.json", wrong);
-        await console.says("#snapshot-note", why);
-    }
-});
