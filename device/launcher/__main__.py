@@ -15,6 +15,7 @@ The controller in the browser: {url}/
   wait for a change      curl {url}/api/v1/update.cgi
   see the display        {url}/api/v1/screen.cgi
   set a variable         curl -d '{{"MemPersistent": {{"DisplayBrightness": 7}}}}' {url}/api/v1/set.cgi
+  read, set and watch    {variables} --help
 
 Kernel log of the device: {log}
 Ctrl-C ends everything.
@@ -56,7 +57,8 @@ def main():
                            http_port=port, http_address=options.address, **{options.web_server: True})
     try:
         with device:
-            print(HELP.format(url=device.url, log=device.path("/dev/kmsg")), flush=True)
+            print(HELP.format(url=device.url, log=device.path("/dev/kmsg"),
+                              variables=device.shell_command("variables")), flush=True)
             while not device.ended():
                 time.sleep(0.5)
             name = device.ended()[0]

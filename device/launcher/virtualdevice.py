@@ -8,6 +8,7 @@ the standard library is used. Importing programs have this folder on their path.
 """
 
 import os
+import shlex
 import shutil
 import signal
 import subprocess
@@ -129,15 +130,29 @@ class VirtualDevice:
 
     def environment(self):
         """The environment variables that make a program a process of this device."""
-        preload = {} if self._emulator else {"LD_PRELOAD": str(self._library)}
         return {
             **os.environ,
             "PATH": f"{REPOSITORY / 'device' / 'bin'}:{os.environ.get('PATH', os.defpath)}",
+            **self._identity(),
+            **self._environment,
+        }
+
+    def shell_command(self, program):
+        """Makes a script in the device's folder that runs one of the build's programs on this device; returns its
+        path."""
+        script = self.root / program
+        settings = "".join(f"export {name}={shlex.quote(value)}\n" for name, value in self._identity().items())
+        script.write_text(f'#!/bin/sh\n{settings}exec {shlex.join(self.command(program))} "$@"\n')
+        script.chmod(0o755)
+        return script
+
+    def _identity(self):
+        preload = {} if self._emulator else {"LD_PRELOAD": str(self._library)}
+        return {
             **preload,
             "VIRTUAL_DEVICE_ROOT": str(self.root),
             "VIRTUAL_DEVICE_NAME": self.name,
             "VIRTUAL_DEVICE_PORT": str(self.fcgi_port),
-            **self._environment,
         }
 
     # Start and end

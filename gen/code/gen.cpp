@@ -24,6 +24,10 @@ std::list<SharedMemory> makeMemories() {
 std::list<SharedMemory> gMemories = makeMemories();
 EventPoll gEventPoll;
 
+} // namespace
+
+namespace gen {
+
 void openMemories() {
     const MemoryDescriptor* descriptor = MEMORY_ARRAY;
     for (SharedMemory& memory : gMemories) {
@@ -32,10 +36,6 @@ void openMemories() {
         ++descriptor;
     }
 }
-
-} // namespace
-
-namespace gen {
 
 void init() {
     processPreInit();

@@ -13,6 +13,10 @@ namespace gen {
 /// of MemApp. Throws what SharedMemory::open, SharedMemory::address and ServerConnection throw.
 void init();
 
+/// Opens all memories in table order and stores their addresses in the base pointers. init does this, too.
+/// Throws what SharedMemory::open and SharedMemory::address throw.
+void openMemories();
+
 /// The process's only event loop.
 EventPoll& getEventPoll();
 

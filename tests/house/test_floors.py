@@ -11,10 +11,10 @@ FLOORS = [
     ["apps/common/diagnostics/", "apps/common/files/"],
     ["apps/common/event/", "apps/common/sharedmemory/"],
     ["gen/code/", "apps/common/introspection/", "apps/common/introspection_enum/"],
-    [SERVICE + "fcgi.", SERVICE + "request.", SERVICE + "requeststream.", SERVICE + "fastcgi/", "apps/gui/common/",
+    ["apps/common/values/", SERVICE + "fcgi.", SERVICE + "request.", SERVICE + "requeststream.", SERVICE + "fastcgi/", "apps/gui/common/",
      "apps/libs/lhwinfo/"],
     [SERVICE + "variables/", SERVICE + "logging.", SERVICE + "log/", SERVICE + "screencapture.",
-     SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/"],
+     SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/", "apps/variables/"],
     [SERVICE + "requesthandler."],
     [SERVICE + "main."],
 ]

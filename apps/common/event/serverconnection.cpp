@@ -1,6 +1,7 @@
 #include "apps/common/event/serverconnection.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/common/event/brokersocket.h"
 
 #include <array>
 #include <cerrno>
@@ -19,9 +20,7 @@ ServerConnection* gServerConnection = nullptr;
 
 namespace {
 
-constexpr const char* SEMAPHORE_NAME = "/message-broker-ready";
 constexpr int SEMAPHORE_ATTEMPTS = 20;
-constexpr char SOCKET_PATH[] = "/var/volatile/message-broker.socket";
 constexpr int MAX_RECORDS = 256;
 constexpr int DRAIN_PAUSE_MS = 100;
 constexpr int DRAIN_READS = 4096;
@@ -59,7 +58,7 @@ public:
 private:
     sem_t* openSemaphore() {
         sem_t* semaphore;
-        while ((semaphore = sem_open(SEMAPHORE_NAME, 0)) == SEM_FAILED) {
+        while ((semaphore = sem_open(BROKER_SEMAPHORE, 0)) == SEM_FAILED) {
             ++failedAttempts_;
             sched_yield();
             if (failedAttempts_ == SEMAPHORE_ATTEMPTS)
@@ -79,15 +78,6 @@ Descriptor openSocket() {
     if (fd.get() == STDIN_FILENO) // this is the place of standard input
         throwErrorNumber(__FILE__, __LINE__, "socket");
     return fd;
-}
-
-// The address has the full size of its structure.
-int connectToBroker(int fd) {
-    sockaddr_un address{};
-    static_assert(sizeof SOCKET_PATH <= sizeof address.sun_path);
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, SOCKET_PATH, sizeof SOCKET_PATH);
-    return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 } // namespace

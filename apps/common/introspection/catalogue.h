@@ -99,3 +99,5 @@ constexpr std::uint32_t MEMORY_ARRAY_SIZE = 18;
 extern const MemoryDescriptor MEMORY_ARRAY[MEMORY_ARRAY_SIZE];
 extern const std::uint32_t ENUM_ARRAY_SIZE;
 extern const EnumDescriptor ENUM_ARRAY[];
+extern const std::uint32_t STRUCTURE_ARRAY_SIZE;
+extern const StructureDescriptor* const STRUCTURE_ARRAY[];

@@ -3,13 +3,12 @@
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/introspection/jsonstring.h"
 #include "apps/common/introspection/store.h"
+#include "apps/common/introspection/structures.h"
 #include "apps/common/introspection/valueconversion.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -41,39 +40,9 @@ std::string store(char* field, T value) {
     return {};
 }
 
-// In the shortest form that reads back as the same number.
-template <typename T>
-void appendNumber(std::string& out, T value) {
-    char text[32];
-    out.append(text, std::to_chars(text, text + sizeof(text), value).ptr);
-}
-
-void appendFloat(std::string& out, float value) {
-    if (std::isfinite(value))
-        appendNumber(out, value);
-    else
-        out += "null";
-}
-
 void appendEntry(std::string& out, const EnumDescriptor& enumeration, std::uint32_t value) {
     appendJsonString(out, value < enumeration.entryCount ? enumeration.entries[value]
                                                          : entryText(enumeration, value));
-}
-
-void appendMember(std::string& out, const MemberDescriptor& member, const char* field) {
-    switch (member.baseType) {
-    case BaseInt:
-        return appendNumber(out, load<std::int32_t>(field));
-    case BaseFloat:
-        return appendFloat(out, load<float>(field));
-    case BaseBool:
-        out += load<std::uint8_t>(field) != 0 ? "true" : "false";
-        return;
-    case BaseEnum:
-        return appendEntry(out, *member.enumeration, load<std::uint32_t>(field));
-    default:
-        return appendJsonString(out, {field, strnlen(field, member.capacity)});
-    }
 }
 
 std::string convertText(const MemberDescriptor& member, const std::string& text, char* field) {
@@ -110,13 +79,6 @@ std::string convert(const MemberDescriptor& member, const std::string& text, cha
     default:
         return convertText(member, text, field);
     }
-}
-
-const MemberDescriptor* findMember(const StructureDescriptor& structure, const std::string& name) {
-    for (std::uint32_t i = 0; i < structure.memberCount; ++i)
-        if (name == structure.members[i].name)
-            return &structure.members[i];
-    return nullptr;
 }
 
 // The new values of one element in the element's layout, collected before any of them is stored.
@@ -185,6 +147,36 @@ bool readObject(const char* text, JsonObject& object) {
 }
 
 } // namespace
+
+const StructureDescriptor* findStructure(const char* name) {
+    const auto* const end = STRUCTURE_ARRAY + STRUCTURE_ARRAY_SIZE;
+    const auto* const found = std::find_if(
+        STRUCTURE_ARRAY, end, [&](const auto* structure) { return std::strcmp(name, structure->name) == 0; });
+    return found == end ? nullptr : *found;
+}
+
+const MemberDescriptor* findMember(const StructureDescriptor& structure, std::string_view name) {
+    for (std::uint32_t i = 0; i < structure.memberCount; ++i)
+        if (name == structure.members[i].name)
+            return &structure.members[i];
+    return nullptr;
+}
+
+void appendMember(std::string& out, const MemberDescriptor& member, const char* field) {
+    switch (member.baseType) {
+    case BaseInt:
+        return appendNumber(out, load<std::int32_t>(field));
+    case BaseFloat:
+        return appendNumber(out, load<float>(field));
+    case BaseBool:
+        out += load<std::uint8_t>(field) != 0 ? "true" : "false";
+        return;
+    case BaseEnum:
+        return appendEntry(out, *member.enumeration, load<std::uint32_t>(field));
+    default:
+        return appendJsonString(out, {field, strnlen(field, member.capacity)});
+    }
+}
 
 std::string getStructureIntrospection(const StructureDescriptor& structure, void* address, int index) {
     const std::ptrdiff_t width = structure.size;

@@ -10,6 +10,17 @@
 #include <system_error>
 #include <utility>
 
+namespace {
+
+// In the shortest form that reads back as the same number.
+template <typename T>
+void appendShortest(std::string& out, T value) {
+    char text[32];
+    out.append(text, std::to_chars(text, text + sizeof(text), value).ptr);
+}
+
+} // namespace
+
 std::optional<std::int32_t> intFromText(const char* text) {
     char* end = nullptr;
     errno = 0;
@@ -74,6 +85,17 @@ std::string cannotConvertToEntry(std::string_view value, const EnumDescriptor& e
     text += " is not part of enum ";
     text += enumeration.name;
     return text;
+}
+
+void appendNumber(std::string& out, std::int32_t value) {
+    appendShortest(out, value);
+}
+
+void appendNumber(std::string& out, float value) {
+    if (std::isfinite(value))
+        appendShortest(out, value);
+    else
+        out += "null";
 }
 
 std::optional<std::int32_t> catalogueInt(const char* text) {

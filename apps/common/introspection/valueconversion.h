@@ -28,6 +28,11 @@ std::string fieldText(const char* field, std::size_t capacity);
 /// value as unsigned decimal.
 std::string entryText(const EnumDescriptor& enumeration, std::uint32_t value);
 
+/// Appends the number in JSON's form; a float in the shortest form that reads back as the same float, or null
+/// when it is not finite.
+void appendNumber(std::string& out, std::int32_t value);
+void appendNumber(std::string& out, float value);
+
 /// "Can't convert <value> to <type>"
 std::string cannotConvert(std::string_view value, std::string_view type);
 /// "Value has to be 'true' or 'false'"

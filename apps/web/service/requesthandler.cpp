@@ -6,7 +6,7 @@
 #include "apps/web/service/requeststream.h"
 #include "apps/web/service/variables/resultanswer.h"
 #include "apps/web/service/variables/setrequest.h"
-#include "apps/web/service/variables/variablejson.h"
+#include "apps/common/values/variablejson.h"
 
 #include <exception>
 #include <ostream>

@@ -2,7 +2,7 @@
 
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/introspection/introspection.h"
-#include "apps/web/service/variables/variablejson.h"
+#include "apps/common/values/variablejson.h"
 
 #include <algorithm>
 #include <cstring>

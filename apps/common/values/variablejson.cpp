@@ -1,4 +1,4 @@
-#include "apps/web/service/variables/variablejson.h"
+#include "apps/common/values/variablejson.h"
 
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/introspection/introspection.h"

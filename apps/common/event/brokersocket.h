@@ -1,0 +1,18 @@
+#pragma once
+
+#include "apps/common/files/descriptor.h"
+
+#include <chrono>
+
+/// Named semaphore with which the broker lets one client connect at a time.
+constexpr const char* BROKER_SEMAPHORE = "/message-broker-ready";
+
+/// Connects a Unix stream socket to the broker's "/var/volatile/message-broker.socket". Returns what
+/// connect(2) returns, with errno.
+int connectToBroker(int fd);
+
+/// Returns a new connection to the broker, made by a child process in a session of its own: a process that is
+/// killed while it holds the broker's semaphore would keep every other process from connecting, and so this
+/// child gives it back whatever happens to its parent. Throws std::runtime_error with "The message broker
+/// cannot be reached: <reason>" when connecting fails or takes longer than `patience`.
+Descriptor connectApart(std::chrono::milliseconds patience);

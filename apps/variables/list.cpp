@@ -1,0 +1,117 @@
+#include "apps/common/introspection/introspection.h"
+#include "apps/common/introspection_enum/introspection_enum.h"
+#include "apps/common/values/plainvalue.h"
+#include "apps/variables/commands.h"
+#include "apps/variables/table.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t SHOWN_BYTES = 60;
+
+bool hasBounds(const VariableDescriptor& variable) {
+    return variable.baseType == BaseInt || variable.baseType == BaseFloat;
+}
+
+// "int", "string(20)", "LensFile[50]"
+std::string typeText(const VariableDescriptor& variable) {
+    const std::string length = variable.arrayLen == nullptr ? "" : variable.arrayLen;
+    if (variable.baseType == BaseString || variable.baseType == BaseBuffer)
+        return std::string(variable.baseType == BaseString ? "string" : "buffer") + "(" + length + ")";
+    return variable.type + (variable.isArray != 0 ? "[" + length + "]" : std::string());
+}
+
+std::string boundsText(const VariableId& id) {
+    if (!hasBounds(id.descriptor()))
+        return "";
+    return Introspection::getVarMin(id.mem, id.var) + " to " + Introspection::getVarMax(id.mem, id.var);
+}
+
+std::vector<std::string> entries(const VariableDescriptor& variable) {
+    if (variable.baseType != BaseEnum)
+        return {};
+    const EnumDescriptor& enumeration = ENUM_ARRAY[IntrospectionEnum::getEnumIndex(variable.type)];
+    return {enumeration.entries, enumeration.entries + enumeration.entryCount};
+}
+
+std::string entriesText(const VariableDescriptor& variable) {
+    std::string text;
+    for (const std::string& entry : entries(variable))
+        text += (text.empty() ? "" : ", ") + entry;
+    return text;
+}
+
+// A long value is cut at a whole character.
+std::string shortValue(const VariableId& id) {
+    std::string text = plainValue({id, std::nullopt, nullptr});
+    if (text.size() <= SHOWN_BYTES)
+        return text;
+    std::size_t end = SHOWN_BYTES;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
+        --end;
+    return text.substr(0, end) + "...";
+}
+
+void addRow(Table& table, const VariableId& id, bool isLong) {
+    const VariableDescriptor& variable = id.descriptor();
+    std::vector<std::string> cells{id.name(), typeText(variable), boundsText(id)};
+    if (isLong) {
+        cells.push_back(std::to_string(variable.event.id));
+        cells.push_back(std::to_string(variable.location) + "+" + std::to_string(variable.size));
+    }
+    cells.push_back(shortValue(id));
+    if (isLong)
+        cells.push_back(entriesText(variable));
+    table.add(cells);
+}
+
+void printTable(const std::vector<VariableId>& variables, bool isLong) {
+    Table table;
+    if (isLong)
+        table.add({"VARIABLE", "TYPE", "BOUNDS", "EVENT", "PLACE", "VALUE", "ENTRIES"});
+    else
+        table.add({"VARIABLE", "TYPE", "BOUNDS", "VALUE"});
+    for (const VariableId& id : variables)
+        addRow(table, id, isLong);
+    table.print();
+}
+
+void addPlace(Json& row, const VariableDescriptor& variable) {
+    row["event"] = variable.event.id;
+    row["location"] = variable.location;
+    row["size"] = variable.size;
+    if (variable.baseType == BaseEnum)
+        row["entries"] = entries(variable);
+}
+
+Json jsonRow(const VariableId& id, bool isLong) {
+    const VariableDescriptor& variable = id.descriptor();
+    Json row{{"variable", id.name()}, {"type", typeText(variable)}};
+    if (hasBounds(variable)) {
+        row["min"] = Json::parse(Introspection::getVarMin(id.mem, id.var));
+        row["max"] = Json::parse(Introspection::getVarMax(id.mem, id.var));
+    }
+    if (isLong)
+        addPlace(row, variable);
+    row["value"] = Json::parse(plainValue({id, std::nullopt, nullptr}));
+    return row;
+}
+
+} // namespace
+
+int list(const ListOptions& options) {
+    const std::vector<VariableId> variables = matchingVariables(options.patterns);
+    if (!options.isJson) {
+        printTable(variables, options.isLong);
+        return 0;
+    }
+    for (std::size_t i = 0; i < variables.size(); ++i)
+        std::printf("%s%s", i == 0 ? "[" : ",\n ", jsonRow(variables[i], options.isLong).dump().c_str());
+    std::puts("]");
+    return 0;
+}

@@ -1,0 +1,34 @@
+#include "apps/variables/table.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+std::size_t width(const std::string& cell) {
+    return static_cast<std::size_t>(std::count_if(
+        cell.begin(), cell.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+std::string joined(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) {
+    std::string line;
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+        line += cells[column];
+        if (column + 1 < cells.size())
+            line.append(widths[column] - width(cells[column]) + 2, ' ');
+    }
+    return line;
+}
+
+} // namespace
+
+void Table::print() const {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows_) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t column = 0; column < row.size(); ++column)
+            widths[column] = std::max(widths[column], width(row[column]));
+    }
+    for (const auto& row : rows_)
+        std::puts(joined(row, widths).c_str());
+}

@@ -1,0 +1,129 @@
+#include "apps/common/introspection/introspection.h"
+#include "apps/common/values/plainvalue.h"
+#include "apps/variables/assignment.h"
+#include "apps/variables/clock.h"
+#include "apps/variables/commands.h"
+#include "apps/variables/connection.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <set>
+
+namespace {
+
+using Steady = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds TURN{1000};
+
+// Prints the changes of the variables that it knows, of structures each changed member.
+class ChangePrinter : public ServerConnection::EventHandler {
+public:
+    ChangePrinter(const std::vector<VariableId>& variables, bool isJson) : isJson_(isJson) {
+        for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
+            printed_.emplace_back(*memory.basePointer, *memory.basePointer + memory.size);
+            present_.push_back(printed_.back());
+        }
+        known_.insert(variables.begin(), variables.end());
+    }
+
+    void handleEvent(const Notify& event) override {
+        VariableId id;
+        Introspection::getVarLocation(event, id.mem, id.var);
+        const VariableDescriptor& variable = id.descriptor();
+        // Events that are not a variable's have the place of the first variable.
+        if (variable.event.id != event.id || !known_.contains(id))
+            return;
+        char* const present = present_[id.mem].data() + variable.location;
+        std::memcpy(present, *variable.memory + variable.location, variable.size);
+        for (const Reference& leaf : leaves(id))
+            printChange(leaf);
+        std::memcpy(printed_[id.mem].data() + variable.location, present, variable.size);
+    }
+
+private:
+    void printChange(const Reference& leaf) {
+        std::string old;
+        std::string value;
+        appendPlainValue(old, leaf, printed_[leaf.variable.mem].data());
+        appendPlainValue(value, leaf, present_[leaf.variable.mem].data());
+        if (old != value)
+            print(leaf.name(), old, value);
+    }
+
+    void print(const std::string& name, const std::string& old, const std::string& value) const {
+        const auto now = std::chrono::system_clock::now();
+        if (isJson_)
+            std::printf("{\"time\":\"%s\",\"variable\":\"%s\",\"old\":%s,\"value\":%s}\n",
+                        universalTime(now).c_str(), name.c_str(), old.c_str(), value.c_str());
+        else
+            std::printf("%s  %s  %s -> %s\n", localTime(now).c_str(), name.c_str(), old.c_str(),
+                        value.c_str());
+    }
+
+    bool isJson_;
+    std::set<VariableId> known_;
+    // Copies of the memories: what has been printed, and what is compared with it.
+    std::vector<std::vector<char>> printed_;
+    std::vector<std::vector<char>> present_;
+};
+
+// The state for which --until waits.
+class Condition {
+public:
+    explicit Condition(const std::string& text) : isGiven_(!text.empty()) {
+        if (!isGiven_)
+            return;
+        const Assignment assignment = Assignment::parse(text);
+        CheckedSet().add(assignment.name, assignment.value); // refuses a value that can never be
+        reference_ = Reference::parse(assignment.name);
+        value_ = assignment.value;
+    }
+
+    bool isGiven() const { return isGiven_; }
+    bool isMet() const {
+        if (!isGiven_)
+            return false;
+        const nlohmann::json present = nlohmann::json::parse(plainValue(reference_), nullptr, false);
+        if (present.is_number_float() || value_.is_number_float())
+            return present.is_number() && present.get<float>() == value_.get<float>();
+        return present == value_;
+    }
+
+private:
+    bool isGiven_;
+    Reference reference_;
+    nlohmann::json value_;
+};
+
+// Milliseconds until the end, at most one turn.
+int remainingMs(const std::optional<Steady::time_point>& end) {
+    if (!end)
+        return static_cast<int>(TURN.count());
+    const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(*end - Steady::now());
+    return static_cast<int>(std::clamp(remaining, std::chrono::milliseconds(0), TURN).count());
+}
+
+} // namespace
+
+int watch(const WatchOptions& options) {
+    ChangePrinter printer(matchingVariables(options.patterns), options.isJson);
+    const Condition condition(options.until);
+    std::optional<Steady::time_point> end;
+    if (options.duration)
+        end = Steady::now() + *options.duration;
+    Connection connection;
+    connection->handler = &printer;
+    connection->subscribeAll();
+    while (!condition.isMet()) {
+        if (end && Steady::now() >= *end)
+            return condition.isGiven() ? 1 : 0;
+        if (!connection->isOpen())
+            throw std::runtime_error("The message broker has closed the connection");
+        if (gen::getEventPoll().wait(remainingMs(end), false) == EventPoll::Terminate)
+            return condition.isGiven() ? 1 : 0;
+        if (std::fflush(stdout) != 0)
+            throw std::runtime_error("Cannot write to standard output");
+    }
+    return 0;
+}

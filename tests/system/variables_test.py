@@ -1,0 +1,73 @@
+"""The variables tool on a virtual device."""
+
+import json
+import subprocess
+import time
+
+from systemdevice import SystemDevice
+
+
+def run(device, *words):
+    """Exit status, standard output and standard error of the tool."""
+    result = subprocess.run(device.command("variables", *words), env=device.environment(), capture_output=True,
+                            text=True, check=False, timeout=120)
+    return result.returncode, result.stdout, result.stderr
+
+
+def start(device, *words):
+    return subprocess.Popen(device.command("variables", *words), env=device.environment(), stdout=subprocess.PIPE,
+                            text=True)
+
+
+def test_values_are_those_of_the_web_api(device):
+    document = device.ask("/api/v1/all.cgi").decode()
+    names = [f"{memory}.{name}" for memory, variables in json.loads(document)["variables"].items()
+             for name in variables]
+    status, output, _ = run(device, "get", "--json", *names)
+    values = output.splitlines()
+    assert status == 0 and len(values) == len(names) == 816
+    assert [name for name, value in zip(names, values) if f'"{name.split(".")[1]}" : {value}' not in document] == []
+    rows = json.loads(run(device, "list", "--json", "--long", "MemPersistent.*Torque")[1])
+    assert [(row["variable"], row["min"], row["max"], row["event"]) for row in rows][0] == (
+        "MemPersistent.FocusTorque", 1, 4, 208)
+
+
+def test_all_values_or_none_are_stored(device):
+    assert run(device, "set", "FocusTorque=3", "LensFileList[2].LensFileName=Prime=50") == (0, "", "")
+    assert run(device, "set", "FocusTorque=4", "IrisTorque=5", "Nowhere=1") == (
+        1, "", "variables: IrisTorque: 5 is not between 1 and 4\nvariables: Nowhere is not a variable\n"
+               "Nothing has been stored.\n")
+    assert run(device, "get", "FocusTorque", "LensFileList[2].LensFileName") == (0, "3\nPrime=50\n", "")
+    assert run(device, "fetch")[0] == 2
+
+
+def test_changes_are_printed_until_a_value_is_there(device):
+    with start(device, "watch", "MemLens.*", "MemPersistent.*", "--json", "--until", "ZoomTorque=4") as watch:
+        for turn in range(1000):  # until it watches
+            run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 4}")
+            if watch.poll() is not None:
+                break
+        changes = [json.loads(line) for line in watch.stdout]
+    assert watch.returncode == 0
+    assert {change["variable"] for change in changes} >= {"MemLens.LensFileList[3].LensFileName",
+                                                          "MemPersistent.ZoomTorque"}
+    assert all(change["old"] != change["value"] for change in changes)
+    run(device, "set", "ZoomTorque=2")
+    assert run(device, "watch", "--for", "100ms", "--until", "ZoomTorque=1")[0] == 1
+
+
+def test_a_killed_tool_gives_the_brokers_semaphore_back(device):
+    for step in range(40):
+        with start(device, "watch", "MemApp.*") as watch:
+            time.sleep(step / 2000)
+            watch.kill()
+    assert run(device, "watch", "--until", "FocusTorque=3")[0] == 0
+
+
+def test_reading_works_without_a_broker():
+    with SystemDevice(service=False) as device:
+        device.end("broker")
+        assert run(device, "get", "FocusTorque") == (0, "2\n", "")
+        assert run(device, "set", "FocusTorque=3") == (
+            1, "", "variables: The message broker cannot be reached: No such file or directory\n")
+        assert run(device, "get", "FocusTorque") == (0, "2\n", "")
