@@ -1,4 +1,5 @@
-// Measures the browser console: the delay of a change, processor time, sizes, accessibility. Prints Markdown tables.
+// Measures the browser console: the delay of a change, what a person waits for, processor time, sizes, accessibility. Prints
+// Markdown tables.
 //
 //   tests/browser/run BUILD-FOLDER bench/console.mjs [--count 200] [--seconds 20]
 
@@ -11,7 +12,7 @@ import { Device } from "../device/node/device.mjs";
 import { Console, launchBrowser } from "../tests/browser/console.mjs";
 import { FILL } from "../tests/browser/scene.mjs";
 import { printConditions, printTable, progress } from "./report.mjs";
-import { printLog, printVisits } from "./waits.mjs";
+import { printKeys, printLog, printScreen, printVisits } from "./waits.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const VALUES = 10;
@@ -137,6 +138,29 @@ function printSizes() {
     if (sent > SENT_LIMIT) complaints.push(`own code and generated data have ${sent} bytes when compressed, more than ${SENT_LIMIT}`);
 }
 
+// What a first visit loads for each view, before the editors and the palette follow.
+async function printViewSizes(browser) {
+    const device = await Device.start({ simulation: [], display: [] });
+    const folder = new URL(`file://${process.env.SYSTEM_TEST_BUILD}/client/`);
+    const rows = [];
+    for (const view of Object.keys(FILL)) {
+        const files = new Set();
+        const prepare = (page) => page.on("request", (request) => {
+            const path = new URL(request.url()).pathname.slice(1) || "index.html";
+            if (!/^(api|qorapp|editors)|palette/.test(path)) files.add(path);
+        });
+        const { page } = await Console.open(browser, device.url, { view, prepare });
+        await page.locator(`section[data-view="${view}"]`).waitFor();
+        await pause(SETTLE_MS);
+        const sent = [...files].map((path) => gzipSync(readFileSync(new URL(path, folder))).length);
+        rows.push([view, files.size, sent.reduce((total, size) => total + size, 0)]);
+        await page.context().close();
+    }
+    await device.stop();
+    console.log("What a first visit loads for a view, compressed by gzip, in bytes. The Watch view loads the plotting library.\n");
+    printTable(["view", "files", "bytes"], rows);
+}
+
 // Accessibility
 
 async function printFindings(browser) {
@@ -164,8 +188,11 @@ printConditions("Browser console", "bench/console.mjs", browser);
 await printLatencies(browser);
 await printVisits(browser, complaints);
 await printLog(browser, complaints);
+await printKeys(browser, complaints);
+await printScreen(browser, complaints);
 await printShares(browser);
 printSizes();
+await printViewSizes(browser);
 await printFindings(browser);
 await browser.close();
 for (const complaint of complaints) console.log(`- ${complaint}`);

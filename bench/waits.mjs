@@ -1,6 +1,7 @@
 // What a person waits for at the console: the first values and the last lines of a long log over a slow link, what a key in
 // the search brings, and what other clients wait while the Screen view is open.
 
+import { readFileSync } from "node:fs";
 import { setTimeout as pause } from "node:timers/promises";
 
 import { Device } from "../device/node/device.mjs";
@@ -8,6 +9,7 @@ import { Console } from "../tests/browser/console.mjs";
 import { printTable, progress } from "./report.mjs";
 import { slowLink } from "./slowlink.mjs";
 
+const SETTLE_MS = 3000;
 const VISITS = 10;
 const VISIT_LINK = { bitsPerSecond: 1.6e6, roundTripMs: 150 };
 const VISIT_LIMIT_MS = 1700;
@@ -15,6 +17,15 @@ const LOG_BYTES = 56e6;
 const LOG_LINK = { bitsPerSecond: 1e7, roundTripMs: 20 };
 const LOG_OPENINGS = 5;
 const LOG_LIMIT_MS = 1000;
+const TEXTS = ["batery", "DisplayBrigthness", "focus position", "lens files", "serial number product", "mac adress",
+    "camera firmware version", "touch screen", "depth of field near", "sound volumne", "circle of confuson", "xyzzy"];
+const TABS = 4;
+const STORES = 1000;
+const STORE_LIMIT_MS = 120;
+const LOST_MS = 5000;
+const SERVICE_LIMIT = 10;
+const SLOWER = 6;
+const KEY_LIMIT_MS = 50;
 const LINE = "<6>recorder[123]: a line of a log that has grown for a long time, 0123456789";
 
 const sorted = (numbers) => numbers.sort((one, other) => one - other);
@@ -133,4 +144,112 @@ export async function printLog(browser, complaints) {
         "saving all of it on this machine, in ms.\n");
     printTable(["bytes", "openings", "least", "median", "most", "to save", "longest time without an answer of the page"],
         [[length, LOG_OPENINGS, least(ms), median(ms), most(ms), saving.toFixed(0), longest.toFixed(0)]]);
+}
+
+// Milliseconds on the processor that the page's main thread needs until the next frame is drawn, after act(argument).
+async function pageTime(page, session, act, argument) {
+    const taken = async () => (await session.send("Performance.getMetrics")).metrics.find(({ name }) => name === "TaskDuration").value;
+    const before = await taken();
+    await page.evaluate(act, argument);
+    await page.evaluate(() => new Promise((resolve) => {
+        requestAnimationFrame(() => setTimeout(resolve));
+    }));
+    return (await taken() - before) * 1000;
+}
+
+// In the page: what a key does that makes this text of the search.
+function enter(text) {
+    const input = document.querySelector("#search");
+    input.value = text;
+    input.dispatchEvent(new Event("input", { bubbles: true }));
+}
+
+// For each key of the texts the milliseconds on a processor that is SLOWER, less what measuring takes.
+async function keyTimes(page, session) {
+    const idle = [];
+    while (idle.length < 20) idle.push(await pageTime(page, session, () => {}));
+    const own = sorted(idle)[idle.length >> 1];
+    const found = [];
+    for (const text of TEXTS) {
+        for (let length = 1; length <= text.length; ++length) {
+            found.push(await pageTime(page, session, enter, text.slice(0, length)));
+        }
+        found.push(await pageTime(page, session, enter, ""));
+        await pause(500);
+    }
+    return sorted(found.map((ms) => Math.max(ms - own, 0) * SLOWER));
+}
+
+// Prints the table; complains if one key of twenty takes more than the limit.
+export async function printKeys(browser, complaints) {
+    progress("Keys in the search");
+    const device = await Device.start({ simulation: [], display: [] });
+    const { page } = await Console.open(browser, device.url);
+    const session = await page.context().newCDPSession(page);
+    await session.send("Performance.enable", { timeDomain: "threadTicks" });
+    await pause(SETTLE_MS);
+    const ms = await keyTimes(page, session);
+    await page.context().close();
+    await device.stop();
+    const late = ms[Math.floor(ms.length * 0.95)];
+    if (late > KEY_LIMIT_MS) complaints.push(`a key in the search takes ${late.toFixed(0)} ms`);
+    console.log(`A key in the search, until what it brings is drawn: ${SLOWER} times the processor time of the page, in ms.\n`);
+    printTable(["keys", "median", "95th percentile", "most"], [[ms.length, median(ms), late.toFixed(0), most(ms)]]);
+}
+
+// Another client, which waits for updates: see(value) gets each value of the variable that it stores.
+async function follow({ url }, see, signal) {
+    const poll = async () => (await fetch(`${url}/api/v1/update.cgi`, { signal })).text();
+    for (let next = poll(); !signal.aborted;) {
+        const text = await next;
+        next = poll();
+        next.catch(() => {});
+        const { MemPersistent } = JSON.parse(text).variables;
+        if (MemPersistent?.DisplayBrightness) see(MemPersistent.DisplayBrightness.value);
+    }
+}
+
+// For each of STORES stores the milliseconds until that client sees the value; Infinity for one that is lost.
+async function storeTimes(device) {
+    const end = new AbortController();
+    let seen = () => {};
+    const following = follow(device, (value) => seen(value), end.signal);
+    const found = [];
+    while (found.length < STORES) {
+        const wanted = String(found.length % 10);
+        const isSeen = new Promise((resolve) => { seen = (value) => value === wanted && resolve(true); });
+        await pause(Math.random() * 100);
+        const stored = performance.now();
+        await device.store("MemPersistent.DisplayBrightness", Number(wanted));
+        found.push(await Promise.race([isSeen, pause(LOST_MS, false)]) ? performance.now() - stored : Infinity);
+    }
+    end.abort();
+    await following.catch(() => {});
+    return found;
+}
+
+const processorMs = (id) => Number(readFileSync(`/proc/${id}/schedstat`, "utf8").split(" ")[0]) / 1e6;
+
+// Prints the table; complains about a lost store, and if the service or one store of twenty takes more than its limit.
+export async function printScreen(browser, complaints) {
+    progress(`${STORES} stores while ${TABS} tabs show the screen`);
+    const device = await Device.start();
+    const context = await browser.newContext();
+    for (let tab = 0; tab < TABS; ++tab) await Console.open(browser, device.url, { view: "screen", context });
+    await pause(SETTLE_MS);
+    const begun = performance.now();
+    const before = processorMs(device.service);
+    const found = await storeTimes(device);
+    const share = ((processorMs(device.service) - before) / (performance.now() - begun)) * 100;
+    await context.close();
+    await device.stop();
+    const lost = found.filter((ms) => ms === Infinity).length;
+    const ms = sorted(found);
+    const late = ms[Math.floor(STORES * 0.95)];
+    if (lost > 0) complaints.push(`${lost} stores are lost while the screen is open`);
+    if (share > SERVICE_LIMIT || late > STORE_LIMIT_MS) complaints.push("the screen takes too much of the service");
+    console.log(`The Screen view in ${TABS} tabs while another client stores values: how long each takes until that client's poll ` +
+        "brings it, in ms. The service looks for changes every 100 ms.\n");
+    printTable(["stores", "lost", "median", "95th percentile", "most", "service, percent of one processor"],
+        [[STORES, lost, median(ms), late.toFixed(0), most(ms), share.toFixed(1)]]);
 }

@@ -22,6 +22,7 @@ const partsOf = (name) => name.replace(/([a-z\d])([A-Z])|([A-Z])(?=[A-Z][a-z])/g
 export class SearchIndex {
   #structures;
   #entries = new Map();
+  #words = new Map();
 
   constructor(structures) {
     this.#structures = structures;
@@ -30,13 +31,13 @@ export class SearchIndex {
   // The variables that fit the text, best first: all words somewhere; where few fit, also with one typo a word, and then
   // without one of the words. All variables in their order if the text holds no word.
   find(text, variables) {
-    const words = wordsOf(text);
+    const words = this.#wordsOf(text);
     if (words.length === 0) return [...variables];
     const entries = Array.from(variables, (variable) => this.#entry(variable));
     const complete = ({ missing }) => missing === 0;
-    const found = new Set(ranked(entries, words, exactWorth).filter(complete).map(variableOf));
+    const found = new Set(ranked(entries, words, (word, entry) => word.exactWorth(entry)).filter(complete).map(variableOf));
     if (found.size < ENOUGH) {
-      const loose = ranked(entries, words, looseWorth(words));
+      const loose = ranked(entries, words, (word, entry) => word.looseWorth(entry));
       loose.filter(complete).forEach((hit) => found.add(variableOf(hit)));
       if (found.size < ENOUGH) loose.filter(({ missing }) => missing === 1).forEach((hit) => found.add(variableOf(hit)));
     }
@@ -46,6 +47,12 @@ export class SearchIndex {
   // Prepares the search: the first one is then as quick as the others.
   learn(variables) {
     for (const variable of variables) this.#entry(variable);
+  }
+
+  // A key changes one word: what the others are worth is known from the text before.
+  #wordsOf(text) {
+    this.#words = new Map(wordsOf(text).map((word) => [word, this.#words.get(word) ?? new Word(word)]));
+    return wordsOf(text).map((word) => this.#words.get(word));
   }
 
   #entry(variable) {
@@ -72,9 +79,9 @@ function begins(parts) {
 // The entries that have any of the words, best first, with how many words are missing. Short names come first among
 // equals.
 function ranked(entries, words, worth) {
-  const joined = words.join("");
+  const joined = words.map(({ text }) => text).join("");
   const hits = entries.map((entry) => {
-    const each = words.map((word) => worth(entry, word));
+    const each = words.map((word) => worth(word, entry));
     const sum = each.reduce((total, points) => total + points, 0) / words.length;
     const asOne = words.length > 1 ? nameWorth(entry, joined) : 0;
     const missing = asOne > 0 ? 0 : each.filter((points) => points === 0).length;
@@ -83,13 +90,42 @@ function ranked(entries, words, worth) {
   return hits.filter(({ missing }) => missing < words.length).sort((one, other) => other.points - one.points);
 }
 
-function exactWorth(entry, word) {
+// A word that is searched for. Only the values of the variables change, so all else is looked at once.
+class Word {
+  #fixed = remembered((entry) => fixedWorth(entry, this.text));
+  #loose = remembered((entry) => this.#typoWorth(entry));
+  #short = remembered((part) => shortWorth(part, this.text));
+  #typoIn = null;
+
+  constructor(text) {
+    this.text = text;
+  }
+
+  exactWorth(entry) {
+    return this.#fixed(entry) || (shownValue(entry).includes(this.text) ? WORTH.value : 0);
+  }
+
+  // As exactWorth(), and with one typo in the word, or a short form of it.
+  looseWorth(entry) {
+    const exact = this.exactWorth(entry);
+    return exact > 0 || this.text.length < TYPO_FROM_LENGTH ? exact : this.#loose(entry);
+  }
+
+  #typoWorth({ name, about, parts }) {
+    this.#typoIn ??= typoFinder(this.text);
+    const at = this.#typoIn(name);
+    const inName = at === 0 ? LOOSE_WORTH.begin : LOOSE_WORTH.name;
+    const typo = at >= 0 ? inName : this.#typoIn(about) >= 0 ? LOOSE_WORTH.about : 0;
+    return Math.max(typo, ...parts.map(this.#short));
+  }
+}
+
+function fixedWorth(entry, word) {
   const inName = nameWorth(entry, word);
   if (inName > 0) return inName;
   if (isWordBegin(entry.about, word)) return WORTH.about;
   if (entry.type.includes(word)) return WORTH.type;
-  if (entry.members.includes(word)) return WORTH.member;
-  return shownValue(entry).includes(word) ? WORTH.value : 0;
+  return entry.members.includes(word) ? WORTH.member : 0;
 }
 
 // "files" is found in LensFileList, too.
@@ -122,22 +158,6 @@ function shownValue(entry) {
     entry.value = valueText(entry.variable).toLowerCase();
   }
   return entry.value;
-}
-
-// As exactWorth(), and with one typo in each word, or a short form of it.
-function looseWorth(words) {
-  const looked = words.filter((word) => word.length >= TYPO_FROM_LENGTH);
-  const toolsOf = (word) => ({ typoIn: typoFinder(word), short: remembered((part) => shortWorth(part, word)) });
-  const tools = new Map(looked.map((word) => [word, toolsOf(word)]));
-  return (entry, word) => {
-    const exact = exactWorth(entry, word);
-    if (exact > 0 || !tools.has(word)) return exact;
-    const { typoIn, short } = tools.get(word);
-    const at = typoIn(entry.name);
-    const inName = at === 0 ? LOOSE_WORTH.begin : LOOSE_WORTH.name;
-    const typo = at >= 0 ? inName : typoIn(entry.about) >= 0 ? LOOSE_WORTH.about : 0;
-    return Math.max(typo, ...entry.parts.map(short));
-  };
 }
 
 // The function, asked once for each argument.
