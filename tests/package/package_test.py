@@ -117,7 +117,7 @@ def test_packages_install_and_enable_the_site():
 
 
 def test_bills_of_materials_name_the_libraries():
-    for package in ("webservice", "webservice-virtualdevice"):
+    for package in ("webservice", "webservice-variables", "webservice-virtualdevice"):
         bill = json.loads(Path(f"/usr/share/doc/{package}/{package}.cdx.json").read_text())
         names = {component["name"] for component in bill["components"]}
         depends = run("dpkg-query", "-W", "-f", "${Depends}", package)
@@ -239,7 +239,7 @@ def test_virtual_device_runs_for_any_user():
 
 
 def test_purge_leaves_user_files_and_a_working_nginx():
-    run("dpkg", "--purge", "webservice-virtualdevice", "webservice")
+    run("dpkg", "--purge", "webservice-virtualdevice", "webservice-variables", "webservice")
     assert run("find", "/etc", "/usr", "/lib/systemd", "-name", "*webservice*") == ""
     assert b"Welcome to nginx" in ask("GET", "/")[1]
     assert Path("/var/LDA/Prime32").read_text() == "lenstables"
