@@ -18,6 +18,7 @@
 #include "device/simulation/settings.h"
 #include "device/simulation/soak.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -25,6 +26,7 @@
 namespace {
 
 constexpr int FRAME_MS = 40;
+constexpr int MOST_FRAMES = 500; // of one tick; a simulation that is further behind skips the others
 
 template <typename Part, typename... Arguments>
 void add(Scene& scene, double intervalMs, Arguments&&... arguments) {
@@ -72,10 +74,20 @@ void fillScene(Scene& scene, const Options& options) {
         addUsualActivity(scene);
 }
 
-// Steps the scene until SIGINT or SIGTERM.
+// Steps the scene through all of its frames from one time to another, so that a fast scene makes as many
+// changes as a slow one.
+void stepFrames(Scene& scene, double fromMs, double toMs) {
+    double timeMs = std::max(fromMs, toMs - MOST_FRAMES * FRAME_MS);
+    while ((timeMs += FRAME_MS) < toMs)
+        scene.step(timeMs);
+    scene.step(toMs);
+}
+
+// Plays the scene until SIGINT or SIGTERM.
 void play(Scene& scene, EventPoll& poll, const Options& options) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();
+    double playedMs = 0;
     poll.setTimer(options.changes > 0 ? options.intervalMs : FRAME_MS);
     for (;;) {
         const int result = poll.wait(-1, false);
@@ -83,7 +95,12 @@ void play(Scene& scene, EventPoll& poll, const Options& options) {
             return;
         if (result == EventPoll::Tick) {
             const std::chrono::duration<double, std::milli> elapsed = Clock::now() - begin;
-            scene.step(elapsed.count() * options.speed);
+            const double timeMs = elapsed.count() * options.speed;
+            if (options.changes > 0)
+                scene.step(timeMs);
+            else
+                stepFrames(scene, playedMs, timeMs);
+            playedMs = timeMs;
         }
     }
 }
