@@ -14,7 +14,7 @@
 class Client {
 public:
     /// Largest number of records that wait for a client, in addition to those in its socket.
-    static constexpr std::size_t QUEUE_LIMIT = 4096;
+    static constexpr std::size_t QUEUE_LIMIT = 65536;
 
     /// REQUIRES: a non-blocking socket.
     explicit Client(Descriptor socket) : socket_(std::move(socket)) {}

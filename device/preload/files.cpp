@@ -1,3 +1,4 @@
+#include "device/preload/faultswitches.h"
 #include "device/preload/preload.h"
 
 #include <cstdarg>
@@ -43,7 +44,7 @@ bool takesMode(int flags) {
 template <typename Original>
 int openMapped(const char* path, int flags, mode_t mode, Original original) {
     const PathArgument argument(path);
-    if (!argument.isUsable())
+    if (!argument.isUsable() || refusesDescriptor())
         return -1;
     if (argument.isKernelLog()) {
         // The kernel log is a plain file here: appending keeps the lines of several processes whole.
@@ -61,7 +62,7 @@ mode_t modeIn(va_list arguments, int flags) {
 template <typename Original>
 FILE* fopenMapped(const char* path, const char* mode, Original& original) {
     const PathArgument argument(path);
-    return argument.isUsable() ? original(argument.text(), mode) : nullptr;
+    return argument.isUsable() && !refusesDescriptor() ? original(argument.text(), mode) : nullptr;
 }
 
 } // namespace
@@ -128,7 +129,7 @@ INTERPOSED FILE* fopen64(const char* path, const char* mode) {
 
 INTERPOSED DIR* opendir(const char* path) {
     const PathArgument argument(path);
-    return argument.isUsable() ? nextOpendir(argument.text()) : nullptr;
+    return argument.isUsable() && !refusesDescriptor() ? nextOpendir(argument.text()) : nullptr;
 }
 
 INTERPOSED int mkdir(const char* path, mode_t mode) noexcept {

@@ -13,8 +13,8 @@
 ///     VIRTUAL_DEVICE_NAME   prefix of segment and semaphore names
 ///     VIRTUAL_DEVICE_PORT   port that replaces 9000 for listeners
 ///
-/// Each call reads them. The only state is the addresses of the originals, so wrappers can run in any thread,
-/// before any constructor, and after fork.
+/// Each call reads them. The only state is the addresses of the originals and of the fault switches
+/// (faultswitches.h), so wrappers can run in any thread, before any constructor, and after fork.
 
 /// Marks each wrapper: the library exports no other symbol.
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
