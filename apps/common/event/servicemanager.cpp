@@ -3,6 +3,7 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/files/descriptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -13,6 +14,8 @@
 #include <utility>
 
 namespace {
+
+constexpr std::chrono::microseconds RETRY = std::chrono::seconds(1);
 
 std::string environment(const char* name) {
     const char* const value = std::getenv(name);
@@ -37,8 +40,7 @@ void ServiceManager::reportReady() const {
 void ServiceManager::feedWatchdog(Clock::time_point now) {
     if (pause_.count() <= 0 || now < next_)
         return;
-    next_ = now + pause_;
-    send("WATCHDOG=1");
+    next_ = now + (send("WATCHDOG=1") ? pause_ : std::min(pause_, RETRY));
 }
 
 void ServiceManager::askForRestart() {
@@ -46,9 +48,9 @@ void ServiceManager::askForRestart() {
         send("WATCHDOG=trigger");
 }
 
-void ServiceManager::send(const std::string& message) const {
+bool ServiceManager::send(const std::string& message) const {
     if (socket_.empty())
-        return;
+        return true;
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::size_t length = socket_.copy(address.sun_path, sizeof address.sun_path);
@@ -56,7 +58,9 @@ void ServiceManager::send(const std::string& message) const {
         address.sun_path[0] = '\0';
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
     const Descriptor fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (sendto(fd.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-               reinterpret_cast<const sockaddr*>(&address), size) < 0)
-        LOG_MESSAGE(Warn, "%s: %s", socket_.c_str(), std::strerror(errno));
+    if (fd.isOpen() && sendto(fd.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                              reinterpret_cast<const sockaddr*>(&address), size) >= 0)
+        return true;
+    LOG_MESSAGE(Warn, "%s: %s", socket_.c_str(), std::strerror(errno));
+    return false;
 }

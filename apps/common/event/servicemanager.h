@@ -18,7 +18,7 @@ public:
     void reportReady() const;
 
     /// Reports that the process works: "WATCHDOG=1", twice in the watchdog's period, however often it is
-    /// called. Does nothing without a watchdog.
+    /// called; again after a second if it could not be sent. Does nothing without a watchdog.
     void feedWatchdog(Clock::time_point now = Clock::now());
 
     /// Lets systemd act at once as if the watchdog's period were over: "WATCHDOG=trigger". Does nothing when
@@ -26,7 +26,8 @@ public:
     void askForRestart();
 
 private:
-    void send(const std::string& message) const;
+    /// Returns false if the message could not be sent, for example because no descriptor is left.
+    bool send(const std::string& message) const;
 
     std::string socket_;              ///< empty without NOTIFY_SOCKET
     std::chrono::microseconds pause_; ///< between two reports; 0 without a watchdog

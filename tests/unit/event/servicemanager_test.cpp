@@ -3,6 +3,7 @@
 #include "apps/common/files/descriptor.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -60,6 +61,17 @@ TEST_F(ServiceManagerTest, ReportsOnceInHalfAPeriod) {
     setenv("NOTIFY_SOCKET", "/nonexistent", 1);
     ServiceManager().reportReady();
     EXPECT_THAT(log_.messages(), testing::ElementsAre("Warn /nonexistent: No such file or directory"));
+}
+
+TEST_F(ServiceManagerTest, RepeatsAReportThatFailed) {
+    ServiceManager manager;
+    const ServiceManager::Clock::time_point start = ServiceManager::Clock::now();
+    const std::string away = socket_ + "-away";
+    std::rename(socket_.c_str(), away.c_str());
+    manager.feedWatchdog(start);
+    std::rename(away.c_str(), socket_.c_str());
+    manager.feedWatchdog(start + 1s);
+    EXPECT_EQ(received(), "WATCHDOG=1");
 }
 
 } // namespace
