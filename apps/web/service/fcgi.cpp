@@ -115,7 +115,10 @@ bool Fcgi::isFull() {
     if (registry_.size() < MAX_REQUESTS)
         return false;
     deleteMarked(); // safe: a marked request has left the loop and gets no more events
-    const auto isOpen = [](const auto& entry) { return !entry.second->isFinished(); };
+    // A kept connection whose next request is still arriving has an entry, but uses no place.
+    const auto isOpen = [](const auto& entry) {
+        return !entry.second->isFinished() && !entry.second->isReceiving();
+    };
     return std::count_if(registry_.begin(), registry_.end(), isOpen) >=
            static_cast<std::ptrdiff_t>(MAX_REQUESTS);
 }

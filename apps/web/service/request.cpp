@@ -147,6 +147,7 @@ void Request::handleRecord(unsigned char type, std::string_view content) {
         appendPostData(data, length);
     } else if (type == Stdin) {
         requireRegistry();
+        isReceiving_ = false;
         fcgi_->addRequest(this);
     }
 }
@@ -221,6 +222,7 @@ void Request::begin(unsigned short requestId, bool keepConnection) {
     context.reset();
     headerWritten_ = false;
     finished_ = false;
+    isReceiving_ = true;
     keepConnection_ = keepConnection;
     patience_ = SEND_TIMEOUT;
     requestId_ = requestId;

@@ -130,6 +130,8 @@ public:
     bool isClosed() const { return !socket_.isOpen(); }
     /// True from end() or hang-up on, until another request begins on the connection.
     bool isFinished() const { return isClosed() || finished_; }
+    /// True from the beginning of a request on until its input is complete.
+    bool isReceiving() const { return isReceiving_; }
 
     /// Set while a request waits: integer 0 for variable updates, 1 for log text.
     std::any context;
@@ -163,6 +165,7 @@ private:
     bool keepConnection_ = true;
     bool headerWritten_ = false;
     bool finished_ = false;
+    bool isReceiving_ = false;
     bool sendFailed_ = false;
     bool isPaused_ = false;  // until the listener grants the body's memory
     bool holdsBody_ = false; // in the listener's budget
