@@ -39,13 +39,17 @@ def begin(title, **numbers):
     for name, (default, about) in numbers.items():
         parser.add_argument(f"--{name}", type=int, default=default, help=f"{about} (%(default)s)")
     options = parser.parse_args()
+    print_conditions(title, shlex.join(["bench/" + Path(sys.argv[0]).name, *sys.argv[1:]]))
+    return options
+
+
+def print_conditions(title, command):
     cpu = next((line.split(":")[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
                 if line.startswith("model name")), platform.machine())
     load = os.getloadavg()[0]
     print(f"## {title}\n")
     print(f"{datetime.date.today()}, {os.cpu_count()} x {cpu}, Linux {platform.release()}, load at start {load:.1f}, "
-          f"`{shlex.join(['bench/' + Path(sys.argv[0]).name, *sys.argv[1:]])}`\n", flush=True)
-    return options
+          f"`{command}`\n", flush=True)
 
 
 def print_table(header, rows):

@@ -12,6 +12,7 @@ TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PAC
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
 BENCH_PACKAGES=(wrk libfcgi-dev)
+SOAK_PACKAGES=(wrk python3-matplotlib)
 LINT_PACKAGES=(clang-format clang-tidy pylint)
 
 # For 32-bit ARM: the compiler and the emulator.

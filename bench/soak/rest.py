@@ -1,0 +1,152 @@
+"""The service at rest: nothing changes, and then no client is connected. What is lost or has grown shows here.
+
+First nothing changes: every poller's picture has to equal the tree, the tree the memories, the page and the log's followers
+have to show the last value and the last line. Then the web server ends and starts again: descriptors, memory and processor
+time of the service without any client, then the cost of a request.
+"""
+
+import csv
+import json
+import struct
+import time
+from collections import namedtuple
+from contextlib import closing
+from pathlib import Path
+
+from faults import wait_until
+from measure import REPOSITORY, Process, ask, connect, exchange, progress
+from pollers import TREE, flat
+
+WAIT_SECONDS = 60
+EXACT_SECONDS = 2  # by then every document has been compared with those of the others
+IDLE_SECONDS = 3
+BATCHES = 5  # the least cost of several counts, because the machine is shared
+TREES, SETS = 20, 100
+NOTHING = ("POST", "/api/v1/set.cgi", b"")
+FORMS = {"int": "=i", "float": "=f", "bool": "=?"}
+UNUSED_AT = 32  # of a variable of the counter's memory that nothing changes
+LEAKED = 3
+
+Rest = namedtuple("Rest", "when life descriptors resident_kib log_kib idle_percent tree_us set_us tree_ms set_ms page_kib")
+
+
+class Resting:
+    """rests   the figures of all rests so far"""
+
+    def __init__(self, soak):
+        self._soak = soak
+        self._tally = soak.tally
+        self.rests = []
+
+    def rest(self, prove=()):
+        """Stops the load, checks and measures. Defects in `prove`, "loss" or "leak", are put in."""
+        soak = self._soak
+        with soak.without_load():
+            progress("the service rests")
+            soak.counter.pause()
+            page_kib = self._compare("loss" in prove)
+            log_kib = soak.log_size() // 1024
+            leaked = [connect_plain(soak.device.fcgi_port) for _ in range(LEAKED if "leak" in prove else 0)]
+            with self._tally.window("web server restart"):
+                soak.device.end("nginx")
+                figures = self._measure_idle(log_kib)
+                soak.device.start_nginx()
+                costs = self._measure_cost()
+                soak.counter.resume()
+            self.rests.append(Rest(*figures, *costs, page_kib))
+            progress(str(self.rests[-1]))
+            del leaked
+
+    # Nothing lost
+
+    def _compare(self, loses_change):
+        soak = self._soak
+        last, line = soak.counter.value, soak.counter.line
+        self._expect(lambda: all(poller.number == last and not poller.has_gap for poller in soak.pollers),
+                     lambda: f"pollers have {[p.number for p in soak.pollers]} instead of the last change {last}")
+        self._expect(lambda: all(follower.line == line for follower in soak.followers),
+                     lambda: f"followers have {[f.line for f in soak.followers]} instead of the last line {line}")
+        time.sleep(EXACT_SECONDS)
+        if loses_change:
+            soak.counter.store(UNUSED_AT, 4711)
+        tree = flat(json.loads(ask(soak.device.http_port, "GET", TREE)))
+        for poller in soak.pollers:
+            picture = poller.picture()
+            for name, value in tree.items():
+                if picture.get(name) != value:
+                    self._tally.complain(f"{poller.name}: {'.'.join(name)} is {picture.get(name)!s:.90}, "
+                                         f"in memory {value!s:.90}")
+        for name, text in different(soak.device, tree):
+            self._tally.complain(f"all.cgi: {name} is {text}")
+        return soak.browser.check(last)
+
+    def _expect(self, is_so, text):
+        try:
+            wait_until(is_so, WAIT_SECONDS, "rest")
+        except TimeoutError:
+            self._tally.complain(text())
+
+    # Nothing grown
+
+    def _measure_idle(self, log_kib):
+        life = self._soak.unit.life
+        process = Process(life.pid)
+        wanted = self.rests[0].descriptors if self.rests else 0
+        settle(process.descriptors, wanted)
+        used = process.processor_share(IDLE_SECONDS)
+        return (time.time(), len(self._soak.unit.lives), process.descriptors(), process.memory_kib("VmRSS"), log_kib,
+                used)
+
+    def _measure_cost(self):
+        """For a tree and a small set: microseconds of the service's processor, milliseconds until the quickest answer."""
+        process = Process(self._soak.unit.life.pid)
+        with closing(connect(self._soak.device.http_port)) as connection:
+            (tree_us, tree_ms), (set_us, set_ms) = (
+                min(cost(process, connection, count, request) for _ in range(BATCHES))
+                for count, request in ((TREES, ("GET", TREE)), (SETS, NOTHING)))
+        return tree_us, set_us, tree_ms, set_ms
+
+
+def cost(process, connection, count, request):
+    before, times = process.processor_seconds(), []
+    for _ in range(count):
+        begin = time.monotonic()
+        exchange(connection, *request)
+        times.append(time.monotonic() - begin)
+    return (process.processor_seconds() - before) / count * 1e6, min(times) * 1000
+
+
+def connect_plain(port):
+    connection = connect(port)
+    connection.connect()
+    return connection
+
+
+def settle(figure, wanted):
+    """Waits until a figure is as wanted, or does not change for two seconds."""
+    since, last, end = time.monotonic(), figure(), time.monotonic() + WAIT_SECONDS
+    while last != wanted and time.monotonic() < min(since + 2, end):
+        time.sleep(0.1)
+        if (now := figure()) != last:
+            since, last = time.monotonic(), now
+
+
+def different(device, tree):
+    """Numbers and bools of the tree that are not those of the memories."""
+    segments = {}
+    with open(REPOSITORY / "gen/model/ledger/variables.csv") as file:
+        for row in csv.DictReader(file):
+            memory, form = row["memory"], FORMS.get(row["type"])
+            value = tree.get((memory, row["name"]))
+            if form is None or value is None:
+                continue
+            data = segments.setdefault(memory, Path(device.segment(memory)).read_bytes())
+            stored, = struct.unpack_from(form, data, 4 + int(row["location"]))
+            if not is_same(stored, value["value"]):
+                yield f"{memory}.{row['name']}", f"{value['value']}, in memory {stored}"
+
+
+def is_same(stored, text):
+    if isinstance(stored, bool):
+        return text == ("true" if stored else "false")
+    return abs(float(text) - stored) <= 1e-5 * max(1, abs(stored))
