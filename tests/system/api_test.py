@@ -80,7 +80,7 @@ def test_update_is_as_described(device):
     assert update["variables"]["MemLens"]["LensFileList"][99]["LensFileSelected"] is True
 
 
-def test_log_picture_and_file_are_as_described(device):
+def test_log_and_picture_are_as_described(device):
     device.ask("a line for the log")
     answer, described = ask(device, "GET", LOG, LOG)
     described.validate(answer.decode())
@@ -88,9 +88,6 @@ def test_log_picture_and_file_are_as_described(device):
     assert int(length) == len(text)
     assert b"<" not in re.sub(rb"<span style='(?:(?:background-)?color: #[0-9A-F]{6})?'>|</span>", b"", text)
     assert ask(device, "GET", SCREEN, SCREEN)[0].startswith(b"\x89PNG\r\n\x1a\n")
-    content = bytes(range(256))
-    device.http(APP + "/focusrings/file/ring", content, "PUT")
-    assert ask(device, "GET", FILE, APP + "/focusrings/file/ring")[0] == content
 
 
 def test_assignments_are_as_described(device):
