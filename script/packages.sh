@@ -13,7 +13,8 @@ BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
 BENCH_PACKAGES=(wrk libfcgi-dev)
 SOAK_PACKAGES=(wrk python3-matplotlib)
-LINT_PACKAGES=(clang-format clang-tidy pylint)
+# pylint looks into what a program imports.
+LINT_PACKAGES=(clang-format clang-tidy pylint python3-matplotlib)
 
 # For 32-bit ARM: the compiler and the emulator.
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)

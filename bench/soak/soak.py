@@ -60,8 +60,14 @@ class SoakDevice(VirtualDevice):
 
     def hold_simulation(self):
         """Stops the process while it waits, not in the middle of a step."""
-        state = Path(f"/proc/{self.pids['simulation']}/wchan")
-        wait_until(lambda: state.read_text() in ("ep_poll", "0"), READY_SECONDS, "pause of the simulation")
+        process = Path(f"/proc/{self.pids['simulation']}")
+
+        def waits():
+            """Whether it sleeps in its loop; a kernel without names of places says 0."""
+            state = (process / "stat").read_text().rpartition(")")[2].split()[0]
+            place = (process / "wchan").read_text()
+            return state == "S" and ("ep" in place or place == "0")
+        wait_until(waits, READY_SECONDS, "pause of the simulation")
         os.kill(self.pids["simulation"], signal.SIGSTOP)
 
     def continue_simulation(self):
