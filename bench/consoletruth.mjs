@@ -49,9 +49,10 @@ async function printFirmware(browser) {
     const { ended, behind, late } = await measureFirmware(device, browser, Number(options.updates), progress);
     await device.stop();
     console.log("Updates whose page is loaded anew at a random moment.\n");
-    const count = (begin) => ended.filter((text) => text.startsWith(begin)).length;
-    printTable(["updates", "Updated", "Not updated, with the reason", "another browser is behind, at most ms", "one opened later shows it after, at most ms"],
-        [[ended.length, count("Updated"), count("Not updated"), Math.max(...behind), Math.max(...late)]]);
+    const texts = [...new Set(ended)].sort();
+    printTable(["end of an update", "times"], texts.map((text) => [text, ended.filter((each) => each === text).length]));
+    printTable(["another browser shows it", "at most after ms"], [["while the update goes on", Math.max(...behind)],
+        ["opened meanwhile, once it has its values", Math.max(...late)]]);
     if (Math.max(...behind, ...late) > SHOWN_WITHIN_MS) complaints.push("a second browser shows a running update too late");
 }
 

@@ -114,7 +114,7 @@ export class Console {
 
     // What the accessibility checker finds in a part of the page, with its impact.
     async findings(part = "html") {
-        await this.page.evaluate(accessibilityChecker);
+        if (!await this.page.evaluate(() => "axe" in globalThis)) await this.page.evaluate(accessibilityChecker);
         const { violations } = await this.page.evaluate((scope) => globalThis.axe.run(scope, { resultTypes: ["violations"] }), part);
         return violations.map(({ impact, id, nodes }) => `${impact}, ${id}: ${nodes.map(({ target }) => target).join(", ")}`);
     }

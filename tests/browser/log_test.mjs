@@ -53,6 +53,8 @@ test("it follows the end, and keeps its place while the user reads or filters", 
     assert.equal(await follow.isChecked(), false);
     await console.page.locator("#log-pause").click();
     await device.log("<6>paused: now");
+    await (await open({ view: "log" })).says("#log-output", /paused: now/);
+    assert.equal(await count("paused: now"), 0, "a paused log grows");
     await console.page.locator("#log-pause").click();
     await shows("paused: now");
     assert.equal(await top(), line);
