@@ -198,6 +198,7 @@ test("the search looks through names, types and values, open editors or not, and
     for (const [text, variable] of [["stealthm all lights", STEALTH], ["KnobColor", COLOUR], ["Needle", NAME]]) {
         await search(text);
         await until(async () => (await found())[0], variable, text);
+        assert.ok(!(await found()).includes(BRIGHTNESS), "an open editor is in the way");
     }
     await (await console.row(STEALTH)).locator("button.pin").click();
     await search("");
