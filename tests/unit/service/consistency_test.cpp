@@ -46,7 +46,7 @@ protected:
     }
     char* field(const Variable& variable) { return memories_.base(variable.mem) + variable.row().location; }
 
-    // Prints until the value has changed often; at least 100 times, also where the threads share a processor.
+    // Prints until the value has changed often; at least 20 times, also where the threads share a processor.
     // After the last store, expects the value that was stored.
     void printWhileStored(const std::string& name, const std::string& one, const std::string& other) {
         const Variable variable(name);
@@ -67,7 +67,7 @@ protected:
         Json last = second;
         bool isGood = true;
         const auto end = Clock::now() + std::chrono::milliseconds(500);
-        for (int changes = 0; isGood && changes < 100000 && (changes < 100 || Clock::now() < end);) {
+        for (int changes = 0; isGood && changes < 100000 && (changes < 20 || Clock::now() < end);) {
             const Json value = printed(variable);
             isGood = isOldOrNew(value, first, second);
             changes += value == last ? 0 : 1;
