@@ -15,6 +15,7 @@ BENCH_PACKAGES=(wrk libfcgi-dev)
 SOAK_PACKAGES=(wrk python3-matplotlib)
 # pylint looks into what a program imports.
 LINT_PACKAGES=(clang-format clang-tidy pylint python3-matplotlib)
+COVERAGE_PACKAGES=(gcovr)
 
 # For 32-bit ARM: the compiler and the emulator.
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)

@@ -42,6 +42,10 @@ def test_refused_command_changes_nothing(device):
         (["set", "serial=" + 31 * "s"], 1, "serial takes at most 30 bytes.\n"),
         (["set", "serial"], 1, 'serial has no "=".\n'),
         (["create", "k=7"], 1, "The card holds valid hardware information. --force replaces it.\n"),
+        (["print", "serial"], 2, "Unknown argument: serial.\nusage: hwinfo "),
+        (["get"], 2, "get takes one name.\nusage: hwinfo "),
+        (["get", "colour"], 1, "Unknown parameter: colour.\n"),
+        (["set"], 2, "set takes at least one NAME=VALUE.\nusage: hwinfo "),
         (["wipe"], 2, "Unknown command: wipe.\nusage: hwinfo "),
         ([], 2, "The command is missing.\nusage: hwinfo "),
     ):
@@ -60,3 +64,11 @@ def test_damaged_block_is_kept_until_create(device):
     assert {"board=B=1", "cal_bemf=16", "serial="} <= set(device.hwinfo("print").splitlines())
     assert run(device, "create", "--force", "board=K1") == (0, "", "")
     assert run(device, "get", "cal_bemf") == (0, "0\n", "")
+
+
+def test_missing_card_is_named(device):
+    device.path("/dev/mmcblk1").unlink()
+    status, output, errors = run(device, "print")
+    assert (status, output) == (1, "")
+    assert errors.startswith("hwinfo: Cannot use /dev/mem and /dev/mmcblk1: ")
+    assert run(device, "help")[:2] == (0, run(device)[2].split("\n", 1)[1])
