@@ -21,7 +21,8 @@ COVERAGE_PACKAGES=(gcovr)
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
 # For script/sysroot: libraries and their development packages.
 SYSROOT_PACKAGES=(libpng16-16 zlib1g libcairo2
-                  libpng-dev zlib1g-dev libcairo2-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev)
+                  libpng-dev zlib1g-dev libcairo2-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev
+                  libfcgi0ldbl libfcgi-dev)
 # Dependencies of these libraries that script/sysroot leaves out.
 SYSROOT_PRESENT=(libc6 libgcc-s1 libstdc++6 fontconfig-config)
 
