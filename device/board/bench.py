@@ -61,7 +61,7 @@ def start_sites(board, repository):
         if name == "responder":
             site = site.replace("fastcgi_keep_conn on", "fastcgi_keep_conn off")
         sites.append(f"server {{\n{site}\n}}")
-    board.put({"/etc/nginx/conf.d/bench.conf": "\n".join(sites).encode()})
+    board.put({"/etc/nginx/sites-enabled/zz-bench": "\n".join(sites).encode()})
     ready = " ".join(f"/api/v1/{script}.cgi=/opt/board/{script}.txt" for script in ("all", "set"))
     board.run(f"""set -e
         mkdir -p {STATIC}/api/v1
