@@ -1,5 +1,6 @@
 // Honest about the connection: a service that goes and comes back, and many pages at once.
 
+import assert from "node:assert/strict";
 import { test } from "node:test";
 import { setTimeout as pause } from "node:timers/promises";
 import { until } from "./console.mjs";
@@ -63,7 +64,10 @@ test("no change is lost while the tree is on its way", async () => {
     }
     await polls(3);
     release();
-    await (await opened).shows(VARIABLE, "3");
+    const console = await opened;
+    const first = console.page.locator("#memories [data-variable]").first();
+    assert.equal(await first.getAttribute("data-variable"), "MemPersistent.ProductName", "the order is the tree's");
+    await console.shows(VARIABLE, "3");
 });
 
 test("a change that comes while no poll waits is shown, too", async () => {
