@@ -94,8 +94,8 @@ class Board:
         end = time.monotonic() + seconds
         with socket.create_connection(("127.0.0.1", self._shell_port), CONNECT_SECONDS) as shell:
             shell.settimeout(seconds)
-            # The shell reads this line and leaves the rest to the commands.
-            shell.sendall(f"{{ {script}\n}} 2>&1; printf '\\0%d' $?; exit\n".encode() + data)
+            # The shell reads these lines and leaves the rest to the commands, which can end only their own subshell.
+            shell.sendall(f"( {script}\n) 2>&1; printf '\\0%d' $?; exit\n".encode() + data)
             answer = b""
             while piece := self._receive(shell, end):
                 answer += piece
