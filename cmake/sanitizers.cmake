@@ -10,3 +10,9 @@ if(SANITIZE)
                      $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-static-libasan>
                      $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-static-libubsan>)
 endif()
+if(FUZZ)
+    # Only the fuzz targets link libFuzzer, which has the entry. Without vptr: see above.
+    add_compile_options(-fsanitize=address,undefined,fuzzer-no-link -fno-sanitize=vptr -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options($<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-fsanitize=address,undefined>)
+endif()

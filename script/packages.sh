@@ -12,6 +12,7 @@ TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil curl "${PACKAGE_PAC
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)
 BENCH_PACKAGES=(wrk libfcgi-dev)
+FUZZ_PACKAGES=(clang-14 libclang-rt-14-dev llvm-14)
 SOAK_PACKAGES=(wrk python3-matplotlib)
 # pylint looks into what a program imports.
 LINT_PACKAGES=(clang-format clang-tidy pylint python3-matplotlib)
