@@ -12,93 +12,58 @@ namespace {
 struct Literal {
     JsonObject pairs;
     int error = -1;
-
-    std::string key, value;
-    char keyQuote = 0, open = 0, close = 0, container = 0;
-    bool isNested = false, isArray = false;
-    int depth = 0;
-
-    static bool isBlank(char c) { return std::string_view(" \r\t\n").find(c) != std::string_view::npos; }
-    static bool isQuote(char c) { return c == '"' || c == '\''; }
-    int nextPair() const { return isArray ? 4 : 1; }
-
-    int start(char c) {
-        isArray = c == '[';
-        container = isArray ? ']' : '}';
-        return isArray || c == '{' ? nextPair() : 8;
-    }
-    int keyStart(char c) {
-        keyQuote = isQuote(c) ? c : '\0';
-        if (keyQuote == 0)
-            key += c;
-        return 2;
-    }
-    int inKey(char c) {
-        if (c == ':')
-            return 4;
-        if (isBlank(c) || (keyQuote != 0 && c == keyQuote))
-            return 3;
-        key += c;
-        return 2;
-    }
-    int valueStart(char c) {
-        isNested = c == '[' || c == '{';
-        open = isNested ? c : '\0';
-        close = c == '[' ? ']' : c == '{' ? '}' : isQuote(c) ? c : '\0';
-        depth = 1;
-        if (!isQuote(c))
-            value += c;
-        return 5;
-    }
-    int inValue(char c) {
-        if (close == 0 && (isBlank(c) || c == ',' || c == container))
-            return isBlank(c) ? 6 : afterValue(c);
-        if (isNested && c == open)
-            ++depth;
-        const bool isEnd = close != 0 && c == close && --depth == 0;
-        if (!isEnd || isNested)
-            value += c;
-        return isEnd ? 6 : 5;
-    }
-    int afterValue(char c) const { return c == ',' ? nextPair() : c == container ? 7 : 8; }
-
-    int step(int state, char c) {
-        if (state != 2 && state != 5 && isBlank(c))
-            return state;
-        switch (state) {
-        case 0:
-            return start(c);
-        case 1:
-            return keyStart(c);
-        case 2:
-            return inKey(c);
-        case 3:
-            return c == ':' ? 4 : 8;
-        case 4:
-            return valueStart(c);
-        case 5:
-            return inValue(c);
-        case 6:
-            return afterValue(c);
-        default:
-            return 8;
-        }
-    }
-
-    void parse(std::string_view text) {
-        int state = 0;
-        for (std::size_t i = 0; i < text.size() && state != 8; ++i) {
-            const int before = state;
-            state = step(state, text[i]);
-            if (before == 5 && state != 5) {
-                pairs.emplace_back(key, JsonObjectValue{value, isNested});
-                key.clear();
-                value.clear();
-            }
-            error = state == 8 ? static_cast<int>(i) : -1;
-        }
-    }
 };
+
+// The states, by number: start, key start, in key, behind key, value start, in value, behind value, end,
+// error.
+Literal literalParse(std::string_view text) {
+    Literal result;
+    std::string key;
+    JsonObjectValue value;
+    char quote = 0, open = 0, close = 0, container = 0;
+    int depth = 0;
+    for (int i = 0, state = 0; i < std::ssize(text) && state != 8; ++i) {
+        const char c = text[static_cast<std::size_t>(i)];
+        const int before = state;
+        const bool isBlank = c == ' ' || c == '\r' || c == '\t' || c == '\n';
+        const bool isQuote = c == '"' || c == '\'';
+        const int nextPair = container == ']' ? 4 : 1;
+        const int behindValue = c == ',' ? nextPair : c == container ? 7 : 8;
+        if (isBlank && state != 2 && state != 5)
+            continue;
+        if (state == 0) {
+            container = c == '[' ? ']' : '}';
+            state = c == '[' ? 4 : c == '{' ? 1 : 8;
+        } else if (state == 1) {
+            quote = isQuote ? c : '\0';
+            key = isQuote ? "" : std::string(1, c);
+            state = 2;
+        } else if (state == 2) {
+            state = c == ':' ? 4 : isBlank || (quote != 0 && c == quote) ? 3 : 2;
+            key += state == 2 ? std::string(1, c) : "";
+        } else if (state == 3) {
+            state = c == ':' ? 4 : 8;
+        } else if (state == 4) {
+            value = {isQuote ? "" : std::string(1, c), c == '[' || c == '{'};
+            close = c == '[' ? ']' : c == '{' ? '}' : isQuote ? c : '\0';
+            open = c;
+            depth = 1;
+            state = 5;
+        } else if (state == 5 && close == 0 && (isBlank || behindValue != 8)) {
+            state = isBlank ? 6 : behindValue;
+        } else if (state == 5) {
+            depth += value.isNested && c == open ? 1 : close != 0 && c == close ? -1 : 0;
+            state = depth == 0 ? 6 : 5;
+            value.text += state == 5 || value.isNested ? std::string(1, c) : "";
+        } else {
+            state = state == 6 ? behindValue : 8;
+        }
+        if (before == 5 && state != 5)
+            result.pairs.emplace_back(std::exchange(key, {}), value);
+        result.error = state == 8 ? i : -1;
+    }
+    return result;
+}
 
 } // namespace
 
@@ -107,8 +72,7 @@ void handle(std::string_view input) {
     static const PostedEvents events;
     const std::string body(input);
     Json json;
-    Literal literal;
-    literal.parse(body);
+    const Literal literal = literalParse(body);
     EXPECT_EQ(json.parse(body), literal.error < 0);
     EXPECT_EQ(json.errorPosition(), literal.error);
     EXPECT_TRUE(std::equal(json.result().begin(), json.result().end(), literal.pairs.begin(),
