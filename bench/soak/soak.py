@@ -134,7 +134,7 @@ class Soak:
         while time.time() < until:
             begin = time.time()
             time.sleep(self._random.uniform(*CALM_SECONDS))
-            self._injector.one((time.time() - self.begin) % period < period * ENDING_SHARE)
+            self._injector.one((time.time() - self.begin) % HOUR < period * ENDING_SHARE)
             self.device_seconds += (time.time() - begin) * self._speed
             if self.device.ended():
                 raise RuntimeError(f"{self.device.ended()} ended: {self.device.output(self.device.ended()[0])}")
