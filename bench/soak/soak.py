@@ -79,7 +79,7 @@ class Soak:
 
     def __init__(self, device, options):
         self.device = device
-        self.begin = time.time()
+        self.begin = self._warm = time.time()
         self.device_seconds = 0
         self._speed = options.speed
         self._random = random.Random(options.seed)
@@ -114,7 +114,8 @@ class Soak:
         time.sleep(min(WARM_SECONDS, seconds / 10))
         wait_until(lambda: all(self.tally.counts[c.name] > 1 for c in self._clients), READY_SECONDS, "warm clients")
         self.resting.rest()
-        end, period = time.time() + seconds, min(HOUR, seconds)
+        self._warm = time.time()
+        end, period = self._warm + seconds, min(HOUR, seconds)
         while time.time() < end:
             self._disturb(min(time.time() + period / RESTS, end), period)
             self.resting.rest(prove if time.time() >= end else ())
@@ -134,7 +135,7 @@ class Soak:
         while time.time() < until:
             begin = time.time()
             time.sleep(self._random.uniform(*CALM_SECONDS))
-            self._injector.one((time.time() - self.begin) % HOUR < period * ENDING_SHARE)
+            self._injector.one((time.time() - self._warm) % HOUR < period * ENDING_SHARE)
             self.device_seconds += (time.time() - begin) * self._speed
             if self.device.ended():
                 raise RuntimeError(f"{self.device.ended()} ended: {self.device.output(self.device.ended()[0])}")
