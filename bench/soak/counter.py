@@ -107,18 +107,18 @@ class Counter(threading.Thread):
         next_line = 0
         while not self._end.is_set():
             if not self._runs.is_set():
-                while not self._tick():
+                while not self.tick():
                     pass
                 self._idle.set()
                 self._runs.wait()
-            self._tick()
+            self.tick()
             if time.monotonic() >= next_line:
                 next_line = time.monotonic() + LINE_SECONDS
                 self._log()
             time.sleep(TICK_SECONDS)
 
-    def _tick(self):
-        """Returns whether the event is posted."""
+    def tick(self):
+        """Stores and posts the time. Returns whether the event is posted."""
         self.value = max(self.value + 1, self.now())
         self.store(AT, self.value)
         self._ticks.append(self.value)
