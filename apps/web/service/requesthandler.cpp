@@ -2,11 +2,11 @@
 
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/introspection/introspection.h"
+#include "apps/common/values/variablejson.h"
 #include "apps/web/service/request.h"
 #include "apps/web/service/requeststream.h"
 #include "apps/web/service/variables/resultanswer.h"
 #include "apps/web/service/variables/setrequest.h"
-#include "apps/common/values/variablejson.h"
 
 #include <exception>
 #include <ostream>

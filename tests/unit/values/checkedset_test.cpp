@@ -40,12 +40,14 @@ TEST_F(CheckedSetTest, RefusalsNameVariableValueAndReason) {
         {"ProductName", R"("a\u0000b")",
          "wrong-type: ProductName takes a text without zero characters, not \"a\\u0000b\""},
         {"MemPersistent.DisplayUnit", R"("meter")",
-         "not-an-entry: MemPersistent.DisplayUnit: \"meter\" is not an entry of DisplayUnit: Default, Meter, Feet"},
+         "not-an-entry: MemPersistent.DisplayUnit: \"meter\" is not an entry of DisplayUnit: Default, Meter, "
+         "Feet"},
         {"MemLens.DisplayUnit", "1", "unknown-variable: MemLens.DisplayUnit is not a variable"},
         {"LensFileList[100]", "{}", "not-an-index: LensFileList[100]: the index is not between 0 and 99"},
         {"LensFileList[-1].LensFileName", "1",
          "not-an-index: LensFileList[-1].LensFileName: the index is not between 0 and 99"},
-        {"LensFileList.LensFileName", "1", "not-an-index: LensFileList.LensFileName: the index of the element is missing"},
+        {"LensFileList.LensFileName", "1",
+         "not-an-index: LensFileList.LensFileName: the index of the element is missing"},
         {"FocusMotor[0]", "{}", "not-an-index: FocusMotor[0]: FocusMotor is not an array"},
         {"LensFileList[1].Name", "1", "unknown-variable: LensFileList[1].Name: LensFile has no member Name"},
         {"LensFileList[1]", R"({"LensFileValid":7})",
@@ -70,7 +72,8 @@ TEST_F(CheckedSetTest, EveryVariableTakesItsValueAndRefusesOthers) {
         const Json present = isNumber ? min : Json::parse(plainValue({id, std::nullopt, nullptr}));
         EXPECT_EQ(outcome(set, id.name(), present), "accepted");
         EXPECT_THAT(outcome(set, id.name(), nullptr), testing::StartsWith("wrong-type: " + id.name()));
-        const Json other = isNumber ? Json(min.get<double>() - 1 - std::abs(min.get<double>())) : Json::array();
+        const Json other =
+            isNumber ? Json(min.get<double>() - 1 - std::abs(min.get<double>())) : Json::array();
         EXPECT_NE(outcome(set, id.name(), other), "accepted");
     }
     std::string after;
