@@ -17,7 +17,7 @@ namespace {
 
 constexpr char SOCKET_PATH[] = "/var/volatile/message-broker.socket";
 
-/// The child's message: an error number, and the connected socket as ancillary data if it is 0.
+// The child's message: an error number, and the connected socket as ancillary data if it is 0.
 struct Passed {
     int error = 0;
     iovec content{&error, sizeof error};
