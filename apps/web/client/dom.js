@@ -41,8 +41,16 @@ export function saveAs(name, type, parts) {
   setTimeout(() => URL.revokeObjectURL(url), 10000);
 }
 
-// Asks a yes-or-no question in the page's dialog; resolves to whether the answer was yes.
+let lastAnswer = Promise.resolve();
+
+// Asks a yes-or-no question in the page's dialog; resolves to whether the answer was yes. Questions are asked one after
+// the other: the event that closes a dialog comes later than the next key, and would answer the next question, too.
 export function ask(text, yes) {
+  lastAnswer = lastAnswer.then(() => showQuestion(text, yes));
+  return lastAnswer;
+}
+
+function showQuestion(text, yes) {
   const dialog = byId("question");
   byId("question-text").textContent = text;
   dialog.querySelector("[value=yes]").textContent = yes;
