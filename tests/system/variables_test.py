@@ -32,6 +32,18 @@ def test_values_are_those_of_the_web_api(device):
         "MemPersistent.FocusTorque", 1, 4, 208)
 
 
+def test_list_has_columns_and_cuts_long_values(device):
+    names = ("*.DisplayUnit", "*.LensFileList", "*.ProductName", "*.IrisTorque")
+    rows = run(device, "list", "--long", *names)[1].splitlines()
+    types = rows[0].index("TYPE")
+    assert [row[types:].split()[0] for row in rows[1:]] == ["string(20)", "int", "DisplayUnit", "LensFile[100]"]
+    assert rows[2].split() == ["MemPersistent.IrisTorque", "int", "1", "to", "4", "209", "48+4", "1"]
+    assert rows[3].endswith("  Default, Meter, Feet")
+    assert '  [{"LensFileName":"Zoom' in rows[4] and "..." in rows[4] and len(rows[4]) < 200
+    assert run(device, "list", "MemLens.LensFileListSize")[1].splitlines()[1].split() == [
+        "MemLens.LensFileListSize", "int", "0", "to", "100", "8"]
+
+
 def test_all_values_or_none_are_stored(device):
     assert run(device, "set", "FocusTorque=3", "LensFileList[2].LensFileName=Prime=50") == (0, "", "")
     assert run(device, "set", "FocusTorque=4", "IrisTorque=5", "Nowhere=1") == (
