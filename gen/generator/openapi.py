@@ -1,6 +1,8 @@
 """The OpenAPI description of the web API: a hand-written frame and the schemas of the model's variables.
 
-    Memory.<memory>, Value.<type>                     as all.cgi and update.cgi deliver them
+    Memory.<memory>                                   all variables of a memory, as all.cgi delivers them
+    Change.<memory>                                   some of them, as update.cgi delivers them
+    Value.<type>                                      their values
     SetMemory.<memory>, Set.<structure>               as set.cgi takes them
     Entry.<enumeration>                               the names of its entries, for both
 """
@@ -12,7 +14,7 @@ import yaml
 from jsonformat import format_json
 from layout import BOOL, BUFFER, ENUM, FLOAT, INT, STRING, STRUCT, Types
 from model import event_name
-from schema import Schema, closed_object
+from schema import Schema, closed_object, complete_object
 
 FRAME = Path(__file__).parent / "templates" / "openapi.yaml"
 SCHEMAS = "#/components/schemas/"
@@ -37,7 +39,8 @@ def schemas(model):
     return {
         **tree(model),
         **{f"Memory.{memory.name}": read_memory(memory, values) for memory in model.memories},
-        **{f"Value.{name}": value for name, value in values.values().items()},
+        **{f"Change.{memory.name}": changed_memory(memory, values) for memory in model.memories},
+        **{f"Value.{name}": value for name, value in values.values().items() if name in used_types(model)},
         **assignment(model),
         **{f"SetMemory.{memory.name}": sets.memory(memory) for memory in model.memories},
         **{f"Set.{structure.name}": sets.structure(structure) for structure in model.structures},
@@ -50,25 +53,31 @@ def reference(name):
     return {"$ref": SCHEMAS + name}
 
 
+def used_types(model):
+    """The types that variables have; some enumerations occur in structures only."""
+    return {variable.type for memory in model.memories for variable in memory.variables}
+
+
 def tree(model):
     return {
         "Tree": {
-            **reference("Changes"),
+            **complete_object({memory.name: reference(f"Memory.{memory.name}") for memory in model.memories}),
             "description": "Every memory with every variable.",
-            "required": [memory.name for memory in model.memories],
-            "properties": {memory.name: {"required": [variable.name for variable in memory.variables]}
-                           for memory in model.memories},
         },
         "Changes": {
-            **closed_object({memory.name: reference(f"Memory.{memory.name}") for memory in model.memories}),
+            **closed_object({memory.name: reference(f"Change.{memory.name}") for memory in model.memories}),
             "description": "Those memories and variables that have changed.",
         },
     }
 
 
 def read_memory(memory, values):
-    return closed_object({variable.name: {**values.variable(variable), **about(variable)}
-                          for variable in memory.variables})
+    return complete_object({variable.name: {**values.variable(variable), **about(variable)}
+                            for variable in memory.variables})
+
+
+def changed_memory(memory, values):
+    return closed_object({variable.name: values.variable(variable) for variable in memory.variables})
 
 
 def about(variable):
@@ -102,7 +111,7 @@ class SetSchema:
         return {
             **closed_object({"Index": {"type": "integer", "minimum": 0}, **members}),
             "minProperties": 1,
-            "not": {"required": ["Index"], "maxProperties": 1},
+            "not": {"properties": {"Index": {}}, "required": ["Index"], "maxProperties": 1},
         }
 
     def _variable(self, variable):

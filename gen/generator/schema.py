@@ -62,7 +62,7 @@ class Schema:
 
     def _structure(self, structure):
         members = {member.name: self._member(member) for member in structure.members}
-        return {**closed_object(members), "required": list(members)}
+        return complete_object(members)
 
     def _member(self, member):
         base = self._types.base(member.type)
@@ -85,7 +85,7 @@ def fixed_array(items, length):
 def base_definitions():
     """Values as objects of texts."""
     return {
-        "bool": text_object({"value": {"enum": ["true", "false"]}, "type": {"const": "bool"},
+        "bool": complete_object({"value": {"enum": ["true", "false"]}, "type": {"const": "bool"},
                              "textid": {"const": ["false", "true"]}}),
         "int": described_value("int", {"pattern": "^-?[0-9]+$"}),
         "float": described_value("float", {"pattern": "^-?([0-9]+\\.[0-9]{6}|inf|nan)$"}),
@@ -95,11 +95,12 @@ def base_definitions():
 
 
 def described_value(type_name, value):
-    return text_object({"max": {"type": "string"}, "min": {"type": "string"}, "type": {"const": type_name},
+    return complete_object({"max": {"type": "string"}, "min": {"type": "string"}, "type": {"const": type_name},
                         "value": {"type": "string", **value}})
 
 
-def text_object(properties):
+def complete_object(properties):
+    """All of them are there."""
     return {**closed_object(properties), "required": list(properties)}
 
 
@@ -119,5 +120,5 @@ def entry_names(enumeration):
 
 
 def enumeration_value(enumeration):
-    return text_object({"value": {"anyOf": entry_names(enumeration)}, "type": {"const": enumeration.name},
+    return complete_object({"value": {"anyOf": entry_names(enumeration)}, "type": {"const": enumeration.name},
                         "textid": {"const": list(enumeration.entries)}})
