@@ -10,7 +10,7 @@ SERVICE = "apps/web/service/"
 FLOORS = [
     ["apps/common/diagnostics/", "apps/common/files/"],
     ["apps/common/event/", "apps/common/sharedmemory/"],
-    ["gen/code/", "apps/common/introspection/", "apps/common/introspection_enum/"],
+    ["gen/code/", "apps/common/introspection/", "apps/common/introspection_enum/", "apps/common/fastcgi/"],
     ["apps/common/values/", "apps/gui/common/", "apps/libs/lhwinfo/", SERVICE + "fcgi.", SERVICE + "request.",
      SERVICE + "requeststream.", SERVICE + "fastcgi/"],
     [SERVICE + "variables/", SERVICE + "logging.", SERVICE + "log/", SERVICE + "screencapture.",

@@ -65,6 +65,8 @@ void dispatch(const epoll_event& event) {
         callback->event(EventPoll::Callback::Priority);
     else if ((event.events & EPOLLIN) != 0)
         callback->event(EventPoll::Callback::Readable);
+    else if ((event.events & EPOLLOUT) != 0)
+        callback->event(EventPoll::Callback::Writable);
 }
 
 timer_t createTimer(EventPoll* poll) {

@@ -22,10 +22,12 @@ public:
             Priority = 0, ///< urgent data (EPOLLPRI)
             Readable = 1, ///< data or end of file (EPOLLIN)
             Hangup = 2,   ///< the peer has closed (EPOLLHUP); data may still be there
+            Writable = 3, ///< room for output (EPOLLOUT), of descriptors that were added for it only
         };
 
-        /// May add and remove descriptors, its own included. The rest of the batch is still delivered, so the
-        /// object must outlive this wait. An exception abandons the batch and leaves wait.
+        /// Called once for each event of a wait, with the first that applies of Hangup, Priority, Readable
+        /// and Writable. May add and remove descriptors, its own included. The rest of the batch is still
+        /// delivered, so the object must outlive this wait. An exception abandons the batch and leaves wait.
         virtual void event(EventType type) = 0;
         virtual ~Callback() = default;
     };

@@ -148,6 +148,7 @@ void ServerConnection::event(EventType type) {
     case Hangup:
         return close();
     case Priority:
+    case Writable:
         return;
     }
 }

@@ -4,62 +4,18 @@
 #include "apps/web/service/request.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <exception>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <utility>
 
-namespace {
-
-constexpr int BACKLOG = 10;
-constexpr int INHERITED_FD = 0;
-
-Descriptor openReserved() {
-    return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
-}
-
-void setOption(int fd, int level, int option) {
-    const int on = 1;
-    setsockopt(fd, level, option, &on, sizeof(on));
-}
-
-Descriptor listenOn(int port) {
-    Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd.isOpen())
-        throwErrorNumber(__FILE__, __LINE__, "socket");
-    setOption(fd.get(), SOL_SOCKET, SO_REUSEADDR);
-    // Accepted sockets inherit this: the end of an answer is sent at once.
-    setOption(fd.get(), IPPROTO_TCP, TCP_NODELAY);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<in_port_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
-        throwErrorNumber(__FILE__, __LINE__, "bind");
-    listen(fd.get(), BACKLOG);
-    return fd;
-}
-
-} // namespace
-
 Fcgi::Fcgi(int port, EventPoll& poll)
-    : socket_(listenOn(port)), poll_(poll), parked_(poll), reserved_(openReserved()) {
-    poll_.add(listening(), this, EPOLLIN);
-}
+    : listener_(std::in_place, port, poll, this), poll_(poll), parked_(poll) {}
 
-Fcgi::Fcgi(EventPoll& poll) : poll_(poll), parked_(poll), reserved_(openReserved()) {
-    setOption(listening(), IPPROTO_TCP, TCP_NODELAY);
-    poll_.add(listening(), this, EPOLLIN);
-}
+Fcgi::Fcgi(EventPoll& poll) : listener_(std::in_place, poll, this), poll_(poll), parked_(poll) {}
 
 Fcgi::~Fcgi() {
-    stopListening();
-    socket_.close();
+    listener_.reset(); // requests end while nobody listens
     for (const auto& [id, request] : registry_)
         if (!request->isFinished())
             request->end();
@@ -67,7 +23,7 @@ Fcgi::~Fcgi() {
 
 void Fcgi::stopAccepting() {
     isStopping_ = true;
-    stopListening();
+    listener_->stop();
     for (const auto& [key, request] : accepted_) {
         if (request->isIdle())
             request->event(Readable); // a request may just have arrived
@@ -85,18 +41,14 @@ bool Fcgi::isBusy() const {
         });
 }
 
-int Fcgi::listening() const {
-    return socket_.isOpen() ? socket_.get() : INHERITED_FD;
-}
-
 void Fcgi::event(EventType type) {
     if (type > Readable)
         return;
     for (const Request* request : std::exchange(abandoned_, {}))
         accepted_.erase(request);
-    Descriptor connection(accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC));
+    Descriptor connection = listener_->accept();
     if (!connection.isOpen())
-        return acceptFailed();
+        return;
     try {
         take(std::move(connection));
     } catch (const std::exception& exception) {
@@ -137,53 +89,6 @@ void Fcgi::serve(Descriptor connection) {
     ++nextId_;
 }
 
-void Fcgi::acceptFailed() {
-    switch (errno) {
-    case EINTR:
-    case EAGAIN:
-    case ECONNABORTED:
-    case EPROTO:
-        return; // the client has disconnected, or a signal came: the next event accepts
-    case EMFILE:
-    case ENFILE:
-    case ENOBUFS:
-    case ENOMEM:
-        return rejectConnection();
-    default:
-        throwErrorNumber(__FILE__, __LINE__, "accept");
-    }
-}
-
-// Without a descriptor the connection stays in the queue and keeps the listening socket readable.
-void Fcgi::rejectConnection() {
-    const bool hasReserved = reserved_.close() == 0;
-    Descriptor rejected(hasReserved ? accept4(listening(), nullptr, nullptr, SOCK_CLOEXEC) : -1);
-    if (!rejected.isOpen())
-        return pauseListening();
-    LOG_MESSAGE(Warn, "Out of descriptors, connection rejected");
-    rejected.close();
-    reserved_ = openReserved();
-}
-
-void Fcgi::pauseListening() {
-    LOG_MESSAGE(Warn, "Out of descriptors, no connections accepted for now");
-    stopListening();
-}
-
-void Fcgi::stopListening() {
-    if (!std::exchange(isPaused_, true))
-        poll_.remove(listening());
-}
-
-void Fcgi::endPause() {
-    if (!reserved_.isOpen())
-        reserved_ = openReserved();
-    if (!isPaused_ || isStopping_ || !reserved_.isOpen())
-        return;
-    poll_.add(listening(), this, EPOLLIN);
-    isPaused_ = false;
-}
-
 Request* Fcgi::request(unsigned int id) const {
     const auto found = registry_.find(id);
     return found == registry_.end() ? nullptr : found->second;
@@ -209,7 +114,7 @@ void Fcgi::removeRequest(Request* request) {
 
 void Fcgi::cleanupAt(BodyBudget::Clock::time_point now) {
     deleteMarked();
-    endPause();
+    listener_->endPause();
     dropStalled(now);
     for (Request* request : bodies_.admit(now)) {
         watch(request, EPOLLIN);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
+#include "apps/common/fastcgi/listener.h"
 #include "apps/common/files/descriptor.h"
 #include "apps/web/service/fastcgi/bodybudget.h"
 #include "apps/web/service/fastcgi/parkedconnections.h"
@@ -8,6 +9,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class Request;
@@ -46,11 +48,8 @@ public:
     Fcgi(const Fcgi&) = delete;
     Fcgi& operator=(const Fcgi&) = delete;
 
-    /// Accepts one connection. A client that has disconnected is no error. When the process has no descriptor
-    /// left, a reserved one is released so that the connection can be accepted and closed, with a Warn line;
-    /// if that fails, the listener pauses until a cleanup can reserve one again. Another exception closes the
-    /// accepted connection and is logged at Error. Throws through throwErrorNumber with "accept" when the
-    /// listening socket itself fails.
+    /// Accepts one connection, see Listener::accept; a cleanup ends the listener's pause. An exception closes
+    /// the accepted connection and is logged at Error. Throws as Listener::accept.
     void event(EventType type) override;
 
     /// The registered request with this id, or null. For callers that keep an id across turns of the loop.
@@ -95,16 +94,9 @@ private:
     void deleteMarked();
     void destroy(Request* request);
     void dropStalled(BodyBudget::Clock::time_point now);
-    void pauseListening();
-    void stopListening();
-    void endPause();
     void watch(Request* request, unsigned int events);
-    void acceptFailed();
-    void rejectConnection();
 
-    int listening() const;
-
-    Descriptor socket_; // none when the listening socket is inherited
+    std::optional<Listener> listener_; // until the destructor
     unsigned int nextId_ = 0;
     std::map<unsigned int, Request*> registry_;
     std::vector<unsigned int> marked_;
@@ -113,8 +105,6 @@ private:
     BodyBudget bodies_;
     std::map<const Request*, std::unique_ptr<Request>> accepted_; // by this listener, registered or not
     ParkedConnections parked_;
-    Descriptor reserved_; // released by rejectConnection
-    bool isPaused_ = false;
     bool isStopping_ = false;
     bool isAbandonedMarked_ = false; // since the last cleanup
 };

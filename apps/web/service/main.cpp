@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <malloc.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 void processPreInit() {}
@@ -26,13 +25,6 @@ void returnLargeBlocks() {
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
 }
 
-// systemd passes the listening socket as descriptor 0.
-bool isListening(int fd) {
-    int value = 0;
-    socklen_t size = sizeof value;
-    return getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) == 0 && value != 0;
-}
-
 // Answers the accepted requests after SIGTERM, at most for DRAIN_TIME. New connections wait in systemd's
 // socket.
 void drain(EventPoll& poll, Fcgi& fcgi, RequestHandler& handler) {
@@ -44,7 +36,7 @@ void drain(EventPoll& poll, Fcgi& fcgi, RequestHandler& handler) {
 int run() {
     gen::init();
     EventPoll& poll = gen::getEventPoll();
-    const bool isInherited = isListening(STDIN_FILENO);
+    const bool isInherited = Listener::isListening(STDIN_FILENO); // systemd's
     Fcgi fcgi = isInherited ? Fcgi(poll) : Fcgi(PORT, poll);
     RequestHandler handler(poll, fcgi);
     if (isInherited) // the requests in its queue may have waited while no service received changes

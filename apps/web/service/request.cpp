@@ -40,23 +40,6 @@ std::string_view takeFront(std::string_view& text, std::size_t count) {
     return front;
 }
 
-int decodeLength(const unsigned char*& cursor, int& remaining) {
-    if (remaining < 1)
-        return -1;
-    const unsigned char first = *cursor++;
-    --remaining;
-    if (first < 128)
-        return first;
-    if (remaining < 3) {
-        remaining = 0;
-        return -1;
-    }
-    const int length = (first & 0x7F) << 24 | cursor[0] << 16 | cursor[1] << 8 | cursor[2];
-    cursor += 3;
-    remaining -= 3;
-    return length;
-}
-
 } // namespace
 
 Request::Request(RequestRegistry* fcgi, int fd, int id)
@@ -172,25 +155,15 @@ void Request::freeBody() {
 
 int Request::getLength(unsigned char*& cursor, int& remaining) {
     const unsigned char* next = cursor;
-    const int length = decodeLength(next, remaining);
+    const int length = fastcgi::decodeLength(next, remaining);
     cursor += next - cursor;
     return length;
 }
 
 void Request::addParams(const unsigned char* data, int length) {
-    while (length > 0) {
-        const int nameLength = decodeLength(data, length);
-        const int valueLength = decodeLength(data, length);
-        if (nameLength < 0 || valueLength < 0 || (nameLength == 0 && valueLength == 0))
-            return;
-        if (nameLength > length || valueLength > length - nameLength) // their sum may not fit an int
-            return;
-        const char* text = reinterpret_cast<const char*>(data);
-        addParam({text, static_cast<std::size_t>(nameLength)},
-                 {text + nameLength, static_cast<std::size_t>(valueLength)});
-        data += nameLength + valueLength;
-        length -= nameLength + valueLength;
-    }
+    std::string_view content(reinterpret_cast<const char*>(data), static_cast<std::size_t>(length));
+    for (fastcgi::Pair pair; !content.empty() && fastcgi::takePair(content, pair);)
+        addParam(std::string(pair.name), std::string(pair.value));
 }
 
 void Request::addParam(const std::string& name, const std::string& value) {

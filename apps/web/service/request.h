@@ -1,8 +1,9 @@
 #pragma once
 
 #include "apps/common/event/eventpoll.h"
+#include "apps/common/fastcgi/receivebuffer.h"
+#include "apps/common/fastcgi/records.h"
 #include "apps/common/files/descriptor.h"
-#include "apps/web/service/fastcgi/receivebuffer.h"
 #include "apps/web/service/fastcgi/requestregistry.h"
 
 #include <any>
@@ -14,14 +15,7 @@
 #include <string_view>
 
 /// One FastCGI connection from the web server and the request that runs on it, in the responder role of
-/// FastCGI version 1 (https://fastcgi-archives.github.io/FastCGI_Specification.html), one request at a time.
-///
-/// A record, all integers big-endian; content and padding follow:
-///
-///     0         1        2            4                6                7          8
-///     +---------+--------+------------+----------------+----------------+----------+
-///     | version |  type  | request id | content length | padding length | reserved |
-///     +---------+--------+------------+----------------+----------------+----------+
+/// FastCGI version 1, one request at a time. fastcgi/records.h describes the records.
 ///
 /// BEGIN_REQUEST, PARAMS and STDIN are handled, other types up to 10 are ignored. When STDIN ends, the
 /// listener registers the request and dispatches it to its callback, which answers at once or later through
@@ -35,21 +29,13 @@
 /// "Body is too large".
 class Request : public EventPoll::Callback {
 public:
-    enum RecordType : unsigned char {
-        BeginRequest = 1,
-        EndRequest = 3,
-        Params = 4,
-        Stdin = 5,
-        Stdout = 6,
-        Stderr = 7,
-        MaxType = 10
-    };
+    using RecordType = fastcgi::RecordType;
+    using enum fastcgi::RecordType;
 
     /// The time that sending one answer may block in total, waiting for the web server to take it.
     static constexpr std::chrono::seconds SEND_TIMEOUT{5};
 
-    /// Longest content of a written record: the largest multiple of 8 that the length field holds.
-    static constexpr unsigned int MAX_CONTENT = 65528;
+    static constexpr unsigned int MAX_CONTENT = fastcgi::MAX_CONTENT;
 
     /// Takes ownership of the descriptor `fd`. `id` is the listener's number for the connection. `fcgi`, an
     /// Fcgi or null, must outlive the request.

@@ -1,4 +1,4 @@
-#include "apps/web/service/fastcgi/receivebuffer.h"
+#include "apps/common/fastcgi/receivebuffer.h"
 
 #include <algorithm>
 #include <array>
