@@ -1,6 +1,6 @@
 # To be sourced: the packages of Debian 12 that the scripts need, and how they are installed.
 
-BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libcli11-dev libpng-dev libcairo2-dev libgtest-dev
+BUILD_PACKAGES=(g++ cmake ninja-build nlohmann-json3-dev libpng-dev libcairo2-dev libgtest-dev
                 libgmock-dev python3 python3-yaml python3-jinja2 esbuild)
 # npm downloads the browser console's plotting library. An npm from elsewhere is used if there is one.
 command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
@@ -22,7 +22,7 @@ COVERAGE_PACKAGES=(gcovr)
 ARMHF_PACKAGES=(g++-arm-linux-gnueabihf qemu-user)
 # For script/sysroot: libraries and their development packages.
 SYSROOT_PACKAGES=(libpng16-16 zlib1g libcairo2
-                  libpng-dev zlib1g-dev libcairo2-dev libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev
+                  libpng-dev zlib1g-dev libcairo2-dev libgtest-dev libgmock-dev nlohmann-json3-dev
                   libfcgi0ldbl libfcgi-dev)
 # Dependencies of these libraries that script/sysroot leaves out.
 SYSROOT_PRESENT=(libc6 libgcc-s1 libstdc++6 fontconfig-config)

@@ -22,8 +22,9 @@ std::string webValue(const Reference& reference) {
 
 // Texts without quotes, for shell scripts.
 std::string bareValue(const Reference& reference) {
-    const nlohmann::json value = nlohmann::json::parse(plainValue(reference), nullptr, false);
-    return value.is_string() ? value.get<std::string>() : plainValue(reference);
+    const std::string text = plainValue(reference);
+    const nlohmann::json value = nlohmann::json::parse(std::string_view(text), nullptr, false);
+    return value.is_string() ? value.get<std::string>() : text;
 }
 
 std::vector<Reference> references(const std::string& name) {

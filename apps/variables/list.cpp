@@ -1,16 +1,13 @@
 #include "apps/common/introspection/introspection.h"
+#include "apps/common/introspection/jsonstring.h"
 #include "apps/common/introspection_enum/introspection_enum.h"
 #include "apps/common/values/plainvalue.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/table.h"
 
-#include <nlohmann/json.hpp>
-
 #include <cstdio>
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::size_t SHOWN_BYTES = 60;
 
@@ -81,25 +78,53 @@ void printTable(const std::vector<VariableId>& variables, bool isLong) {
     table.print();
 }
 
-void addPlace(Json& row, const VariableDescriptor& variable) {
-    row["event"] = variable.event.id;
-    row["location"] = variable.location;
-    row["size"] = variable.size;
-    if (variable.baseType == BaseEnum)
-        row["entries"] = entries(variable);
+// ,"name":
+void appendKey(std::string& out, const char* name) {
+    out += out.back() == '{' ? "\"" : ",\"";
+    out.append(name) += "\":";
 }
 
-Json jsonRow(const VariableId& id, bool isLong) {
+void appendText(std::string& out, const char* name, const std::string& text) {
+    appendKey(out, name);
+    appendJsonString(out, text);
+}
+
+// `json` is a JSON value.
+void appendValue(std::string& out, const char* name, const std::string& json) {
+    appendKey(out, name);
+    out += json;
+}
+
+std::string entriesJson(const VariableDescriptor& variable) {
+    std::string text = "[";
+    for (const std::string& entry : entries(variable)) {
+        text += text.size() == 1 ? "" : ",";
+        appendJsonString(text, entry);
+    }
+    return text + "]";
+}
+
+void appendPlace(std::string& out, const VariableDescriptor& variable) {
+    appendValue(out, "event", std::to_string(variable.event.id));
+    appendValue(out, "location", std::to_string(variable.location));
+    appendValue(out, "size", std::to_string(variable.size));
+    if (variable.baseType == BaseEnum)
+        appendValue(out, "entries", entriesJson(variable));
+}
+
+std::string jsonRow(const VariableId& id, bool isLong) {
     const VariableDescriptor& variable = id.descriptor();
-    Json row{{"variable", id.name()}, {"type", typeText(variable)}};
+    std::string row = "{";
+    appendText(row, "variable", id.name());
+    appendText(row, "type", typeText(variable));
     if (hasBounds(variable)) {
-        row["min"] = Json::parse(Introspection::getVarMin(id.mem, id.var));
-        row["max"] = Json::parse(Introspection::getVarMax(id.mem, id.var));
+        appendValue(row, "min", Introspection::getVarMin(id.mem, id.var));
+        appendValue(row, "max", Introspection::getVarMax(id.mem, id.var));
     }
     if (isLong)
-        addPlace(row, variable);
-    row["value"] = Json::parse(plainValue({id, std::nullopt, nullptr}));
-    return row;
+        appendPlace(row, variable);
+    appendValue(row, "value", plainValue({id, std::nullopt, nullptr}));
+    return row + "}";
 }
 
 } // namespace
@@ -111,7 +136,7 @@ int list(const ListOptions& options) {
         return 0;
     }
     for (std::size_t i = 0; i < variables.size(); ++i)
-        std::printf("%s%s", i == 0 ? "[" : ",\n ", jsonRow(variables[i], options.isLong).dump().c_str());
+        std::printf("%s%s", i == 0 ? "[" : ",\n ", jsonRow(variables[i], options.isLong).c_str());
     std::puts("]");
     return 0;
 }

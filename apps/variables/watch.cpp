@@ -84,7 +84,8 @@ public:
     bool isMet() const {
         if (!isGiven_)
             return false;
-        const nlohmann::json present = nlohmann::json::parse(plainValue(reference_), nullptr, false);
+        const std::string text = plainValue(reference_);
+        const nlohmann::json present = nlohmann::json::parse(std::string_view(text), nullptr, false);
         if (present.is_number_float() || value_.is_number_float())
             return present.is_number() && present.get<float>() == value_.get<float>();
         return present == value_;

@@ -108,6 +108,6 @@ Json valueFromText(const Reference& reference, const std::string& text) {
         reference.member != nullptr ? reference.member->baseType : reference.variable.descriptor().baseType;
     if (baseType == BaseString || baseType == BaseBuffer || baseType == BaseEnum)
         return text;
-    const Json value = Json::parse(text, nullptr, false);
+    const Json value = Json::parse(std::string_view(text), nullptr, false);
     return value.is_discarded() ? Json(text) : value;
 }
