@@ -120,6 +120,9 @@ function filesIn(folder, below = "") {
             : [`${below}${entry.name}`]);
 }
 
+// The level of compress.conf of both web servers.
+const compressed = (content) => gzipSync(content, { level: 5 });
+
 function printSizes() {
     const folder = new URL(`file://${process.env.SYSTEM_TEST_BUILD}/client/`);
     const groups = { "own code": [], libraries: [], "generated data": [] };
@@ -130,12 +133,12 @@ function printSizes() {
     }
     const size = (contents, form = (content) => content) =>
         contents.reduce((total, content) => total + form(content).length, 0);
-    const row = ([name, contents]) => [name, contents.length, size(contents), size(contents, gzipSync)];
+    const row = ([name, contents]) => [name, contents.length, size(contents), size(contents, compressed)];
     const rows = [...Object.entries(groups), ["all", Object.values(groups).flat()]].map(row);
-    const sent = size([...groups["own code"], ...groups["generated data"]], gzipSync);
+    const sent = rows.at(-1).at(-1);
     console.log("All that the page may load besides the device's answers, in bytes.\n");
-    printTable(["what", "files", "bytes", "each compressed by gzip"], rows);
-    if (sent > SENT_LIMIT) complaints.push(`own code and generated data have ${sent} bytes when compressed, more than ${SENT_LIMIT}`);
+    printTable(["what", "files", "bytes", "each compressed as the web servers do"], rows);
+    if (sent > SENT_LIMIT) complaints.push(`all files have ${sent} bytes when compressed, more than ${SENT_LIMIT}`);
 }
 
 // What a first visit loads for each view, before the editors and the palette follow.
@@ -152,12 +155,12 @@ async function printViewSizes(browser) {
         const { page } = await Console.open(browser, device.url, { view, prepare });
         await page.locator(`section[data-view="${view}"]`).waitFor();
         await pause(SETTLE_MS);
-        const sent = [...files].map((path) => gzipSync(readFileSync(new URL(path, folder))).length);
+        const sent = [...files].map((path) => compressed(readFileSync(new URL(path, folder))).length);
         rows.push([view, files.size, sent.reduce((total, size) => total + size, 0)]);
         await page.context().close();
     }
     await device.stop();
-    console.log("What a first visit loads for a view, compressed by gzip, in bytes. The Watch view loads the plotting library.\n");
+    console.log("What a first visit loads for a view, compressed as the web servers do, in bytes. The Watch view loads the plotting library.\n");
     printTable(["view", "files", "bytes"], rows);
 }
 
