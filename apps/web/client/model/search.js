@@ -34,19 +34,20 @@ export class SearchIndex {
     const words = this.#wordsOf(text);
     if (words.length === 0) return [...variables];
     const entries = Array.from(variables, (variable) => this.#entry(variable));
-    const complete = ({ missing }) => missing === 0;
-    const found = new Set(ranked(entries, words, (word, entry) => word.exactWorth(entry)).filter(complete).map(variableOf));
+    const found = new Set(ranked(entries, words, (word, entry) => word.exactWorth(entry), 0).map(variableOf));
     if (found.size < ENOUGH) {
-      const loose = ranked(entries, words, (word, entry) => word.looseWorth(entry));
-      loose.filter(complete).forEach((hit) => found.add(variableOf(hit)));
+      const loose = ranked(entries, words, (word, entry) => word.looseWorth(entry), Math.min(words.length - 1, 1));
+      loose.filter(({ missing }) => missing === 0).forEach((hit) => found.add(variableOf(hit)));
       if (found.size < ENOUGH) loose.filter(({ missing }) => missing === 1).forEach((hit) => found.add(variableOf(hit)));
     }
     return [...found];
   }
 
-  // Prepares the search: the first one is then as quick as the others.
+  // Prepares the search: the first one is then as quick as the others, also because the browser has compiled it.
   learn(variables) {
-    for (const variable of variables) this.#entry(variable);
+    const all = [...variables];
+    all.forEach((variable) => shownValue(this.#entry(variable)));
+    this.find("warm up", all);
   }
 
   // A key changes one word: what the others are worth is known from the text before.
@@ -61,7 +62,7 @@ export class SearchIndex {
     const { name, memory, about = "", type, entries = [] } = variable;
     const members = Object.keys(this.#structures[type] ?? {});
     const parts = partsOf(name);
-    const entry = { variable, name: name.toLowerCase(), parts, begins: begins(parts), about: about.toLowerCase(),
+    const entry = { at: this.#entries.size, variable, name: name.toLowerCase(), parts, begins: begins(parts), about: about.toLowerCase(),
       type: `${memory} ${type} ${entries.join(" ")}`.toLowerCase(), members: members.join(" ").toLowerCase() };
     this.#entries.set(variable.key, entry);
     return entry;
@@ -76,47 +77,51 @@ function begins(parts) {
   return new Set(parts.map((part) => (at += part.length) - part.length));
 }
 
-// The entries that have any of the words, best first, with how many words are missing. Short names come first among
-// equals.
-function ranked(entries, words, worth) {
+// The entries in which no more than so many of the words are missing, best first. Short names come first among equals.
+function ranked(entries, words, worth, mostMissing) {
   const joined = words.map(({ text }) => text).join("");
-  const hits = entries.map((entry) => {
-    const each = words.map((word) => worth(word, entry));
-    const sum = each.reduce((total, points) => total + points, 0) / words.length;
+  const hits = [];
+  for (const entry of entries) {
+    let [sum, missing] = [0, 0];
+    for (const word of words) {
+      const points = worth(word, entry);
+      sum += points;
+      if (points === 0) ++missing;
+    }
     const asOne = words.length > 1 ? nameWorth(entry, joined) : 0;
-    const missing = asOne > 0 ? 0 : each.filter((points) => points === 0).length;
-    return { entry, missing, points: Math.max(sum, asOne) + 10 / entry.name.length };
-  });
-  return hits.filter(({ missing }) => missing < words.length).sort((one, other) => other.points - one.points);
+    if (asOne > 0) missing = 0;
+    const points = Math.max(sum / words.length, asOne) + 10 / entry.name.length;
+    if (missing <= mostMissing) hits.push({ entry, missing, points });
+  }
+  return hits.sort((one, other) => other.points - one.points);
 }
 
 // A word that is searched for. Only the values of the variables change, so all else is looked at once.
 class Word {
-  #fixed = remembered((entry) => fixedWorth(entry, this.text));
-  #loose = remembered((entry) => this.#typoWorth(entry));
-  #short = remembered((part) => shortWorth(part, this.text));
-  #typoIn = null;
+  #fixed = [];
+  #loose = [];
 
   constructor(text) {
     this.text = text;
   }
 
   exactWorth(entry) {
-    return this.#fixed(entry) || (shownValue(entry).includes(this.text) ? WORTH.value : 0);
+    this.#fixed[entry.at] ??= fixedWorth(entry, this.text);
+    return this.#fixed[entry.at] || (shownValue(entry).includes(this.text) ? WORTH.value : 0);
   }
 
   // As exactWorth(), and with one typo in the word, or a short form of it.
   looseWorth(entry) {
     const exact = this.exactWorth(entry);
-    return exact > 0 || this.text.length < TYPO_FROM_LENGTH ? exact : this.#loose(entry);
+    if (exact > 0 || this.text.length < TYPO_FROM_LENGTH) return exact;
+    return this.#loose[entry.at] ??= this.#typoWorth(entry);
   }
 
   #typoWorth({ name, about, parts }) {
-    this.#typoIn ??= typoFinder(this.text);
-    const at = this.#typoIn(name);
+    const at = typoPlace(name, this.text);
     const inName = at === 0 ? LOOSE_WORTH.begin : LOOSE_WORTH.name;
-    const typo = at >= 0 ? inName : this.#typoIn(about) >= 0 ? LOOSE_WORTH.about : 0;
-    return Math.max(typo, ...parts.map(this.#short));
+    const typo = at >= 0 ? inName : typoPlace(about, this.text) >= 0 ? LOOSE_WORTH.about : 0;
+    return parts.reduce((most, part) => Math.max(most, shortWorth(part, this.text)), typo);
   }
 }
 
@@ -160,15 +165,6 @@ function shownValue(entry) {
   return entry.value;
 }
 
-// The function, asked once for each argument.
-function remembered(ask) {
-  const answers = new Map();
-  return (argument) => {
-    if (!answers.has(argument)) answers.set(argument, ask(argument));
-    return answers.get(argument);
-  };
-}
-
 function shortWorth(part, word) {
   if (part.length < STEM_FROM_LENGTH) return 0;
   if (word.startsWith(part)) return LOOSE_WORTH.short * part.length / word.length;
@@ -186,24 +182,26 @@ function isNear(one, other) {
     || one.slice(at + 1) === other.slice(at);
 }
 
-const escaped = (text) => text.replace(/\W/g, "\\$&");
-
-// Returns where a text has the word with one such typo, -1 for nowhere. A typo leaves one half of the word as it is, unless
-// it swaps the two characters in the middle: few texts need a closer look.
-function typoFinder(word) {
+// Where a text has the word with one such typo, -1 for nowhere. A typo leaves one half of the word as it is, unless it swaps
+// the two characters in the middle: few places need a closer look.
+function typoPlace(text, word) {
   const middle = word.length >> 1;
-  const halves = [word.slice(0, middle), word.slice(middle)];
-  const swappedMiddle = word.slice(0, middle - 1) + word[middle] + word[middle - 1] + word.slice(middle + 1);
-  const pattern = withTypo(word);
-  return (text) => ([...halves, swappedMiddle].some((part) => text.includes(part)) ? text.search(pattern) : -1);
+  const [first, second] = [word.slice(0, middle), word.slice(middle)];
+  for (let at = text.indexOf(first); at >= 0; at = text.indexOf(first, at + 1)) {
+    if (isNearAt(text, at, word)) return at;
+  }
+  for (let at = text.indexOf(second); at >= 0; at = text.indexOf(second, at + 1)) {
+    const begin = [middle, middle + 1, middle - 1].find((before) => before <= at && isNearAt(text, at - before, word));
+    if (begin !== undefined) return at - begin;
+  }
+  return text.indexOf(word.slice(0, middle - 1) + word[middle] + word[middle - 1] + word.slice(middle + 1));
 }
 
-// Matches the word with one such typo.
-function withTypo(word) {
-  const forms = Array.from(word, (character, i) => {
-    const [before, after] = [escaped(word.slice(0, i)), escaped(word.slice(i + 1))];
-    const swapped = i + 1 < word.length ? [before + escaped(word[i + 1] + character + word.slice(i + 2))] : [];
-    return [`${before}.?${after}`, `${before}.${escaped(character)}${after}`, ...swapped];
-  });
-  return new RegExp(forms.flat().join("|"));
+// Whether the text goes on there with the word, with at most one such typo.
+function isNearAt(text, from, word) {
+  let i = 0;
+  while (i < word.length && text[from + i] === word[i]) ++i;
+  const [at, after] = [from + i, word.slice(i + 1)];
+  return text.startsWith(after, at + 1) || text.startsWith(after, at) || text.startsWith(word[i] + after, at + 1)
+    || text[at] === word[i + 1] && text[at + 1] === word[i] && text.startsWith(word.slice(i + 2), at + 2);
 }

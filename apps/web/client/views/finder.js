@@ -6,9 +6,10 @@ import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
 
 const ROWS_AT_ONCE = 20;
-// Rows that a key brings before it is drawn; the others follow when no further key comes.
-const FIRST_ROWS = 8;
+// Rows that a key brings before it is drawn; the others follow, as many at a time, when no further key comes.
+const FIRST_ROWS = 5;
 const REST_MS = 150;
+const NEXT_MS = 30;
 const LIVE_MS = 500;
 const ADDRESS_MS = 300;
 
@@ -73,14 +74,16 @@ export class Finder {
     if (only === "snapshot" && this.#snapshots === null) this.#loadSnapshots();
     else this.#show(false);
     clearTimeout(this.#restTimer);
-    this.#restTimer = setTimeout(() => this.#showRest(), REST_MS);
+    if (this.#asked.search !== "") this.#restTimer = setTimeout(() => this.#showRest(), REST_MS);
     clearTimeout(this.#addressTimer);
     this.#addressTimer = setTimeout(() => readAddress().view !== "variables" || writeAddress("variables", this.#asked), ADDRESS_MS);
   }
 
   #showRest() {
-    this.#most = Math.max(this.#most, ROWS_AT_ONCE);
+    if (this.#most >= ROWS_AT_ONCE) return;
+    this.#most += FIRST_ROWS;
     this.#show(true);
+    this.#restTimer = setTimeout(() => this.#showRest(), NEXT_MS);
   }
 
   async #loadSnapshots() {
@@ -125,6 +128,7 @@ export class Finder {
     if (isLive) this.#rows.forEach((row) => isBusy(row) && rows.add(row));
     this.#rows.forEach((row) => rows.has(row) || this.#home.putBack(row));
     this.#rows = rows;
+    list.classList.toggle("long", rows.size > ROWS_AT_ONCE);
     [...rows].forEach((row, i) => row.node === list.children[i] || list.insertBefore(row.node, list.children[i] ?? null));
     if (document.activeElement !== active && list.contains(active)) active.focus({ preventScroll: true });
   }
