@@ -7,10 +7,13 @@ import { setScene } from "./scene.mjs";
 
 const TABS = 4;
 const PINS = 40;
+const WATCHED = 12;
 
 const { device, browser, open } = await setScene({ simulation: ["--changes", "50", "--interval", "100"] });
 const tree = await (await fetch(`${device.url}/api/v1/all.cgi`)).json();
 const names = Object.entries(tree.variables).flatMap(([memory, all]) => Object.keys(all).map((name) => `${memory}.${name}`));
+
+const typeOf = (name) => name.split(".").reduce((part, key) => part[key], tree.variables).type;
 
 test("variables have the order of the tree in each tab, whichever update comes first", async () => {
     const context = await browser.newContext();
@@ -22,7 +25,7 @@ test("variables have the order of the tree in each tab, whichever update comes f
     }
 });
 
-test("favourites and watched numbers are the same in all tabs, wherever they are chosen", async () => {
+test("favourites are the same in all tabs, wherever they are chosen", async () => {
     const context = await browser.newContext();
     const tabs = [];
     while (tabs.length < TABS) tabs.push(await open({ context }));
@@ -33,19 +36,29 @@ test("favourites and watched numbers are the same in all tabs, wherever they are
     await until(async () => (await pinned(tabs[0])).sort(), pins.toSorted(), "all that were pinned at the same time");
     await tabs[0].page.evaluate(click, pins.slice(1));
     for (const tab of tabs) await until(() => pinned(tab), pins.slice(0, 1), "favourites");
-    for (const console of tabs.slice(0, 2)) await console.go("watch");
-    const [one, other] = tabs.map(({ page }) => page);
-    const add = async (page, name) => {
-        await page.locator("#watch-add").fill(name);
-        await page.locator("#watch-add").press("Enter");
-    };
-    const watched = (page) => () => page.locator("[data-watch]").evaluateAll((all) => all.map((plot) => plot.dataset.watch));
-    await add(one, "MemDynamic.BattVoltage");
-    await until(watched(other), ["MemDynamic.BattVoltage"], "the other tab's plots");
-    await add(other, "MemDynamic.LensActFocus");
-    await until(watched(one), ["MemDynamic.BattVoltage", "MemDynamic.LensActFocus"], "the first tab's plots");
-    await one.getByRole("button", { name: "Remove MemDynamic.BattVoltage" }).click();
-    await until(watched(other), ["MemDynamic.LensActFocus"], "the other tab's plots");
+});
+
+test("what is watched and the layouts are the same in all tabs, also when they are chosen at the same time", async () => {
+    const context = await browser.newContext();
+    const tabs = [];
+    while (tabs.length < TABS) tabs.push(await open({ context, view: "watch" }));
+    const share = (all, at) => all.filter((_, i) => i % TABS === at);
+    const chosen = names.filter((name) => /^(int|float)$/.test(typeOf(name))).slice(0, WATCHED);
+    const layouts = chosen.map((_, i) => `layout ${i}`);
+    const submit = ([form, field, texts]) => texts.forEach((text) => {
+        document.querySelector(field).value = text;
+        document.querySelector(form).requestSubmit();
+    });
+    const submitAll = (form, field, texts) => Promise.all(tabs.map(({ page }, at) => page.evaluate(submit, [form, field, share(texts, at)])));
+    const shown = ({ page }, selector) => page.locator(selector).evaluateAll((all) => all.map(({ dataset }) => Object.values(dataset)[0]));
+    await submitAll("#watch-form", "#watch-add", chosen);
+    await until(async () => (await shown(tabs[0], "[data-watch]")).sort(), chosen.toSorted(), "all that were added at the same time");
+    const order = await shown(tabs[0], "[data-watch]");
+    for (const tab of tabs) await until(() => shown(tab, "[data-watch]"), order, "the plots of each tab");
+    await tabs[1].page.getByRole("button", { name: `Remove ${order[0]}` }).click();
+    for (const tab of tabs) await until(() => shown(tab, "[data-watch]"), order.slice(1), "without the first");
+    await submitAll("#layout-form", "#layout-name", layouts);
+    for (const tab of tabs) await until(() => shown(tab, "[data-layout]"), layouts.toSorted(), "the layouts of each tab");
 });
 
 test("the skip link leaves the address as it is", async () => {

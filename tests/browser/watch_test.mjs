@@ -69,16 +69,35 @@ test("what is watched is plotted and exported as it went, and keeps still while 
     assert.deepEqual(course(await exported(page), BRIGHTNESS), [1, 5, 2, 9, 3, 7, 4]);
 });
 
-test("a part of a plot is marked by touch", async () => {
+test("a part of a plot is marked by one finger, and zoomed and moved by two", async () => {
     const { page } = await open({ view: "watch", hasTouch: true });
     await add(page, BRIGHTNESS);
-    const { x, y } = await page.locator("#watch-plots .u-over").boundingBox();
+    const { x, y, width } = await page.locator("#watch-plots .u-over").boundingBox();
     const session = await page.context().newCDPSession(page);
-    const touch = (type, ...ways) => session.send("Input.dispatchTouchEvent", { type, touchPoints: ways.map((way) => ({ x: x + way, y: y + 20 })) });
+    const touch = (type, ...ways) => session.send("Input.dispatchTouchEvent",
+        { type, touchPoints: ways.map((way, id) => ({ x: x + way, y: y + 20, id })) });
+    const secondsAt = async (way) => {
+        const now = page.locator("#watch-plots .now");
+        await page.mouse.move(0, 0);
+        await until(() => now.innerText(), /^\d+$/, "no time");
+        await page.mouse.move(x + way, y + 20);
+        await until(() => now.innerText(), / at [\d:]+$/, "a time");
+        return (await now.innerText()).split(/ at |:/).slice(1).reduce((sum, part) => sum * 60 + Number(part), 0);
+    };
     await touch("touchStart", 300);
     for (const way of [260, 200, 100]) await touch("touchMove", way);
     await touch("touchEnd");
     await until(() => page.locator("#watch-reset").isEnabled(), true, "a part to come back from");
+    for (const name of ["reset", "pause"]) await page.locator(`#watch-${name}`).click();
+    const [left, right] = [await secondsAt(width - 200), await secondsAt(width - 100)];
+    await touch("touchStart", width - 200);
+    await touch("touchStart", width - 200, width - 100);
+    for (const way of [250, 350, 500]) await touch("touchMove", width - way, width - 100);
+    await touch("touchEnd");
+    for (const [way, seconds] of [[500, left], [100, right]]) {
+        const found = await secondsAt(width - way);
+        assert.ok(Math.abs(found - seconds) <= 1, `${found}, not ${seconds} at the finger`);
+    }
 });
 
 test("a gap in the connection is a gap in the plot and in the table", async () => {

@@ -4,7 +4,7 @@ import { Connection } from "./views/connection.js";
 import { addressOf, readAddress } from "./address.js";
 import { byId, setText } from "./dom.js";
 import { connect } from "./feed/client.js";
-import { recall } from "./model/remember.js";
+import { keptNames, recall } from "./model/remember.js";
 import { Store } from "./model/store.js";
 
 // Each is loaded when it is opened first.
@@ -69,7 +69,7 @@ class App {
     this.#route();
     this.#need(true);
     if (recall("console.update", null)) this.firmware();
-    const watched = recall("console.watched", []).flat();
+    const watched = keptNames("console.watch.");
     if (watched.length > 0) this.feed.record(watched);
     // So that it is there for the first key that is typed into it.
     setTimeout(loadPalette, PALETTE_MS);

@@ -1,18 +1,6 @@
-// What the Watch view shows, by plot: [["MemDynamic.LensActFocus", "MemDynamic.LensActIris"], ["MemDynamic.BattVoltage"]].
+// Named layouts of the Watch view, the names of what is watched by plot, as a file: { "layouts": { name: layout } }
 
-// With the name in the plot of that number, or in a plot of its own. A name is in one plot only.
-export function withName(layout, name, plot = layout.length) {
-  const plots = layout.map((names) => names.filter((each) => each !== name));
-  plots[plot] = [...plots[plot] ?? [], name];
-  return plots.filter((names) => names.length > 0);
-}
-
-export const withoutName = (layout, name) =>
-  layout.map((names) => names.filter((each) => each !== name)).filter((names) => names.length > 0);
-
-// Lists of names, as the console kept them before there were plots with several numbers, are one plot each.
-export const plotsOf = (kept) => kept.map((plot) => [plot].flat());
-
+// `layouts` is an object of layouts by name.
 export const layoutsText = (layouts) => `${JSON.stringify({ layouts }, null, 1)}\n`;
 
 // Reads such a text. Throws an Error with the reason in words.

@@ -18,16 +18,23 @@ export function remember(key, value) {
   }
 }
 
-// The keys under which anything is kept.
-export function keptKeys() {
+// The names of what is kept under keys that begin so.
+export function keptNames(prefix) {
   try {
-    return Object.keys(localStorage);
+    return Object.keys(localStorage).filter((key) => key.startsWith(prefix)).map((key) => key.slice(prefix.length));
   } catch {
     return [];
   }
 }
 
-// A value that all pages of the browser share.
+// What an earlier version kept under the key, which is forgotten then.
+export function takeFormer(key, otherwise) {
+  const value = recall(key, otherwise);
+  remember(key, undefined);
+  return value;
+}
+
+// A value that all pages of the browser share. Of two that are written at the same time one remains.
 export class Kept {
   #key;
   #value;
@@ -57,5 +64,52 @@ export class Kept {
   // listener() is called after each change, also of another page.
   subscribe(listener) {
     this.#listeners.add(listener);
+  }
+}
+
+// Values by name that all pages of the browser share. Each has a key of its own: pages are processes that write at the same
+// time, and of one value for all names only the last writer's would remain. Locks for pages exist with HTTPS only.
+export class KeptEach {
+  #prefix;
+  #listeners = new Set();
+  values = new Map();
+
+  constructor(prefix) {
+    this.#prefix = prefix;
+    this.#readAll();
+    addEventListener("storage", ({ key }) => {
+      if (key === null) this.#readAll();
+      else if (key.startsWith(prefix)) this.#read(key.slice(prefix.length));
+      else return;
+      this.#listeners.forEach((listener) => listener());
+    });
+  }
+
+  // Takes pairs of name and value; an undefined value is forgotten.
+  change(pairs) {
+    for (const [name, value] of pairs) {
+      remember(this.#prefix + name, value);
+      this.#take(name, value);
+    }
+    this.#listeners.forEach((listener) => listener());
+  }
+
+  // listener() is called after each change, also of another page.
+  subscribe(listener) {
+    this.#listeners.add(listener);
+  }
+
+  #read(name) {
+    this.#take(name, recall(this.#prefix + name, undefined));
+  }
+
+  #take(name, value) {
+    if (value === undefined) this.values.delete(name);
+    else this.values.set(name, value);
+  }
+
+  #readAll() {
+    this.values.clear();
+    keptNames(this.#prefix).forEach((name) => this.#read(name));
   }
 }

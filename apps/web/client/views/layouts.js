@@ -3,10 +3,10 @@
 import { ask, byId, element, saveAs, setText } from "../dom.js";
 import { timeStamp } from "../model/format.js";
 import { layoutsText, readLayouts } from "../model/layouts.js";
-import { Kept } from "../model/remember.js";
+import { KeptEach, takeFormer } from "../model/remember.js";
 
 export class Layouts {
-  #kept = new Kept("console.layouts", {});
+  #kept = new KeptEach("console.layout.");
   #get;
   #set;
 
@@ -14,19 +14,20 @@ export class Layouts {
   constructor(get, set) {
     this.#get = get;
     this.#set = set;
+    this.#kept.change(Object.entries(takeFormer("console.layouts", {})));
     byId("layout-form").addEventListener("submit", (event) => {
       event.preventDefault();
       this.#save(byId("layout-name").value.trim());
     });
     byId("layout-export").addEventListener("click", () =>
-      saveAs(`layouts-${timeStamp()}.json`, "application/json", [layoutsText(this.#kept.value)]));
+      saveAs(`layouts-${timeStamp()}.json`, "application/json", [layoutsText(Object.fromEntries(this.#kept.values))]));
     byId("layout-import").addEventListener("change", () => this.#import());
     this.#kept.subscribe(() => this.#list());
     this.#list();
   }
 
   #list() {
-    const items = Object.entries(this.#kept.value).map(([name, layout]) => {
+    const items = [...this.#kept.values].sort().map(([name, layout]) => {
       const open = element("button", { onclick: () => this.#set(layout) }, `Open ${name}`);
       const remove = element("button", { class: "delete", onclick: () => this.#delete(name) }, `Delete ${name}`);
       return element("li", { "data-layout": name }, open, remove);
@@ -38,19 +39,19 @@ export class Layouts {
   async #save(name) {
     if (name === "") return this.#say("A layout needs a name.");
     if (!await this.#mayReplace([name])) return undefined;
-    this.#kept.change((layouts) => ({ ...layouts, [name]: this.#get() }));
+    this.#kept.change([[name, this.#get()]]);
     byId("layout-name").value = "";
     return this.#say(`${name} is saved in this browser.`);
   }
 
   async #mayReplace(names) {
-    const known = names.filter((name) => name in this.#kept.value);
+    const known = names.filter((name) => this.#kept.values.has(name));
     return known.length === 0 || ask(`Replace ${known.join(", ")}?`, "Replace");
   }
 
   async #delete(name) {
     if (!await ask(`Delete the layout ${name}?`, "Delete")) return;
-    this.#kept.change((layouts) => Object.fromEntries(Object.entries(layouts).filter(([each]) => each !== name)));
+    this.#kept.change([[name, undefined]]);
     this.#say(`${name} is deleted.`);
   }
 
@@ -60,7 +61,7 @@ export class Layouts {
     try {
       const layouts = readLayouts(await file.text());
       if (!await this.#mayReplace(Object.keys(layouts))) return;
-      this.#kept.change((known) => ({ ...known, ...layouts }));
+      this.#kept.change(Object.entries(layouts));
       this.#say(`Imported: ${Object.keys(layouts).join(", ")}.`);
     } catch (error) {
       this.#say(`${file.name} is not imported: ${error.message}.`);

@@ -2,6 +2,7 @@
 // puts the library beside the console; without it nothing is drawn.
 
 import { element } from "../dom.js";
+import { Fingers, NO_MARK } from "./fingers.js";
 
 const NUMBERS_PX = 142;
 const BAND_PX = 24;
@@ -12,7 +13,6 @@ const FONT = "12px system-ui";
 const DASHES = [[], [6, 3], [2, 3], [8, 3, 2, 3]];
 // A marked part that is shorter than this was a click.
 const CLICK_PX = 4;
-const NO_MARK = { left: 0, width: 0, top: 0, height: 0 };
 let loading = null;
 
 export const COLOURS = 4;
@@ -68,8 +68,8 @@ function joined(series) {
   return table;
 }
 
-// Draws into `parent`. onZoom(min, max) is called when a part is marked with the mouse or a finger, onReset at a double
-// click, and onCursor(time) where the pointer is, null when it has left.
+// Draws into `parent`. onZoom(min, max) is called when a part is marked with the mouse or a finger, and while two fingers
+// zoom it; onReset at a double click, and onCursor(time) where the pointer is, null when it has left.
 export class Plot {
   #parent;
   #calls;
@@ -130,7 +130,7 @@ export class Plot {
         draw: [({ ctx }) => this.#drawBands(ctx)],
       },
     }, joined(numbers), this.#parent);
-    this.#markByTouch(plot);
+    new Fingers(plot, this.#calls.onZoom);
     plot.ctx.canvas.setAttribute("role", "img");
     plot.ctx.canvas.setAttribute("aria-label", series.map(({ name }) => name).join(", "));
     return plot;
@@ -204,26 +204,6 @@ export class Plot {
       if (pen.measureText(value).width + 8 > to - from) return;
       pen.fillStyle = this.#colour("--text");
       pen.fillText(value, from + 4, top + BAND_PX / 2);
-    });
-  }
-
-  // uPlot marks with the mouse only. A finger that moves up or down scrolls the page, which cancels the mark.
-  #markByTouch(plot) {
-    let from = null;
-    const mark = ({ clientX }, isEnd) => {
-      if (from === null) return;
-      const { left, width, height } = plot.over.getBoundingClientRect();
-      const [one, other] = [from, clientX].map((x) => Math.min(Math.max(x - left, 0), width));
-      if (isEnd) from = null;
-      plot.setSelect({ left: Math.min(one, other), width: Math.abs(one - other), top: 0, height }, isEnd);
-    };
-    const on = (type, act) => plot.over.addEventListener(type, (event) => event.pointerType === "mouse" || act(event));
-    on("pointerdown", ({ clientX, isPrimary }) => { from = isPrimary ? clientX : null; });
-    on("pointermove", (event) => mark(event, false));
-    on("pointerup", (event) => mark(event, true));
-    on("pointercancel", () => {
-      from = null;
-      plot.setSelect(NO_MARK, false);
     });
   }
 

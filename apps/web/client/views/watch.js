@@ -3,15 +3,15 @@
 import { byId, element, saveAs, setPressed, setText } from "../dom.js";
 import { readHistory } from "../feed/history.js";
 import { clockText, timeStamp } from "../model/format.js";
-import { plotsOf, withName, withoutName } from "../model/layouts.js";
 import { asCsv, Recording, seriesOf } from "../model/recording.js";
-import { Kept } from "../model/remember.js";
+import { Watched } from "../model/watched.js";
 import { Layouts } from "./layouts.js";
 import { COLOURS, loadPlots, Plot } from "./plot.js";
 
 const DRAW_MS = 100;
-// Seconds that a part has at least.
+// Seconds that a part has at least and at most.
 const SHORTEST = 0.1;
+const LONGEST = 3600;
 const OFFERED = 3;
 
 export class WatchView {
@@ -25,7 +25,7 @@ export class WatchView {
   #cursor = null;
   #warning = "";
   #timer = 0;
-  #kept = new Kept("console.watched", []);
+  #watched = new Watched();
 
   constructor(app) {
     this.#app = app;
@@ -39,12 +39,12 @@ export class WatchView {
     on("span", "change", () => this.#setZoom(null));
     on("export", "click", () => this.#export());
     on("zoom", "click", (event) => this.#step(event.target.dataset));
-    on("offer", "click", () => this.#kept.change(() => this.#moving().map((name) => [name])));
+    on("offer", "click", () => this.#watched.show(this.#moving().map((name) => [name])));
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     app.connection.subscribe(() => this.#markGap());
     app.listen("recorded", () => this.#readHistory());
-    this.#kept.subscribe(() => this.#restore());
-    new Layouts(() => plotsOf(this.#kept.value), (layout) => this.#kept.change(() => layout));
+    this.#watched.subscribe(() => this.#restore());
+    new Layouts(() => this.#watched.layout, (layout) => this.#watched.show(layout));
     this.#learn();
     this.#load();
   }
@@ -60,7 +60,7 @@ export class WatchView {
   }
 
   isRecording() {
-    return this.#recordings.size > 0 && this.#pausedAt === null;
+    return this.#recordings.size > 0;
   }
 
   async #load() {
@@ -81,7 +81,7 @@ export class WatchView {
 
   // Shows what this or another page has chosen.
   #restore() {
-    const layout = plotsOf(this.#kept.value).map((names) => names.filter((name) => this.#series.has(name)))
+    const layout = this.#watched.layout.map((names) => names.filter((name) => this.#series.has(name)))
       .filter((names) => names.length > 0);
     const names = layout.flat();
     [...this.#recordings.keys()].filter((name) => !names.includes(name)).forEach((name) => this.#recordings.delete(name));
@@ -91,9 +91,10 @@ export class WatchView {
     this.#plots.forEach(({ plot }) => plot.destroy());
     this.#plots = layout.map((each) => this.#plotNode(each));
     byId("watch-plots").replaceChildren(...this.#plots.map(({ node }) => node));
-    byId("watch-into").replaceChildren(element("option", { value: "" }, "a plot of its own"),
-      ...layout.map((each, i) => element("option", { value: i }, `the plot of ${each[0].split(".").slice(1).join(".")}`)));
-    if (this.#series.size > 0) this.#app.feed.record(plotsOf(this.#kept.value).flat());
+    const into = byId("watch-into").value;
+    byId("watch-into").replaceChildren(element("option", { value: "" }, "a plot of its own"), ...layout.map(([first]) =>
+      element("option", { value: first, selected: first === into }, `the plot of ${first.split(".").slice(1).join(".")}`)));
+    if (this.#series.size > 0) this.#app.feed.record(this.#watched.layout.flat());
     this.#draw();
   }
 
@@ -148,9 +149,7 @@ export class WatchView {
     const typed = input.value.trim().toLowerCase();
     const fits = [...this.#series.keys()].filter((name) => `.${name.toLowerCase()}`.endsWith(`.${typed}`));
     if (typed !== "" && fits.length === 1) {
-      const into = byId("watch-into").value;
-      this.#kept.change((kept) => withName(plotsOf(kept), fits[0], into === "" ? undefined : Number(into)));
-      byId("watch-into").value = into;
+      this.#watched.add(fits[0], byId("watch-into").value);
       input.value = "";
       this.#say("");
     } else if (typed !== "") {
@@ -159,7 +158,7 @@ export class WatchView {
   }
 
   #remove(name) {
-    this.#kept.change((kept) => withoutName(plotsOf(kept), name));
+    this.#watched.remove(name);
     byId("watch-add").focus();
   }
 
@@ -173,14 +172,14 @@ export class WatchView {
   }
 
   #offer() {
-    const isEmpty = this.#kept.value.length === 0;
+    const isEmpty = this.#watched.layout.length === 0;
     const moving = isEmpty ? this.#moving() : [];
     byId("watch-offer").hidden = moving.length < OFFERED;
     setText(byId("watch-offer"), `Watch three numbers that move: ${moving.map((name) => name.split(".")[1]).join(", ")}`);
   }
 
   #setZoom(zoom) {
-    this.#zoom = zoom;
+    this.#zoom = zoom && fitted(zoom);
     byId("watch-reset").disabled = zoom === null;
     this.#draw();
   }
@@ -190,7 +189,7 @@ export class WatchView {
     if (!by && !move) return;
     const { min, max } = this.#part();
     const middle = (min + max) / 2 + (max - min) * Number(move ?? 0);
-    const half = Math.max((max - min) * Number(by ?? 1), SHORTEST) / 2;
+    const half = (max - min) * Number(by ?? 1) / 2;
     this.#setZoom({ min: middle - half, max: middle + half });
   }
 
@@ -217,8 +216,8 @@ export class WatchView {
 
   #valueText(value) {
     const when = this.#cursor === null ? "" : ` at ${clockText(this.#cursor * 1000)}`;
-    if (value === undefined) return "";
-    return `${value === null ? "not known" : typeof value === "number" ? Number(value.toPrecision(7)) : value}${when}`;
+    if (value === undefined && when === "") return "";
+    return `${(value ?? null) === null ? "not known" : typeof value === "number" ? Number(value.toPrecision(7)) : value}${when}`;
   }
 
   // The picture keeps still; values are recorded on.
@@ -234,4 +233,11 @@ export class WatchView {
     }
     saveAs(`watch-${timeStamp()}.csv`, "text/csv", [asCsv([...this.#recordings.values()])]);
   }
+}
+
+// The part around the same middle, as long as a part may be.
+function fitted({ min, max }) {
+  const middle = (min + max) / 2;
+  const half = Math.min(Math.max(max - min, SHORTEST), LONGEST) / 2;
+  return { min: middle - half, max: middle + half };
 }
