@@ -157,8 +157,7 @@ std::string Command::form() const {
     return text;
 }
 
-int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version,
-               void (*prepare)()) {
+int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version) {
     Choice choice{commands, nullptr, {}};
     const std::string about = overview(commands);
     const argp parser{nullptr, choose, "COMMAND ...", about.c_str(), nullptr, nullptr, nullptr};
@@ -167,6 +166,5 @@ int runCommand(std::vector<Command>& commands, const std::vector<std::string>& w
     parseWith(parser, ARGP_IN_ORDER, "variables", copies, &choice);
     argp_program_version = nullptr;
     choice.command->parse(choice.rest);
-    prepare();
     return choice.command->run();
 }

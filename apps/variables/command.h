@@ -79,8 +79,7 @@ private:
     std::vector<Argument> arguments_;
 };
 
-/// Reads the program's options and runs the command that the first argument names, after `prepare`. Returns
-/// its exit status. Ends the process after --help and --version (`version`), and with status 2 and a message
-/// if the command line is invalid.
-int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version,
-               void (*prepare)());
+/// Reads the program's options and runs the command that the first argument names. Returns its exit status.
+/// Ends the process after --help and --version (`version`), and with status 2 and a message if the command
+/// line is invalid.
+int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version);

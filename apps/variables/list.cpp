@@ -1,6 +1,7 @@
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/introspection/jsonstring.h"
 #include "apps/common/introspection_enum/introspection_enum.h"
+#include "apps/common/values/excerpt.h"
 #include "apps/common/values/plainvalue.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/table.h"
@@ -43,17 +44,6 @@ std::string entriesText(const VariableDescriptor& variable) {
     return text;
 }
 
-// A long value is cut at a whole character.
-std::string shortValue(const VariableId& id) {
-    std::string text = plainValue({id, std::nullopt, nullptr});
-    if (text.size() <= SHOWN_BYTES)
-        return text;
-    std::size_t end = SHOWN_BYTES;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
-        --end;
-    return text.substr(0, end) + "...";
-}
-
 void addRow(Table& table, const VariableId& id, bool isLong) {
     const VariableDescriptor& variable = id.descriptor();
     std::vector<std::string> cells{id.name(), typeText(variable), boundsText(id)};
@@ -61,7 +51,7 @@ void addRow(Table& table, const VariableId& id, bool isLong) {
         cells.push_back(std::to_string(variable.event.id));
         cells.push_back(std::to_string(variable.location) + "+" + std::to_string(variable.size));
     }
-    cells.push_back(shortValue(id));
+    cells.push_back(excerpt(plainValue({id, std::nullopt, nullptr}), SHOWN_BYTES));
     if (isLong)
         cells.push_back(entriesText(variable));
     table.add(cells);

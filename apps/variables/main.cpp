@@ -31,6 +31,12 @@ void openDevice() {
     }
 }
 
+template <typename Options>
+int onDevice(int (*command)(const Options&), const Options& options) {
+    openDevice();
+    return command(options);
+}
+
 // What the command line gives to the commands.
 struct Options {
     ListOptions list;
@@ -42,18 +48,18 @@ struct Options {
 std::vector<Command> commands(Options& options) {
     std::vector<Command> all;
     all.emplace_back(
-           "list", "List names, types, bounds and values", [&] { return list(options.list); })
+           "list", "List names, types, bounds and values", [&] { return onDevice(list, options.list); })
         .flag("json", options.list.isJson, "Print an array of objects")
         .flag("long", options.list.isLong, "Also event id, place and size in the memory, and entries")
         .several("PATTERN", Words::Names, options.list.patterns);
     all.emplace_back(
-           "get", "Print values, each on a line", [&] { return get(options.get); })
+           "get", "Print values, each on a line", [&] { return onDevice(get, options.get); })
         .flag("json", options.get.isJson, "Print them as the web API does")
         .several("NAME", Words::Names, options.get.names, true);
     all.emplace_back(
-           "set", "Check all values, then store all or none", [&] { return set(options.set); })
+           "set", "Check all values, then store all or none", [&] { return onDevice(set, options.set); })
         .several("NAME=VALUE", Words::Assignments, options.set.assignments, true);
-    all.emplace_back("watch", "Print a line for each change", [&] { return watch(options.watch); })
+    all.emplace_back("watch", "Print a line for each change", [&] { return onDevice(watch, options.watch); })
         .flag("json", options.watch.isJson, "Print an object for each change")
         .option(
             "for", "TIME", Words::Any,
@@ -72,7 +78,7 @@ int main(int argc, char** argv) {
     try {
         Options options;
         std::vector<Command> all = commands(options);
-        return runCommand(all, {argv + std::min(argc, 1), argv + argc}, VERSIONS, openDevice);
+        return runCommand(all, {argv + std::min(argc, 1), argv + argc}, VERSIONS);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "variables: %s\n", error.what());
         return 1;

@@ -3,6 +3,7 @@
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/introspection/valueconversion.h"
 #include "apps/common/introspection_enum/introspection_enum.h"
+#include "apps/common/values/excerpt.h"
 #include "apps/common/values/refusal.h"
 
 #include <nlohmann/json.hpp>
@@ -16,13 +17,10 @@ namespace {
 using Json = nlohmann::json;
 using Reason = Refusal::Reason;
 
-constexpr std::size_t SHOWN_CHARACTERS = 60;
+constexpr std::size_t SHOWN_BYTES = 60;
 
 std::string shown(const Json& value) {
-    std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-    if (text.size() > SHOWN_CHARACTERS)
-        text.replace(SHOWN_CHARACTERS, std::string::npos, "...");
-    return text;
+    return excerpt(value.dump(-1, ' ', true, Json::error_handler_t::replace), SHOWN_BYTES);
 }
 
 [[noreturn]] void refuseType(const std::string& name, const char* expected, const Json& value) {

@@ -2,6 +2,7 @@
 
 #include "apps/common/introspection/structures.h"
 #include "apps/common/introspection/valueconversion.h"
+#include "apps/common/values/excerpt.h"
 #include "apps/common/values/refusal.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 namespace {
 
 using Reason = Refusal::Reason;
+
+constexpr std::size_t SHOWN_BYTES = 100; // of a name; no name is longer
 
 const std::vector<VariableId>& allVariables() {
     static const std::vector<VariableId> all = [] {
@@ -27,7 +30,7 @@ const std::vector<VariableId>& allVariables() {
 struct Pieces {
     std::string_view variable; // with the memory
     std::optional<std::string_view> element;
-    std::string_view member;
+    std::optional<std::string_view> member;
 };
 
 bool isMemory(std::string_view name) {
@@ -40,13 +43,14 @@ Pieces split(std::string_view name) {
     const std::size_t open = name.find('[');
     const std::size_t close = name.find(']', open);
     if (close != std::string_view::npos && (close + 1 == name.size() || name[close + 1] == '.')) {
+        const bool hasMember = close + 1 < name.size();
         return {name.substr(0, open), name.substr(open + 1, close - open - 1),
-                name.substr(std::min(close + 2, name.size()))};
+                hasMember ? std::optional(name.substr(close + 2)) : std::nullopt};
     }
     const std::size_t first = name.find('.');
     const std::size_t end = isMemory(name.substr(0, first)) ? name.find('.', first + 1) : first;
     if (end == std::string_view::npos)
-        return {name, std::nullopt, {}};
+        return {name, std::nullopt, std::nullopt};
     return {name.substr(0, end), std::nullopt, name.substr(end + 1)};
 }
 
@@ -63,7 +67,7 @@ VariableId findVariable(std::string_view name, const std::string& whole) {
     const auto found =
         std::find_if(all.begin(), all.end(), [&](const auto& id) { return isNamed(id, name); });
     if (found == all.end())
-        throw Refusal(Reason::UnknownVariable, whole + " is not a variable");
+        throw Refusal(Reason::UnknownVariable, (whole.empty() ? "\"\"" : whole) + " is not a variable");
     return *found;
 }
 
@@ -85,6 +89,8 @@ std::uint32_t elementOf(const VariableDescriptor& variable, std::string_view tex
 
 const MemberDescriptor* memberOf(const Reference& reference, std::string_view name,
                                  const std::string& whole) {
+    if (name.empty())
+        throw Refusal(Reason::UnknownVariable, whole + ": the name of the member is missing");
     const VariableDescriptor& variable = reference.variable.descriptor();
     const StructureDescriptor* const structure =
         variable.baseType == BaseStruct ? findStructure(variable.type) : nullptr;
@@ -111,11 +117,12 @@ std::string VariableId::name() const {
 
 Reference Reference::parse(const std::string& name) {
     const Pieces pieces = split(name);
-    Reference reference{findVariable(pieces.variable, name), std::nullopt, nullptr};
+    const std::string shown = excerpt(name, SHOWN_BYTES);
+    Reference reference{findVariable(pieces.variable, shown), std::nullopt, nullptr};
     if (pieces.element)
-        reference.element = elementOf(reference.variable.descriptor(), *pieces.element, name);
-    if (!pieces.member.empty())
-        reference.member = memberOf(reference, pieces.member, name);
+        reference.element = elementOf(reference.variable.descriptor(), *pieces.element, shown);
+    if (pieces.member)
+        reference.member = memberOf(reference, excerpt(*pieces.member, SHOWN_BYTES), shown);
     return reference;
 }
 
@@ -160,7 +167,8 @@ std::vector<VariableId> matchingVariables(const std::vector<std::string>& patter
     const auto unmatched = std::find(isMatched.begin(), isMatched.end(), false);
     if (unmatched != isMatched.end()) {
         const auto& pattern = patterns[static_cast<std::size_t>(unmatched - isMatched.begin())];
-        throw Refusal(Reason::UnknownVariable, pattern + " does not match any variable");
+        throw Refusal(Reason::UnknownVariable,
+                      excerpt(pattern, SHOWN_BYTES) + " does not match any variable");
     }
     return matched;
 }

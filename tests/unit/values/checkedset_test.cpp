@@ -50,6 +50,17 @@ TEST_F(CheckedSetTest, RefusalsNameVariableValueAndReason) {
          "not-an-index: LensFileList.LensFileName: the index of the element is missing"},
         {"FocusMotor[0]", "{}", "not-an-index: FocusMotor[0]: FocusMotor is not an array"},
         {"LensFileList[1].Name", "1", "unknown-variable: LensFileList[1].Name: LensFile has no member Name"},
+        {"LensFileList[1].", "1", "unknown-variable: LensFileList[1].: the name of the member is missing"},
+        {"FocusMotor.", "1", "unknown-variable: FocusMotor.: the name of the member is missing"},
+        {"MemPersistent.FocusTorque.", "1",
+         "unknown-variable: MemPersistent.FocusTorque.: the name of the member is missing"},
+        {"MemPersistent.", "1", "unknown-variable: MemPersistent. is not a variable"},
+        {"LensFileList[1]x", "{}", "unknown-variable: LensFileList[1]x is not a variable"},
+        {"LensFileList[", "{}", "unknown-variable: LensFileList[ is not a variable"},
+        {"LensFileList[]", "{}", "not-an-index: LensFileList[]: the index is not between 0 and 99"},
+        {"LensFileList[99999999999]", "{}",
+         "not-an-index: LensFileList[99999999999]: the index is not between 0 and 99"},
+        {"", "1", "unknown-variable: \"\" is not a variable"},
         {"LensFileList[1]", R"({"LensFileValid":7})",
          "wrong-type: LensFileList[1].LensFileValid takes true or false, not 7"},
         {"LensFileList", "[{}]", "wrong-type: LensFileList takes an array of 100 elements"},
@@ -57,6 +68,8 @@ TEST_F(CheckedSetTest, RefusalsNameVariableValueAndReason) {
     CheckedSet set;
     for (const auto& [name, value, expected] : CASES)
         EXPECT_EQ(outcome(set, name, Json::parse(value)), expected);
+    EXPECT_EQ(outcome(set, std::string(98, 'a') + "ä" + std::string(99999, 'a'), 1),
+              "unknown-variable: " + std::string(98, 'a') + "ä... is not a variable");
 }
 
 // Every variable takes its own value, and a refused value leaves every byte as it is.
