@@ -27,9 +27,13 @@ PLAIN_TEXT = r'^[^"\\\u0000-\u001f]*$'
 
 
 def openapi_text(model, comment):
-    document = yaml.safe_load(FRAME.read_text())
-    # The model's schemas replace those of the frame.
-    document["components"]["schemas"].update(schemas(model))
+    return document_text(FRAME, schemas(model), comment)
+
+
+def document_text(frame, model_schemas, comment):
+    """The frame's document with the schemas of the model, which replace those of the frame."""
+    document = yaml.safe_load(frame.read_text())
+    document["components"]["schemas"].update(model_schemas)
     return format_json({"openapi": document.pop("openapi"), "x-comment": comment, **document}, ENTRY_DEPTH) + "\n"
 
 

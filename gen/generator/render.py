@@ -4,11 +4,13 @@ from pathlib import Path
 
 import jinja2
 
+from clients import ClientTypes, about
 from forms import Forms, cell, literal, words
 from layout import Types
 from ledger import layout_hash
 from model import event_name
 from openapi import openapi_text
+from openapi2 import openapi2_text
 from schema import schema_text
 
 BANNER = (
@@ -30,6 +32,8 @@ FILES = (
     "gen/code/memories.h",
     "docs/catalogue.md",
     "docs/api-variables.md",
+    "clients/typescript/variables.ts",
+    "clients/python/controller/variables.py",
 )
 
 
@@ -40,6 +44,7 @@ def render(model):
     comment = " ".join(" ".join(BANNER).split())
     files["docs/catalogue.schema.json"] = schema_text(model, comment)
     files["docs/openapi.json"] = openapi_text(model, comment)
+    files["docs/openapi-v2.json"] = openapi2_text(model, comment)
     return files
 
 
@@ -50,8 +55,8 @@ def environment_of(model):
     types = Types(model)
     environment.filters.update(words=words, cell=cell, literal=literal, event_name=event_name)
     environment.globals.update(
-        model=model, types=types, forms=Forms(types), events=all_events(model), version=CATALOGUE_VERSION,
-        layout_hash=layout_hash(model), banner=BANNER)
+        model=model, types=types, forms=Forms(types), clients=ClientTypes(types), about=about, events=all_events(model),
+        version=CATALOGUE_VERSION, layout_hash=layout_hash(model), banner=BANNER)
     return environment
 
 

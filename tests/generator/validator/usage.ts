@@ -1,5 +1,5 @@
 // What a program gets from the types that openapi-typescript makes of the description.
-import type { components } from "./types";
+import type { components } from "./openapi";
 
 type Schemas = components["schemas"];
 

@@ -1,0 +1,131 @@
+"""Reads, sets and watches variables."""
+
+import json
+import time
+from http.client import HTTPConnection, HTTPException, HTTPResponse, HTTPSConnection
+from typing import Dict, Iterator, List, Mapping, Optional, Tuple, TypedDict, Union, cast, overload
+from urllib.parse import quote, urlsplit
+
+from .variables import Changes, SomeValues, Values  # pylint: disable=import-error; the build generates it
+
+API = "/api/v2"
+RETRY_SECONDS = 1
+SILENCE_SECONDS = 75  # the controller sends something every 30 s
+
+
+class _RefusalText(TypedDict):
+    variable: str
+    code: str  # "unknown-variable", "not-an-index", "wrong-type", "out-of-bounds", "too-long" or "not-an-entry"
+    given: object
+    message: str
+
+
+class Refusal(_RefusalText, total=False):
+    """Why a value cannot be set. Bounds are those of a number, entries those of an enumeration."""
+
+    min: float
+    max: float
+    entries: List[str]
+
+
+class Refused(Exception):
+    """The controller answered a request with an error.
+
+    status      of HTTP
+    refusals    one for each value that cannot be set
+    """
+
+    def __init__(self, status: int, message: str, refusals: List[Refusal]) -> None:
+        super().__init__(message)
+        self.status = status
+        self.refusals = refusals
+
+
+class Controller:
+    """The variables of one controller.
+
+    address   "http://192.168.1.20"
+    headers   of every request, for example Authorization
+
+    Every method raises OSError or HTTPException without a connection, and Refused if the controller answers with an
+    error.
+    """
+
+    def __init__(self, address: str, headers: Optional[Mapping[str, str]] = None) -> None:
+        self._address = urlsplit(address)
+        self._headers = dict(headers or {})
+
+    @overload
+    def values(self) -> Values: ...
+
+    @overload
+    def values(self, pattern: str, /, *patterns: str) -> SomeValues: ...
+
+    def values(self, *patterns: str) -> Union[Values, SomeValues]:
+        """The present values of the variables that the patterns name, of all without a pattern."""
+        query = f"?vars={_list(patterns)}" if patterns else ""
+        return cast(Values, json.loads(self._ask("GET", f"/values{query}").read()))
+
+    def set(self, *changes: Changes) -> None:
+        """Stores all values, or none and raises Refused."""
+        values = {name: value for change in changes for name, value in change.items()}
+        self._ask("PATCH", "/values", json.dumps(values), {"Content-Type": "application/json"}).read()
+
+    def watch(self, *patterns: str, period_ms: int = 0) -> Iterator[SomeValues]:
+        """The present values of the variables that the patterns name, then for ever those that change.
+
+        Connects again when the connection is lost, and then delivers what has changed meanwhile. Of a variable that
+        changes more often than the program takes it, the program gets the latest value.
+
+        period_ms   at most one delivery in this time
+        """
+        path = f"/events?vars={_list(patterns)}&period={period_ms}"
+        last: Dict[str, str] = {}
+        while True:
+            try:
+                with self._ask("GET", path, headers=last) as response:
+                    for number, data in _events(response):
+                        last = {"Last-Event-ID": number}
+                        yield cast(SomeValues, json.loads(data))
+            except Refused as error:
+                if error.status < 500 and error.status != 429:
+                    raise
+            except (OSError, HTTPException):
+                pass
+            time.sleep(RETRY_SECONDS)
+
+    def _ask(self, method: str, path: str, body: Optional[str] = None,
+             headers: Optional[Mapping[str, str]] = None) -> HTTPResponse:
+        kind = HTTPSConnection if self._address.scheme == "https" else HTTPConnection
+        connection: HTTPConnection = kind(self._address.netloc, timeout=SILENCE_SECONDS)
+        connection.request(method, API + path, body, {**self._headers, **(headers or {})})
+        response = connection.getresponse()
+        if response.status >= 400:
+            raise _refused(response)
+        return response
+
+
+def _refused(response: HTTPResponse) -> Refused:
+    try:
+        problem = json.loads(response.read())
+    except ValueError:  # the web server's own page
+        problem = {}
+    return Refused(response.status, problem.get("detail", response.reason), problem.get("errors", []))
+
+
+def _events(response: HTTPResponse) -> Iterator[Tuple[str, str]]:
+    """The lines "id:" and "data:" of each event until the connection ends."""
+    number, data = "", ""
+    for line in (line.decode().rstrip("\n") for line in response):
+        if line.startswith("id: "):
+            number = line[len("id: "):]
+        elif line.startswith("data: "):
+            data += line[len("data: "):]
+        elif not line:
+            if data:
+                yield number, data
+            number, data = "", ""
+
+
+def _list(patterns: Tuple[str, ...]) -> str:
+    return ",".join(quote(pattern, safe="") for pattern in patterns)

@@ -1,0 +1,131 @@
+// The controller's variables over version 2 of its web API.
+import type { Changes, Name, Named } from "./changes.js";
+import { eventsOf } from "./stream.js";
+import type { Values } from "./variables.js";
+
+export type { Changes, Name, Named } from "./changes.js";
+export type * from "./variables.js";
+
+/** Why one of the values of `set` is refused. */
+export interface Refusal {
+    variable: string;
+    code: "unknown-variable" | "not-an-index" | "wrong-type" | "out-of-bounds" | "too-long" | "not-an-entry";
+    given: unknown;
+    min?: number;
+    max?: number;
+    entries?: string[];
+    message: string;
+}
+
+/** The controller answered a request with an error. */
+export class Refused extends Error {
+    constructor(
+        readonly status: number,
+        message: string,
+        /** One for each value that `set` cannot store. */
+        readonly refusals: readonly Refusal[] = [],
+    ) {
+        super(message);
+    }
+}
+
+export interface Watch {
+    /** Ends the watching; the callback is not called again. */
+    end(): void;
+    /** Resolves after end(); rejects with Refused if the controller does not accept the request. */
+    readonly ended: Promise<void>;
+}
+
+type Known<Pattern extends string> = [Named<Pattern>] extends [never] ? never : Pattern;
+
+const API = "/api/v2";
+const RETRY_MS = 1000;
+const SILENCE_MS = 75000; // the controller sends something every 30 s
+
+export class Controller {
+    /**
+     * @param address "http://192.168.1.20"; empty for the page's own controller
+     * @param headers of every request, for example Authorization
+     */
+    constructor(
+        private readonly address = "",
+        private readonly headers: Record<string, string> = {},
+    ) {}
+
+    /** The present values of the variables that the patterns name, of all without a pattern. */
+    async values(): Promise<Values>;
+    async values<Pattern extends string>(...patterns: Known<Pattern>[]): Promise<Pick<Values, Named<Pattern>>>;
+    async values(...patterns: string[]): Promise<object> {
+        const query = patterns.length > 0 ? `?vars=${list(patterns)}` : "";
+        return (await this.ask(`/values${query}`)).json();
+    }
+
+    /** Stores all values, or none and throws Refused. */
+    async set(changes: Changes): Promise<void> {
+        await this.ask("/values", {
+            method: "PATCH",
+            body: JSON.stringify(changes),
+            headers: { "Content-Type": "application/json" },
+        });
+    }
+
+    /**
+     * Calls back with the present values of the variables that the patterns name, then with those that change.
+     * Connects again when the connection is lost, and then gets what has changed meanwhile.
+     *
+     * @param periodMs at most one call in this time
+     */
+    watch<Pattern extends string>(
+        patterns: readonly Known<Pattern>[],
+        callback: (changed: Partial<Pick<Values, Named<Pattern>>>) => void,
+        periodMs = 0,
+    ): Watch {
+        const abort = new AbortController();
+        const path = `/events?vars=${list(patterns)}&period=${periodMs}`;
+        const follow = async () => {
+            for await (const changed of this.changes(path, abort.signal)) callback(changed);
+        };
+        return { end: () => abort.abort(), ended: follow() };
+    }
+
+    private async *changes(path: string, signal: AbortSignal): AsyncGenerator<object> {
+        let last: Record<string, string> = {};
+        while (!signal.aborted) {
+            try {
+                const response = await this.ask(path, { signal, headers: last, cache: "no-store" });
+                for await (const event of eventsOf(response, SILENCE_MS)) {
+                    if (signal.aborted) return;
+                    last = { "Last-Event-ID": event.id };
+                    yield JSON.parse(event.data);
+                }
+            } catch (error) {
+                if (!signal.aborted && !isTemporary(error)) throw error;
+            }
+            await pause(RETRY_MS, signal);
+        }
+    }
+
+    private async ask(path: string, init: RequestInit = {}): Promise<Response> {
+        const headers = { ...this.headers, ...(init.headers as Record<string, string>) };
+        const response = await fetch(this.address + API + path, { ...init, headers });
+        if (response.ok) return response;
+        const problem = await response.json().catch(() => ({}));
+        throw new Refused(response.status, problem.detail ?? response.statusText, problem.errors);
+    }
+}
+
+function list(patterns: readonly string[]): string {
+    return patterns.map(encodeURIComponent).join(",");
+}
+
+/** Whether the same request can succeed later: a network error, or a web server without the service or at its limits. */
+function isTemporary(error: unknown): boolean {
+    return error instanceof Refused ? error.status >= 500 || error.status === 429 : error instanceof TypeError;
+}
+
+function pause(ms: number, signal: AbortSignal): Promise<void> {
+    return new Promise((resolve) => {
+        const timer = setTimeout(resolve, ms);
+        signal.addEventListener("abort", () => (clearTimeout(timer), resolve()), { once: true });
+    });
+}
