@@ -26,8 +26,8 @@ void parseWith(const argp& parser, unsigned int flags, std::string name, std::ve
 
 // The command line up to the command.
 struct Choice {
-    std::vector<Command>& commands;
-    Command* command = nullptr;
+    const std::vector<Command>& commands;
+    const Command* command = nullptr;
     std::vector<std::string> rest;
 };
 
@@ -37,12 +37,9 @@ error_t choose(int key, char* text, argp_state* state) {
         argp_error(state, "the command is missing");
     if (key != ARGP_KEY_ARG)
         return ARGP_ERR_UNKNOWN;
-    const auto found =
-        std::find_if(choice.commands.begin(), choice.commands.end(),
-                     [&](const Command& command) { return command.name() == std::string(text); });
-    if (found == choice.commands.end())
+    choice.command = findCommand(choice.commands, text);
+    if (choice.command == nullptr)
         argp_error(state, "%s is not a command", text);
-    choice.command = &*found;
     choice.rest.assign(state->argv + state->next, state->argv + state->argc);
     state->next = state->argc;
     return 0;
@@ -100,24 +97,25 @@ const Command::Argument* Command::argument(std::size_t count) const {
     return !arguments_.empty() && arguments_.back().isRepeated ? &arguments_.back() : nullptr;
 }
 
-void Command::parse(std::vector<std::string> words) {
+void Command::parse(std::vector<std::string> words) const {
+    const Command* self = this; // argp takes no constant
     const std::vector<argp_option> options = argpOptions();
     const std::string forms = form();
     const argp parser{options.data(), receive, forms.c_str(), about_, nullptr, nullptr, nullptr};
-    parseWith(parser, 0, std::string("variables ") + name_, words, this);
+    parseWith(parser, 0, std::string("variables ") + name_, words, &self);
 }
 
 // Exceptions do not pass through the C library.
 error_t Command::receive(int key, char* text, argp_state* state) {
     try {
-        return static_cast<Command*>(state->input)->take(key, text, state) ? 0 : ARGP_ERR_UNKNOWN;
+        return (*static_cast<const Command**>(state->input))->take(key, text, state) ? 0 : ARGP_ERR_UNKNOWN;
     } catch (const std::invalid_argument& error) {
         argp_error(state, "%s", error.what());
         return EINVAL;
     }
 }
 
-bool Command::take(int key, const char* text, argp_state* state) {
+bool Command::take(int key, const char* text, argp_state* state) const {
     if (key == ARGP_KEY_END)
         require(state);
     const std::size_t option = static_cast<std::size_t>(key) - FIRST_KEY;
@@ -157,7 +155,14 @@ std::string Command::form() const {
     return text;
 }
 
-int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version) {
+const Command* findCommand(const std::vector<Command>& commands, const std::string& name) {
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&](const Command& command) { return command.name() == name; });
+    return found == commands.end() ? nullptr : &*found;
+}
+
+int runCommand(const std::vector<Command>& commands, const std::vector<std::string>& words,
+               const char* version) {
     Choice choice{commands, nullptr, {}};
     const std::string about = overview(commands);
     const argp parser{nullptr, choose, "COMMAND ...", about.c_str(), nullptr, nullptr, nullptr};

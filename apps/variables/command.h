@@ -61,13 +61,13 @@ public:
 
     /// Reads the words after the command's name. Ends the process after --help, and with status 2 and a
     /// message if the words are invalid.
-    void parse(std::vector<std::string> words);
+    void parse(std::vector<std::string> words) const;
 
     int run() const { return action_(); }
 
 private:
     static error_t receive(int key, char* text, argp_state* state);
-    bool take(int key, const char* text, argp_state* state);
+    bool take(int key, const char* text, argp_state* state) const;
     void require(argp_state* state) const;
     std::vector<argp_option> argpOptions() const;
     std::string form() const;
@@ -79,7 +79,11 @@ private:
     std::vector<Argument> arguments_;
 };
 
+/// Null if no command has the name. Belongs to `commands`.
+const Command* findCommand(const std::vector<Command>& commands, const std::string& name);
+
 /// Reads the program's options and runs the command that the first argument names. Returns its exit status.
 /// Ends the process after --help and --version (`version`), and with status 2 and a message if the command
 /// line is invalid.
-int runCommand(std::vector<Command>& commands, const std::vector<std::string>& words, const char* version);
+int runCommand(const std::vector<Command>& commands, const std::vector<std::string>& words,
+               const char* version);

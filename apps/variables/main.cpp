@@ -2,6 +2,7 @@
 #include "apps/variables/clock.h"
 #include "apps/variables/command.h"
 #include "apps/variables/commands.h"
+#include "apps/variables/completion.h"
 #include "gen/code/gen.h"
 #include "gen/code/memories.h"
 
@@ -35,6 +36,12 @@ template <typename Options>
 int onDevice(int (*command)(const Options&), const Options& options) {
     openDevice();
     return command(options);
+}
+
+int complete(const std::vector<Command>& commands, const std::vector<std::string>& words) {
+    for (const std::string& text : completions(commands, words))
+        std::puts(text.c_str());
+    return 0;
 }
 
 // What the command line gives to the commands.
@@ -78,6 +85,10 @@ int main(int argc, char** argv) {
     try {
         Options options;
         std::vector<Command> all = commands(options);
+        std::vector<std::string> words;
+        all.emplace_back("complete", "Print what the last word can become (for the shell)",
+                         [&] { return complete(all, words); })
+            .several("WORD", Words::Any, words);
         return runCommand(all, {argv + std::min(argc, 1), argv + argc}, VERSIONS);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "variables: %s\n", error.what());

@@ -1,10 +1,18 @@
 """The variables tool on a virtual device."""
 
 import json
+import os
+import pty
+import select
+import shlex
 import subprocess
 import time
+from pathlib import Path
 
+import pytest
 from systemdevice import SystemDevice
+
+COMPLETION = Path(__file__).resolve().parents[2] / "packaging/bash-completion/variables"
 
 
 def run(device, *words):
@@ -66,6 +74,26 @@ def test_changes_are_printed_until_a_value_is_there(device):
     assert all(change["old"] != change["value"] for change in changes)
     run(device, "set", "ZoomTorque=2")
     assert run(device, "watch", "--for", "100ms", "--until", "ZoomTorque=1")[0] == 1
+
+
+@pytest.mark.parametrize("typed, completed", [
+    ("wat\t", "variables watch "), ("list --lo\t", "list --long "), ("set RadioBo\tt\t", "set RadioBoost=true "),
+    ("set MemPersistent.DisplayUnit=M\t", "MemPersistent.DisplayUnit=Meter "), ("get MemPersi\t", "MemPersistent."),
+    ("get 'LensFileList[2].LensFileN\t", "'LensFileList[2].LensFileName"), ("watch --until=DisplayUnit=Fe\t", "=Feet ")])
+def test_bash_completes_commands_names_and_entries(device, typed, completed):
+    """In a terminal, because bash itself decides where words begin."""
+    terminal, end = pty.openpty()
+    script = f"PS1=; variables() {{ {shlex.join(device.command('variables'))} \"$@\"; }}; . {COMPLETION}\n"
+    with subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=end, stdout=end, stderr=end,
+                          env={**device.environment(), "TERM": "dumb"}, start_new_session=True) as bash:
+        os.write(terminal, f"{script}variables {typed}".encode())
+        shown = ""
+        while completed not in shown:
+            assert select.select([terminal], [], [], 60)[0], shown
+            shown += os.read(terminal, 1000).decode()
+        bash.kill()
+    os.close(terminal)
+    os.close(end)
 
 
 def test_a_killed_tool_gives_the_brokers_semaphore_back(device):
