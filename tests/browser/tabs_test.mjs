@@ -49,8 +49,10 @@ test("what is watched and the layouts are the same in all tabs, also when they a
         document.querySelector(field).value = text;
         document.querySelector(form).requestSubmit();
     });
-    const submitAll = (form, field, texts) => Promise.all(tabs.map(({ page }, at) => page.evaluate(submit, [form, field, share(texts, at)])));
-    const shown = ({ page }, selector) => page.locator(selector).evaluateAll((all) => all.map(({ dataset }) => Object.values(dataset)[0]));
+    const submitAll = (form, field, texts) =>
+        Promise.all(tabs.map(({ page }, at) => page.evaluate(submit, [form, field, share(texts, at)])));
+    const first = (all) => all.map(({ dataset }) => Object.values(dataset)[0]);
+    const shown = ({ page }, selector) => page.locator(selector).evaluateAll(first);
     await submitAll("#watch-form", "#watch-add", chosen);
     await until(async () => (await shown(tabs[0], "[data-watch]")).sort(), chosen.toSorted(), "all that were added at the same time");
     const order = await shown(tabs[0], "[data-watch]");

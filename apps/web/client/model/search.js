@@ -62,8 +62,8 @@ export class SearchIndex {
     const { name, memory, about = "", type, entries = [] } = variable;
     const members = Object.keys(this.#structures[type] ?? {});
     const parts = partsOf(name);
-    const entry = { at: this.#entries.size, variable, name: name.toLowerCase(), parts, begins: begins(parts), about: about.toLowerCase(),
-      type: `${memory} ${type} ${entries.join(" ")}`.toLowerCase(), members: members.join(" ").toLowerCase() };
+    const entry = { at: this.#entries.size, variable, name: name.toLowerCase(), parts, begins: begins(parts),
+      about: about.toLowerCase(), type: `${memory} ${type} ${entries.join(" ")}`.toLowerCase(), members: members.join(" ").toLowerCase() };
     this.#entries.set(variable.key, entry);
     return entry;
   }
