@@ -17,6 +17,7 @@ const LOG_BYTES = 56e6;
 const LOG_LINK = { bitsPerSecond: 1e7, roundTripMs: 20 };
 const LOG_OPENINGS = 5;
 const LOG_LIMIT_MS = 1000;
+const ABORTS = 20;
 const TEXTS = ["batery", "DisplayBrigthness", "focus position", "lens files", "serial number product", "mac adress",
     "camera firmware version", "touch screen", "depth of field near", "sound volumne", "circle of confuson", "xyzzy"];
 const TABS = 4;
@@ -32,6 +33,8 @@ const sorted = (numbers) => numbers.sort((one, other) => one - other);
 const least = (numbers) => numbers[0].toFixed(0);
 const median = (numbers) => numbers[numbers.length >> 1].toFixed(0);
 const most = (numbers) => numbers.at(-1).toFixed(0);
+
+const processorMs = (id) => Number(readFileSync(`/proc/${id}/schedstat`, "utf8").split(" ")[0]) / 1e6;
 
 // In the page: notes the time of the first frame in which values are there that are not marked as old.
 function noteValues() {
@@ -82,6 +85,14 @@ async function logLength({ url }) {
     const { value } = await reader.read();
     await reader.cancel();
     return parseInt(new TextDecoder().decode(value.subarray(0, 20)), 10);
+}
+
+// Milliseconds on the processor that the service needs for an answer which is aborted once its length is known.
+async function abortCost(device) {
+    const before = processorMs(device.service);
+    for (let count = 0; count < ABORTS; ++count) await logLength(device);
+    await pause(SETTLE_MS);
+    return (processorMs(device.service) - before) / ABORTS;
 }
 
 async function fillLog(device) {
@@ -136,14 +147,16 @@ export async function printLog(browser, complaints) {
     const found = [];
     while (found.length < LOG_OPENINGS) found.push(await openLog(browser, device.url));
     const ms = sorted(found);
+    const aborted = await abortCost(device);
     const [saving, longest] = await saveLog(browser, device.url);
     const length = await logLength(device);
     await device.stop();
     if (ms[LOG_OPENINGS >> 1] > LOG_LIMIT_MS) complaints.push(`a log of ${length} bytes is there after more than ${LOG_LIMIT_MS} ms`);
     console.log("A long log: from the opening of the view to its last lines over 10 Mbit/s with a round trip of 20 ms, and " +
         "saving all of it on this machine, in ms.\n");
-    printTable(["bytes", "openings", "least", "median", "most", "to save", "longest time without an answer of the page"],
-        [[length, LOG_OPENINGS, least(ms), median(ms), most(ms), saving.toFixed(0), longest.toFixed(0)]]);
+    printTable(["bytes", "openings", "least", "median", "most", "service's processor for an aborted answer", "to save",
+        "longest time without an answer of the page"],
+    [[length, LOG_OPENINGS, least(ms), median(ms), most(ms), aborted.toFixed(1), saving.toFixed(0), longest.toFixed(0)]]);
 }
 
 // Milliseconds on the processor that the page's main thread needs until the next frame is drawn, after act(argument).
@@ -180,7 +193,7 @@ async function keyTimes(page, session) {
     return sorted(found.map((ms) => Math.max(ms - own, 0) * SLOWER));
 }
 
-// Prints the table; complains if one key of twenty takes more than the limit.
+// Prints the table; complains if a key takes more than the limit.
 export async function printKeys(browser, complaints) {
     progress("Keys in the search");
     const device = await Device.start({ simulation: [], display: [] });
@@ -192,7 +205,7 @@ export async function printKeys(browser, complaints) {
     await page.context().close();
     await device.stop();
     const late = ms[Math.floor(ms.length * 0.95)];
-    if (late > KEY_LIMIT_MS) complaints.push(`a key in the search takes ${late.toFixed(0)} ms`);
+    if (ms.at(-1) > KEY_LIMIT_MS) complaints.push(`a key in the search takes ${most(ms)} ms`);
     console.log(`A key in the search, until what it brings is drawn: ${SLOWER} times the processor time of the page, in ms.\n`);
     printTable(["keys", "median", "95th percentile", "most"], [[ms.length, median(ms), late.toFixed(0), most(ms)]]);
 }
@@ -227,8 +240,6 @@ async function storeTimes(device) {
     await following.catch(() => {});
     return found;
 }
-
-const processorMs = (id) => Number(readFileSync(`/proc/${id}/schedstat`, "utf8").split(" ")[0]) / 1e6;
 
 // Prints the table; complains about a lost store, and if the service or one store of twenty takes more than its limit.
 export async function printScreen(browser, complaints) {

@@ -9,7 +9,7 @@ import { FILL, setScene } from "./scene.mjs";
 const PICTURES = `${process.env.SYSTEM_TEST_BUILD}/screenshots`;
 const LOOKS = {
     desktop: { viewport: { width: 1280, height: 800 } },
-    phone: { viewport: { width: 390, height: 844 }, hasTouch: true, isMobile: true },
+    phone: { viewport: { width: 360, height: 740 }, hasTouch: true, isMobile: true },
 };
 // One of each kind: number, switch, choice, text, buffer, structure, list.
 const KINDS = ["MemCamera.CamShutterCustomSet", "MemPersistent.StealthMode", "MemPersistent.KnobColor", "MemPersistent.ProductName",

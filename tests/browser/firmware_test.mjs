@@ -28,14 +28,14 @@ const says = (text, on = console) => on.says("#firmware-state", text);
 const question = (answer) => page.locator("#question").getByRole("button", { name: answer }).click();
 
 // Chooses target and file and presses the button.
-async function choose(target, size = 100) {
-    await page.locator("#firmware-target option", { hasText: target }).waitFor({ state: "attached" });
-    const value = await page.locator("#firmware-target option", { hasText: target }).getAttribute("value");
-    await page.locator("#firmware-target").selectOption(value);
+async function choose(target, size = 100, tab = console) {
+    await tab.page.locator("#firmware-target option", { hasText: target }).waitFor({ state: "attached" });
+    const value = await tab.page.locator("#firmware-target option", { hasText: target }).getAttribute("value");
+    await tab.page.locator("#firmware-target").selectOption(value);
     await writeFile(FILE, "");
     await truncate(FILE, size);
-    await page.locator("#firmware-file").setInputFiles(FILE);
-    await page.locator("#firmware-form [type=submit]").click();
+    await tab.page.locator("#firmware-file").setInputFiles(FILE);
+    await tab.page.locator("#firmware-form [type=submit]").click();
     return value;
 }
 
@@ -76,6 +76,8 @@ async function settle(...pages) {
 // Plays the updater. After each state the uploading page is loaded anew; another browser shows the same.
 async function play(place, target, states, outcome) {
     const other = await open({ view: "device" });
+    await device.store(`${place}FileName`, "");
+    await settle(console, other);
     await choose(target);
     await question("Update");
     await until(() => device.load(`${place}FileName`), /\/update\//, "the upload");
@@ -153,4 +155,18 @@ test("an upload that stalls is reported in every tab, can be cancelled, and is n
         thaw();
     }
     assert.equal(await device.load(`${RBUS}FileName`), "", "nothing has arrived");
+});
+
+test("of two tabs that start an update at the same moment one uploads, and the other says so", async () => {
+    const tabs = [console, await open({ view: "device", context })];
+    for (const tab of tabs) await choose("Ultrasonic Ranger", 50_000_000, tab);
+    const thaw = device.freezeServer();
+    try {
+        await Promise.all(tabs.map((tab) => tab.page.evaluate(() => document.querySelector("#question [value=yes]").click())));
+        const count = async (isWanted) => (await Promise.all(tabs.map(isWanted))).filter(Boolean).length;
+        await until(() => count(async (tab) => /is not sent: another/.test(await tab.page.locator("#firmware-state").innerText())), 1, "refusals");
+        await until(() => count((tab) => tab.page.locator("#firmware-cancel").isVisible()), 1, "uploads");
+    } finally {
+        thaw();
+    }
 });

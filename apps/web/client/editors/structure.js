@@ -2,7 +2,7 @@
 // element that is chosen from a table.
 
 import { ask, element, setText } from "../dom.js";
-import { assignMembers } from "../model/assign.js";
+import { assignMembers, memberForm } from "../model/assign.js";
 import { memberText } from "../model/format.js";
 import { elementPicker, heading } from "./elements.js";
 import { Entry } from "./entry.js";
@@ -72,13 +72,4 @@ function memberRow(catalogue, structure, name, value) {
     row.classList.toggle("behind", !entry.follow(latest));
   };
   return { name, form, entry, row, update };
-}
-
-// The kind and length of a member, as createField() and write() take them.
-export function memberForm(catalogue, structure, name, value) {
-  const known = catalogue.structures[structure]?.[name];
-  const entries = catalogue.enumerations[known?.type];
-  if (entries) return { kind: "enum", entries };
-  const kind = { boolean: "bool", number: "float", object: "float" }[typeof value] ?? "string";
-  return { kind: known?.type === "int" ? "int" : kind, length: known?.length };
 }

@@ -43,6 +43,15 @@ export async function assignMembers(app, variable, members, index) {
   });
 }
 
+// The kind and length of a member, as createField() and assignMembers() take them.
+export function memberForm(catalogue, structure, name, value) {
+  const known = catalogue.structures[structure]?.[name];
+  const entries = catalogue.enumerations[known?.type];
+  if (entries) return { kind: "enum", entries };
+  const kind = { boolean: "bool", number: "float", object: "float" }[typeof value] ?? "string";
+  return { kind: known?.type === "int" ? "int" : kind, length: known?.length };
+}
+
 async function send(app, variable, body, wish) {
   const watch = watchFor(app.store, variable, wish.isStored);
   try {

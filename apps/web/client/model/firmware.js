@@ -2,11 +2,13 @@
 // storage, so each of its pages continues it, also after a reload: it starts the update once the file is valid, and compares
 // the versions at the end. A status request starts a valid update; it is sent for uploads of this browser only.
 
-import { set, updateStatus } from "../feed/api.js";
+import { pause, set, updateStatus } from "../feed/api.js";
 import { Kept } from "./remember.js";
 import { Upload } from "./upload.js";
 
 const TICK_MS = 500;
+// Longer than what one page keeps is on its way to the others.
+const CLAIM_MS = 200;
 const START_MS = 3000;
 const BEAT_MS = 15000;
 const SILENT_MS = 300000;
@@ -52,6 +54,7 @@ export class Firmware {
   #kept = new Kept("console.update", null);
   #listeners = new Set();
   #upload = null;
+  #isSending = false;
   #isAsking = false;
   #shown = "";
 
@@ -59,8 +62,8 @@ export class Firmware {
     this.#app = app;
     app.store.subscribe(() => this.#look());
     this.#kept.subscribe(() => this.#look());
-    addEventListener("pagehide", () => this.#upload && this.#keep({ phase: "left" }));
-    addEventListener("beforeunload", (event) => this.#upload && event.preventDefault());
+    addEventListener("pagehide", () => this.#isSending && this.#keep({ phase: "left" }));
+    addEventListener("beforeunload", (event) => this.#isSending && event.preventDefault());
     setInterval(() => this.#look(), TICK_MS);
   }
 
@@ -83,21 +86,32 @@ export class Firmware {
     return this.#kept.value !== null && this.#kept.value.phase !== "ended";
   }
 
-  // Uploads the file for a target {id, name, serial, isHost} and starts the update.
+  // Uploads the file for a target {id, name, serial, isHost} and starts the update. Resolves to false where another runs.
   async start(target, file) {
-    if (this.state.isRunning) return;
-    const place = target.isHost ? HOST : ACCESSORY;
+    if (this.state.isRunning || !await this.#claim(target, file)) return false;
     this.#upload = new Upload(target.id, file);
-    this.#kept.change(() => ({ target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
-      from: this.#version(target), before: this.#signature(place) }));
     const beat = () => this.#upload && this.#keep({ beat: Date.now(), ...this.#upload.state });
     this.#upload.onprogress = beat;
     const timer = setInterval(beat, TICK_MS);
     const answer = await this.#upload.done;
     clearInterval(timer);
     this.#upload = null;
+    this.#isSending = false;
     if (answer.taskid !== undefined) this.#keep({ phase: "sent", since: Date.now() });
     else this.#end("upload", false, answer.unknown ? `Unknown: ${answer.unknown}` : `Not updated: ${answer.result}`);
+    return true;
+  }
+
+  // Of pages that start at the same moment the one whose claim is kept last uploads.
+  async #claim(target, file) {
+    const id = Math.random();
+    const before = this.#signature(target.isHost ? HOST : ACCESSORY);
+    this.#kept.change(() => ({ id, target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
+      from: this.#version(target), before }));
+    this.#isSending = true;
+    await pause(CLAIM_MS);
+    this.#isSending = this.#kept.value?.id === id;
+    return this.#isSending;
   }
 
   // Ends an upload. What has been sent whole cannot be taken back.

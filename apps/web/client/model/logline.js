@@ -3,6 +3,8 @@
 
 export const LEVELS = ["DebugAll", "DebugMost", "DebugLight", "LogAll", "LogMost", "LogLight", "Warn", "Error"];
 
+// Lines of several processors may be out of order by less than this.
+const BACK_S = 1;
 const LINE = new RegExp(`^\\[\\s*(\\d+\\.\\d+)\\]\\s*(?:(\\S+)\\s+(${LEVELS.join("|")})\\s)?`);
 
 // {seconds since the device's start, process, level (its index)}; undefined what it does not have.
@@ -15,6 +17,13 @@ export function readLine(text) {
 // so the earliest start that any line tells is the nearest.
 export class StartTime {
   seconds = undefined;
+  #last = 0;
+
+  // Takes the time of the log's last line. A device that has been started again counts from 0, and its start is unknown.
+  follow(written) {
+    if (written < this.#last - BACK_S) this.seconds = undefined;
+    this.#last = written;
+  }
 
   // Returns whether the start is another one now.
   learn(written, now = Date.now() / 1000) {

@@ -10,11 +10,22 @@ import { Kept } from "./remember.js";
 const VERSION = 1;
 
 const kept = new Kept("console.snapshot", null);
+const saved = new Kept("console.snapshot-saved", true);
 
 // The snapshot that the pages of this browser work with, or null. It survives a reload.
 export const keptSnapshot = () => kept.value;
 
-export const keepSnapshot = (snapshot) => kept.change(() => snapshot);
+// Whether a file has it.
+export const isSnapshotSaved = () => saved.value;
+export const markSnapshotSaved = () => saved.change(() => true);
+
+export function keepSnapshot(snapshot, isSaved) {
+  saved.change(() => isSaved);
+  kept.change(() => snapshot);
+}
+
+// listener() is called when there is another snapshot, also of another page.
+export const subscribeToSnapshot = (listener) => kept.subscribe(listener);
 
 const valueOf = ({ kind, data, value }) => (kind === "unprintable" ? null : data ?? value);
 

@@ -12,7 +12,7 @@ const BASE_KINDS = ["bool", "int", "float", "string"];
 //   value   the value as text;  data: members of a structure, elements of a list
 //   min, max, entries, length, about, reason: where they are known
 //   changedAt  when a change was last seen, in milliseconds;  isChangedBefore: it came at some time since the last
-//              answer, which the tree shows
+//              answer, which the tree shows;  changes: how many were seen
 export class Store {
   #catalogue;
   #listeners = new Set();
@@ -43,7 +43,7 @@ export class Store {
       variables.set(key, variable);
       if (known?.raw === raw) return;
       isNew ||= !known;
-      if (known) Object.assign(known, { changedAt: Date.now(), isChangedBefore: isTree });
+      if (known) Object.assign(known, { changedAt: Date.now(), isChangedBefore: isTree, changes: (known.changes ?? 0) + 1 });
       read(variable, raw);
       changed.add(variable);
     });

@@ -16,6 +16,7 @@ export class DeviceView {
   #lists;
   #firmware;
   #shown = "";
+  isReading = false;
 
   constructor(app) {
     this.#firmware = new FirmwareView(app, () => this.refresh());
@@ -27,7 +28,7 @@ export class DeviceView {
   }
 
   show() {
-    const refreshAll = () => [this, ...this.#lists].forEach((part) => part.refresh());
+    const refreshAll = () => [this, ...this.#lists].forEach((part) => part.isReading || part.refresh());
     refreshAll();
     this.#timer ||= setInterval(refreshAll, REFRESH_MS);
   }
@@ -38,6 +39,7 @@ export class DeviceView {
   }
 
   async refresh() {
+    this.isReading = true;
     try {
       const info = await deviceInfo();
       if (info.text !== this.#shown) {
@@ -49,6 +51,7 @@ export class DeviceView {
       this.#shown = "";
       setText(byId("device-identity"), `Not known: ${error.message}.`);
     }
+    this.isReading = false;
   }
 }
 

@@ -12,6 +12,7 @@ export class FileList {
   #state = element("p", { class: "note", role: "status" });
   #names = null;
   #isProblem = false;
+  isReading = false;
 
   constructor(kind, title, onChange) {
     this.#kind = kind;
@@ -28,6 +29,7 @@ export class FileList {
 
   // Reads the list; returns whether that worked.
   async refresh() {
+    this.isReading = true;
     try {
       const names = await listFiles(this.#kind);
       if (String(names) !== String(this.#names)) this.#show(names);
@@ -37,6 +39,8 @@ export class FileList {
       this.#say(`Not listed: ${error.message}.`);
       this.#isProblem = true;
       return false;
+    } finally {
+      this.isReading = false;
     }
   }
 

@@ -9,6 +9,7 @@ export class FirmwareView {
   #form = byId("firmware-form");
   #targets = new Map();
   #firmware = null;
+  #note = "";
 
   // onEnd() is called when an update has ended.
   constructor(app, onEnd) {
@@ -47,13 +48,18 @@ export class FirmwareView {
 
   async #start() {
     const { deviceid, file: { files: [file] } } = this.#form.elements;
-    const { name, serial, version, isAway } = this.#targets.get(deviceid.value);
-    if (isAway) {
-      this.#show({ text: `Not updated: ${name} ${serial} is not connected.`, ok: false });
-      return;
-    }
+    const { name, serial, version } = this.#targets.get(deviceid.value);
+    const isThere = () => {
+      const { isAway } = this.#targets.get(deviceid.value);
+      if (isAway) this.#show({ text: `Not updated: ${name} ${serial} is not connected.`, ok: false });
+      return !isAway;
+    };
+    this.#note = "";
     const question = `Update ${name} ${serial}, version ${version}, with the file ${file.name} (${sizeText(file.size)})?`;
-    if (await ask(question, "Update")) await this.#firmware.start(this.#targets.get(deviceid.value), file);
+    if (!isThere() || !await ask(question, "Update") || !isThere()) return;
+    if (await this.#firmware.start(this.#targets.get(deviceid.value), file)) return;
+    this.#note = ` ${file.name} for ${name} is not sent: another update runs.`;
+    this.#show(this.#firmware.state);
   }
 
   // Marks the step that is at work, or the one that it ended in. A progress of 0 is a bar that moves.
@@ -65,7 +71,7 @@ export class FirmwareView {
     const bar = byId("firmware-progress");
     if (isRunning && percent === 0 && step !== "upload") bar.removeAttribute("value");
     else bar.value = percent;
-    setText(byId("firmware-state"), text);
+    setText(byId("firmware-state"), `${text}${this.#note}`);
     byId("firmware-state").dataset.ok = ok ?? "";
     byId("firmware-cancel").hidden = !canCancel;
     if (this.#form.querySelector("[type=submit]").disabled && !isRunning) this.onEnd();

@@ -23,10 +23,12 @@ export class LogView {
   #placed = 0;
   #anchor = null;
   #saving = null;
-  #filter = new LogFilter(this.#output, () => this.#choose());
+  #filter;
 
   constructor(app) {
     this.#app = app;
+    // The service logs that the tree is read.
+    this.#filter = new LogFilter(this.#output, () => this.#choose(), () => app.readBack());
     app.listen("log", (message) => this.#add(message));
     app.listen("log-state", ({ text }) => this.#say(text));
     byId("log-save").addEventListener("click", () => this.#save());
@@ -62,7 +64,7 @@ export class LogView {
     if (lines.length > KEPT_LINES) this.#start = null;
     const nodes = lines.slice(-KEPT_LINES).map(lineNode);
     this.#output.append(...nodes);
-    this.#filter.take(nodes, !reset);
+    this.#filter.take(nodes, reset ? "instead" : "behind");
     this.#makeRoom();
     if (reset) this.#findAnchor();
     if (this.#filter.isActive) this.#filter.apply();
@@ -100,7 +102,7 @@ export class LogView {
     const lines = new LogText().take(text);
     const nodes = lines.slice(-KEPT_LINES_READING + this.#output.childElementCount).map(lineNode);
     this.#output.prepend(...nodes);
-    this.#filter.take(nodes, false);
+    this.#filter.take(nodes, "before");
     this.#filter.apply();
     this.#start = start;
     this.#keepPlace();

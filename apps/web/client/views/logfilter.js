@@ -9,12 +9,15 @@ export class LogFilter {
   #processes = new Set();
   #start = new StartTime();
 
-  // For the children of `lines`. change() is called when others are wanted.
-  constructor(lines, change) {
+  // For the children of `lines`. change() is called when others are wanted, needLine() when the wall time needs a new line.
+  constructor(lines, change, needLine) {
     this.#lines = lines;
     byId("log-level").append(...LEVELS.slice(1).map((level, i) => element("option", { value: i + 1 }, `${level} and above`)));
     for (const id of ["log-filter", "log-level", "log-process", "log-around"]) byId(id).addEventListener("input", change);
-    byId("log-wall").addEventListener("change", () => this.#showTimes([...lines.children]));
+    byId("log-wall").addEventListener("change", () => {
+      if (byId("log-wall").checked && this.#start.seconds === undefined) needLine();
+      this.#showTimes([...lines.children]);
+    });
   }
 
   // Whether lines may be left out.
@@ -22,15 +25,17 @@ export class LogFilter {
     return ["log-filter", "log-level", "log-process"].some((id) => byId(id).value.trim() !== "");
   }
 
-  // Takes lines that are new; of those that are just written the wall time is learnt.
-  take(lines, isLive) {
+  // Takes lines that are new at a place: "before" the others, "instead" of them, or "behind" them, just written: of these
+  // the wall time is learnt.
+  take(lines, place) {
     for (const line of lines) {
       const facts = readLine(line.textContent);
       this.#known.set(line, facts);
       if (facts.process && !this.#processes.has(facts.process)) this.#offer(facts.process);
     }
-    const last = isLive && this.#known.get(lines.at(-1))?.seconds;
-    const isOther = last && this.#start.learn(last);
+    const last = place !== "before" && this.#known.get(lines.at(-1))?.seconds;
+    if (last) this.#start.follow(last);
+    const isOther = last && place === "behind" && this.#start.learn(last);
     if (byId("log-wall").checked) this.#showTimes(isOther ? [...this.#lines.children] : lines);
   }
 

@@ -1,11 +1,10 @@
 // Keeps the values of a moment, shows what differs from it, and restores what is chosen.
 
 import { ask, byId, element, saveAs, setText } from "../dom.js";
-import { memberForm } from "../editors/structure.js";
-import { assign, assignMembers } from "../model/assign.js";
+import { assign, assignMembers, memberForm } from "../model/assign.js";
 import { timeStamp } from "../model/format.js";
-import { differences, keepSnapshot, keptSnapshot, placeText, readSnapshot, snapshotText, takeSnapshot, valueAt }
-  from "../model/snapshot.js";
+import { differences, isSnapshotSaved, keepSnapshot, keptSnapshot, markSnapshotSaved, placeText, readSnapshot, snapshotText,
+  subscribeToSnapshot, takeSnapshot, valueAt } from "../model/snapshot.js";
 
 const ROWS_AT_ONCE = 300;
 
@@ -14,7 +13,6 @@ export class SnapshotView {
   #other = null;
   #rows = [];
   #most = ROWS_AT_ONCE;
-  #isSaved = true;
   #isRestoring = false;
 
   constructor(app) {
@@ -32,6 +30,7 @@ export class SnapshotView {
     on("rows", "change", () => this.#countChosen());
     on("restore", "click", () => this.#restore());
     app.store.subscribe((changed, isNew) => this.#follow(changed, isNew));
+    subscribeToSnapshot(() => this.#renew());
     this.#offerMemories();
   }
 
@@ -41,6 +40,12 @@ export class SnapshotView {
 
   hide() {}
 
+  // What differs from another snapshot is not what is shown.
+  #renew() {
+    this.#describe();
+    if (!this.#isRestoring) this.#show([], "");
+  }
+
   async #take() {
     if (!await this.#mayReplace()) return;
     this.#say("Reading all values …");
@@ -48,23 +53,19 @@ export class SnapshotView {
       this.#say("No snapshot is taken: the service does not answer.");
       return;
     }
-    keepSnapshot(takeSnapshot(this.#app.store, byId("snapshot-memory").value));
-    this.#isSaved = false;
-    this.#describe();
+    keepSnapshot(takeSnapshot(this.#app.store, byId("snapshot-memory").value), false);
     await this.#compare();
   }
 
   #save() {
     saveAs(`snapshot-${timeStamp(new Date(keptSnapshot().taken))}.json`, "application/json", [snapshotText(keptSnapshot())]);
-    this.#isSaved = true;
+    markSnapshotSaved();
   }
 
   async #open() {
     const snapshot = await this.#read("snapshot-open");
     if (!snapshot || !await this.#mayReplace()) return;
-    keepSnapshot(snapshot);
-    this.#isSaved = true;
-    this.#describe();
+    keepSnapshot(snapshot, true);
     await this.#compare();
   }
 
@@ -83,7 +84,7 @@ export class SnapshotView {
   }
 
   async #mayReplace() {
-    return this.#isSaved || ask("The present snapshot is not saved as a file. Replace it?", "Replace");
+    return isSnapshotSaved() || ask("The present snapshot is not saved as a file. Replace it?", "Replace");
   }
 
   #chooseOther() {

@@ -19,7 +19,6 @@ export class WatchView {
   #recordings = new Map();
   #plots = [];
   #series = new Map();
-  #changes = new Map();
   #pausedAt = null;
   #zoom = null;
   #cursor = null;
@@ -128,9 +127,6 @@ export class WatchView {
     for (const recording of this.#recordings.values()) {
       if (changed.has(this.#app.store.variables.get(recording.key))) recording.add(this.#app.store);
     }
-    for (const { key, kind } of isNew ? [] : changed) {
-      if (kind === "int" || kind === "float") this.#changes.set(key, (this.#changes.get(key) ?? 0) + 1);
-    }
   }
 
   // What was recorded before this page, or before the name was shown here.
@@ -166,9 +162,10 @@ export class WatchView {
     setText(byId("watch-note"), text || this.#warning);
   }
 
-  // The numbers that change most.
+  // The numbers that have changed most often since the page was opened.
   #moving() {
-    return [...this.#changes].sort((one, other) => other[1] - one[1]).slice(0, OFFERED).map(([name]) => name);
+    const moved = [...this.#app.store.variables.values()].filter(({ kind, changes }) => changes && ["int", "float"].includes(kind));
+    return moved.sort((one, other) => other.changes - one.changes).slice(0, OFFERED).map(({ key }) => key);
   }
 
   #offer() {
