@@ -34,3 +34,23 @@ struct WatchOptions {
     std::string until; // NAME=VALUE, or empty
 };
 int watch(const WatchOptions& options);
+
+struct RecordOptions {
+    std::string file;
+    std::vector<std::string> patterns;
+    std::optional<std::chrono::milliseconds> duration;
+    bool isForced = false; // replaces an existing file
+};
+/// Records until SIGINT, SIGTERM or the end of the duration.
+int record(const RecordOptions& options);
+
+struct ReplayOptions {
+    std::string file;
+    double speed = 1;                  // greater than 0
+    std::chrono::milliseconds from{0}; // of the recording's time
+    std::optional<std::chrono::milliseconds> to;
+    bool isLoop = false;
+    bool isConfirmed = false; // plays on a real device, too
+};
+/// Plays until the end of the recording, SIGINT or SIGTERM.
+int replay(const ReplayOptions& options);

@@ -6,15 +6,22 @@
 /// The connection to the message broker while a command needs it. Throws what connectApart throws.
 class Connection {
 public:
-    Connection() : connection_(gen::getEventPoll(), connectApart(std::chrono::seconds(5)).release()) {
-        gServerConnection = &connection_;
-    }
+    Connection() : Connection(connectApart(std::chrono::seconds(5))) {}
     ~Connection() { gServerConnection = nullptr; }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
     ServerConnection* operator->() { return &connection_; }
 
+    bool isVirtualDevice() const { return isVirtualDevice_; }
+
 private:
+    explicit Connection(Descriptor socket)
+        : isVirtualDevice_(isOfVirtualDevice(socket.get())),
+          connection_(gen::getEventPoll(), socket.release()) {
+        gServerConnection = &connection_;
+    }
+
+    bool isVirtualDevice_;
     ServerConnection connection_;
 };

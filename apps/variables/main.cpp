@@ -7,6 +7,7 @@
 #include "gen/code/memories.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 void processPreInit() {}
@@ -44,16 +45,31 @@ int complete(const std::vector<Command>& commands, const std::vector<std::string
     return 0;
 }
 
+double speedFromText(const std::string& text) {
+    char* end = nullptr;
+    const double speed = std::strtod(text.c_str(), &end);
+    if (!(speed >= 0.001 && speed <= 1e6) || *end != '\0')
+        throw std::invalid_argument(text + " is not a speed between 0.001 and 1000000");
+    return speed;
+}
+
 // What the command line gives to the commands.
 struct Options {
     ListOptions list;
     GetOptions get;
     SetOptions set;
     WatchOptions watch;
+    RecordOptions record;
+    ReplayOptions replay;
 };
 
-std::vector<Command> commands(Options& options) {
-    std::vector<Command> all;
+// Reads a duration into `target`, which may be optional.
+template <typename Target>
+Command::Store duration(Target& target) {
+    return [&target](const std::string& text) { target = durationFromText(text); };
+}
+
+void addValueCommands(std::vector<Command>& all, Options& options) {
     all.emplace_back(
            "list", "List names, types, bounds and values", [&] { return onDevice(list, options.list); })
         .flag("json", options.list.isJson, "Print an array of objects")
@@ -68,14 +84,34 @@ std::vector<Command> commands(Options& options) {
         .several("NAME=VALUE", Words::Assignments, options.set.assignments, true);
     all.emplace_back("watch", "Print a line for each change", [&] { return onDevice(watch, options.watch); })
         .flag("json", options.watch.isJson, "Print an object for each change")
-        .option(
-            "for", "TIME", Words::Any,
-            [&](const std::string& text) { options.watch.duration = durationFromText(text); },
-            "End after this time, for example 500ms, 10s, 2h")
+        .option("for", "TIME", Words::Any, duration(options.watch.duration),
+                "End after this time, for example 500ms, 10s, 2h")
         .option("until", "NAME=VALUE", Words::Assignments, options.watch.until,
                 "End with status 0 when NAME=VALUE holds, with 1 if it does not hold before the end")
         .several("PATTERN", Words::Names, options.watch.patterns);
-    return all;
+}
+
+void addFileCommands(std::vector<Command>& all, Options& options) {
+    all.emplace_back(
+           "record", "Write the values and their changes to a file",
+           [&] { return onDevice(record, options.record); })
+        .option("for", "TIME", Words::Any, duration(options.record.duration),
+                "End after this time, for example 10s, 2h")
+        .flag("force", options.record.isForced, "Replace an existing file")
+        .required("FILE", Words::Files, options.record.file)
+        .several("PATTERN", Words::Names, options.record.patterns);
+    all.emplace_back("replay", "Store and post what was recorded",
+                     [&] { return onDevice(replay, options.replay); })
+        .option(
+            "speed", "FACTOR", Words::Any,
+            [&](const std::string& text) { options.replay.speed = speedFromText(text); },
+            "Times as fast as recorded, for example 10 or 0.5")
+        .option("from", "TIME", Words::Any, duration(options.replay.from),
+                "Begin with the values of this time of the recording, for example 1.5m")
+        .option("to", "TIME", Words::Any, duration(options.replay.to), "End at this time of the recording")
+        .flag("loop", options.replay.isLoop, "Begin again at the end")
+        .flag("yes", options.replay.isConfirmed, "Store on a real device, too")
+        .required("FILE", Words::Files, options.replay.file);
 }
 
 } // namespace
@@ -84,7 +120,9 @@ int main(int argc, char** argv) {
     logWriter().setDevice("/dev/null"); // its messages are for the terminal, not for the device's log
     try {
         Options options;
-        std::vector<Command> all = commands(options);
+        std::vector<Command> all;
+        addValueCommands(all, options);
+        addFileCommands(all, options);
         std::vector<std::string> words;
         all.emplace_back("complete", "Print what the last word can become (for the shell)",
                          [&] { return complete(all, words); })

@@ -37,7 +37,9 @@ def arguments():
     parser.add_argument("--address", default="127.0.0.1",
                         help="address of the web server; 0.0.0.0 admits other machines (%(default)s)")
     parser.add_argument("--screen", type=size, default="800x480", help="size of the display in pixels (%(default)s)")
-    parser.add_argument("simulation", nargs="*", help="arguments of the simulation, after --")
+    parser.add_argument("simulation", nargs="*",
+                        help="after --: arguments of the simulation, or --replay FILE and further arguments of "
+                        "\"variables replay\" to play a recording instead, again and again")
     return parser.parse_args()
 
 
@@ -53,8 +55,9 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, end)
     port = next_free_port(options.port)
-    device = VirtualDevice(options.build, simulation=options.simulation, screen=options.screen, display=(),
-                           http_port=port, http_address=options.address, **{options.web_server: True})
+    recording = options.simulation[1:] if options.simulation[:1] == ["--replay"] else None
+    device = VirtualDevice(options.build, simulation=options.simulation, recording=recording, screen=options.screen,
+                           display=(), http_port=port, http_address=options.address, **{options.web_server: True})
     try:
         with device:
             print(HELP.format(url=device.url, log=device.path("/dev/kmsg"),

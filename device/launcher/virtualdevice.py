@@ -39,6 +39,7 @@ class VirtualDevice:
     build        build folder, for example "build/release"
     simulation   arguments of the simulation, for example ["--changes", "50", "--interval", "100"]; None: no
                  simulation
+    recording    arguments of a replay beside the simulation, which is still then, for example ["FILE", "--speed", "10"]
     screen       width and height of the display in pixels
     display      arguments of the process that draws the display, for example ["--interval", "100"]; None: no such
                  process, and the display is black
@@ -54,8 +55,8 @@ class VirtualDevice:
     environment  further environment variables for the device's processes
     """
 
-    def __init__(self, build, *, simulation=("--still",), screen=(800, 480), display=None, service=True, nginx=False,
-                 lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", site=None,
+    def __init__(self, build, *, simulation=("--still",), recording=None, screen=(800, 480), display=None, service=True,
+                 nginx=False, lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", site=None,
                  fcgi_port=None, environment=None):
         self.build = Path(build).resolve()
         self._emulator = emulator(self.build)
@@ -67,7 +68,8 @@ class VirtualDevice:
         self.exit_codes = {}
         self.root = None
         self.name = None
-        self._simulation = simulation
+        self._simulation = simulation if recording is None else ("--still",)
+        self._recording = recording
         self._screen = screen
         self._display = display
         self._with_service = service
@@ -81,7 +83,7 @@ class VirtualDevice:
 
     @property
     def pids(self):
-        """Process ids by name: "broker", "simulation", "display", "service", "nginx", "lighttpd"."""
+        """Process ids by name: "broker", "simulation", "replay", "display", "service", "nginx", "lighttpd"."""
         return {name: process.pid for name, process in self._processes.items()}
 
     @property
@@ -171,6 +173,8 @@ class VirtualDevice:
             self.start_broker()
             if self._simulation is not None:
                 self.start_simulation(*self._simulation)
+            if self._recording is not None:
+                self._start_replay(*self._recording)
             if self._display is not None:
                 self.start_display(*self._display)
             if self._with_service:
@@ -236,6 +240,10 @@ class VirtualDevice:
     def start_broker(self):
         semaphore = SHARED_MEMORY / f"sem.{self.name}message-broker-ready"
         self._run("broker", self.command("message-broker"), semaphore.exists)
+
+    def _start_replay(self, *arguments):
+        self._run("replay", self.command("variables", "replay", "--loop", *arguments),
+                  lambda: "Playing" in self.output("replay"))
 
     def _make_folders(self):
         # Short, and not where TMPDIR says: the path of a Unix socket has 107 characters.

@@ -12,7 +12,7 @@ FLOORS = [
     ["apps/common/event/", "apps/common/sharedmemory/"],
     ["gen/code/", "apps/common/introspection/", "apps/common/introspection_enum/", "apps/common/fastcgi/"],
     ["apps/common/values/", "apps/gui/common/", "apps/libs/lhwinfo/", SERVICE + "fcgi.", SERVICE + "request.",
-     SERVICE + "requeststream.", SERVICE + "fastcgi/"],
+     SERVICE + "requeststream.", SERVICE + "fastcgi/", "apps/variables/recording/"],
     [SERVICE + "variables/", SERVICE + "logging.", SERVICE + "log/", SERVICE + "screencapture.",
      SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/", "apps/variables/"],
     [SERVICE + "requesthandler."],

@@ -119,3 +119,12 @@ Descriptor connectApart(std::chrono::milliseconds patience) {
     waitpid(child, nullptr, 0);
     return connection;
 }
+
+bool isOfVirtualDevice(int fd) {
+    sockaddr_un address{};
+    socklen_t length = sizeof address;
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&address), &length) < 0)
+        return false;
+    const std::string path(address.sun_path, strnlen(address.sun_path, sizeof address.sun_path));
+    return path != SOCKET_PATH && path.ends_with(SOCKET_PATH);
+}

@@ -16,3 +16,7 @@ int connectToBroker(int fd);
 /// child gives it back whatever happens to its parent. Throws std::runtime_error with "The message broker
 /// cannot be reached: <reason>" when connecting fails or takes longer than `patience`.
 Descriptor connectApart(std::chrono::milliseconds patience);
+
+/// Whether the broker at the other end of the connection is a virtual device's: that is bound to the path
+/// above in a folder, which the kernel reports, although the virtual device's programs see the path alone.
+bool isOfVirtualDevice(int fd);
