@@ -27,6 +27,7 @@ const LOST_MS = 5000;
 const SERVICE_LIMIT = 10;
 const SLOWER = 6;
 const KEY_LIMIT_MS = 50;
+const KEY_PAGES = 3;
 const LINE = "<6>recorder[123]: a line of a log that has grown for a long time, 0123456789";
 
 const sorted = (numbers) => numbers.sort((one, other) => one - other);
@@ -190,23 +191,32 @@ async function keyTimes(page, session) {
         found.push(await pageTime(page, session, enter, ""));
         await pause(500);
     }
-    return sorted(found.map((ms) => Math.max(ms - own, 0) * SLOWER));
+    return found.map((ms) => Math.max(ms - own, 0) * SLOWER);
+}
+
+// The same on a page that is new.
+async function newPageKeyTimes(browser, device) {
+    const { page } = await Console.open(browser, device.url);
+    const session = await page.context().newCDPSession(page);
+    await session.send("Performance.enable", { timeDomain: "threadTicks" });
+    await pause(SETTLE_MS);
+    const found = await keyTimes(page, session);
+    await page.context().close();
+    return found;
 }
 
 // Prints the table; complains if a key takes more than the limit.
 export async function printKeys(browser, complaints) {
     progress("Keys in the search");
     const device = await Device.start({ simulation: [], display: [] });
-    const { page } = await Console.open(browser, device.url);
-    const session = await page.context().newCDPSession(page);
-    await session.send("Performance.enable", { timeDomain: "threadTicks" });
-    await pause(SETTLE_MS);
-    const ms = await keyTimes(page, session);
-    await page.context().close();
+    const pages = [];
+    while (pages.length < KEY_PAGES) pages.push(await newPageKeyTimes(browser, device));
     await device.stop();
+    const ms = sorted(pages[0].map((_, key) => sorted(pages.map((found) => found[key]))[KEY_PAGES >> 1]));
     const late = ms[Math.floor(ms.length * 0.95)];
     if (ms.at(-1) > KEY_LIMIT_MS) complaints.push(`a key in the search takes ${most(ms)} ms`);
-    console.log(`A key in the search, until what it brings is drawn: ${SLOWER} times the processor time of the page, in ms.\n`);
+    console.log(`A key in the search, until what it brings is drawn: ${SLOWER} times the processor time of the page, in ms; ` +
+        `of each key the median of ${KEY_PAGES} pages.\n`);
     printTable(["keys", "median", "95th percentile", "most"], [[ms.length, median(ms), late.toFixed(0), most(ms)]]);
 }
 

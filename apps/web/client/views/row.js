@@ -13,6 +13,8 @@ export class Row {
   #parts;
   #editor = null;
   #changedUntil = 0;
+  // The row that was made after this one.
+  next = null;
 
   constructor(app, variable, favourites, togglePin) {
     this.#app = app;

@@ -17,6 +17,7 @@ export class VariablesView {
   #favourites = new Favourites();
   #rows = new Map();
   #lists = new Map();
+  #last = null;
   #behind = new Set();
   #finder;
   #isShown = false;
@@ -72,6 +73,8 @@ export class VariablesView {
       if (!this.#rows.has(variable.key)) {
         const row = new Row(this.#app, variable, this.#favourites, () => this.#togglePin(variable.key));
         this.#rows.set(variable.key, row);
+        if (this.#last) this.#last.next = row;
+        this.#last = row;
         this.#listOf(variable.memory).append(row.node);
       }
     }
@@ -124,8 +127,8 @@ export class VariablesView {
       return;
     }
     const list = this.#listOf(row.variable.memory);
-    const order = [...this.#rows.values()];
-    const after = order.slice(order.indexOf(row) + 1).find((each) => each.node.parentNode === list);
+    let after = row.next;
+    while (after && after.node.parentNode !== list) after = after.next;
     list.insertBefore(row.node, after?.node ?? null);
   }
 
