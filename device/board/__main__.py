@@ -1,6 +1,6 @@
 """The board in one command; script/board calls it when the packages are built.
 
-    device/board FOLDER [--keep] [-- COMMAND...]
+    device/board FOLDER [--machine NAME] [--keep] [-- COMMAND...]
 
 FOLDER keeps what runs share: "kernel" (the unpacked packages), "debian.img" (the card as makeroot made it) and
 "configured.img". COMMAND is "test" (the default), "cuts NUMBER", "bench", "flash MINUTES", or a command for the board's
@@ -23,7 +23,7 @@ sys.path += [str(REPOSITORY / "bench"), str(REPOSITORY / "device" / "launcher")]
 from bench import bench
 from board import Board, BoardError, copy_card
 from flash import flash
-from initrd import make_initrd
+from initrd import make_device_tree, make_initrd
 from install import install
 from machines import MACHINES
 from progress import step, summary
@@ -38,6 +38,8 @@ def make_board(folder, name, card, web_port=0):
     place.mkdir(exist_ok=True)
     kernel = folder / "kernel"
     make_initrd(place / "initrd.gz", kernel, MACHINES[name])
+    if MACHINES[name].device_tree:
+        make_device_tree(place / "device-tree", kernel, MACHINES[name])
     image = next((kernel / "boot").glob("vmlinuz-*"))
     return Board(MACHINES[name], image, place / "initrd.gz", place / card, web_port)
 
@@ -100,6 +102,7 @@ def prompt(board):
 def main():
     parser = argparse.ArgumentParser(prog="script/board", description="Runs the package on an emulated ARM board.")
     parser.add_argument("folder", type=Path, help=argparse.SUPPRESS)
+    parser.add_argument("--machine", choices=MACHINES, default="virt", help="the emulated machine (%(default)s)")
     parser.add_argument("--keep", action="store_true", help="keep the board afterwards, with a prompt and a web port")
     parser.add_argument("--port", type=int, default=0, help="the web port on this machine")
     parser.add_argument("command", nargs="*", default=["test"],
@@ -107,10 +110,10 @@ def main():
     options = parser.parse_args()
     if not (options.folder / "configured.img").exists():
         configure(options.folder)
-    board = make_board(options.folder, "virt", "card.img", options.port)
+    board = make_board(options.folder, options.machine, "card.img", options.port)
     copy_card(options.folder / "configured.img", board.card)
     with board:
-        with step("Starting the machine"):
+        with step(f"Starting the machine {options.machine}"):
             board.start()
             board.wait_for_shell()
         install(board, REPOSITORY)

@@ -3,6 +3,7 @@
 The board reaches this machine only through forwarded ports of 127.0.0.1: one for its shell, one for its web server.
 """
 
+import contextlib
 import io
 import socket
 import subprocess
@@ -49,7 +50,8 @@ class Board:
         with open(empty, "wb") as file:
             file.truncate(1 << 20)
         forwards = f"hostfwd=tcp:127.0.0.1:{self._shell_port}-:{SHELL_PORT},hostfwd=tcp:127.0.0.1:{self.web_port}-:80"
-        command = ["qemu-system-arm", *(word.format(card=self.card, empty=empty) for word in self.machine.qemu),
+        tree = ["-dtb", self.initrd.with_name("device-tree")] if self.machine.device_tree else []
+        command = ["qemu-system-arm", *(word.format(card=self.card, empty=empty) for word in self.machine.qemu), *tree,
                    "-kernel", self.kernel, "-initrd", self.initrd,
                    "-append", f"console={self.machine.console} {KERNEL_WORDS} {words}",
                    "-netdev", f"user,id=net,restrict=on,{forwards}", *self.machine.network,
@@ -159,7 +161,8 @@ class Board:
 
     def reboot(self):
         """Shuts the system down in order and starts it again."""
-        self.run("systemctl --no-block reboot")
+        with contextlib.suppress(BoardError):  # the shutdown may end the connection first
+            self.run("systemctl --no-block reboot")
         self.wait_for_end(BOOT_SECONDS)
         self.restart()
 

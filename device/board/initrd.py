@@ -1,4 +1,5 @@
-"""Makes the initial RAM disk: the program init, busybox, and the kernel modules of a machine."""
+"""Makes what a machine starts with: the initial RAM disk with the program init, busybox and the kernel modules, and the
+device tree."""
 
 import gzip
 import shutil
@@ -53,3 +54,10 @@ def make_initrd(output, kernel, machine):
         archive = subprocess.run("find . | cpio --create --format=newc --quiet", shell=True, cwd=root, check=True,
                                  capture_output=True).stdout
     output.write_bytes(gzip.compress(archive, 1))
+
+
+def make_device_tree(output, kernel, machine):
+    """The kernel's tree with the changes of the machine."""
+    shutil.copy(next((kernel / "usr" / "lib").glob("linux-image-*")) / machine.device_tree, output)
+    for options, words in machine.changes:
+        subprocess.run(["fdtput", *options.split(), output, *words.split()], check=True)
