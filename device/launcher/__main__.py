@@ -4,10 +4,17 @@ import argparse
 import signal
 import sys
 import time
+from pathlib import Path
 
 from desk import next_free_port
 from virtualdevice import DeviceError, VirtualDevice
 
+LIVE = """
+Version 2 of the API
+
+  names and values       curl {url}/api/v2/values
+  changes as they happen curl -N '{url}/api/v2/events?vars=MemMotors.*'
+"""
 HELP = """
 The controller in the browser: {url}/
 
@@ -16,7 +23,7 @@ The controller in the browser: {url}/
   see the display        {url}/api/v1/screen.cgi
   set a variable         curl -d '{{"MemPersistent": {{"DisplayBrightness": 7}}}}' {url}/api/v1/set.cgi
   read, set and watch    {variables} --help
-
+{live}
 Kernel log of the device: {log}
 Ctrl-C ends everything.
 """
@@ -43,6 +50,11 @@ def arguments():
     return parser.parse_args()
 
 
+def has_live(build):
+    """Whether the build, or the installed package, has the process for version 2 of the API."""
+    return (Path(build) / "bin" / "webservice-live").exists()
+
+
 def end(*_):
     """Ends the program. A second Ctrl-C does not interrupt the clean-up."""
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
@@ -57,10 +69,12 @@ def main():
     port = next_free_port(options.port)
     recording = options.simulation[1:] if options.simulation[:1] == ["--replay"] else None
     device = VirtualDevice(options.build, simulation=options.simulation, recording=recording, screen=options.screen,
-                           display=(), http_port=port, http_address=options.address, **{options.web_server: True})
+                           display=(), http_port=port, http_address=options.address, live=has_live(options.build),
+                           **{options.web_server: True})
     try:
         with device:
             print(HELP.format(url=device.url, log=device.path("/dev/kmsg"),
+                              live=LIVE.format(url=device.url) if device.live_port else "",
                               variables=device.shell_command("variables")), flush=True)
             while not device.ended():
                 time.sleep(0.5)

@@ -71,11 +71,12 @@ def is_listening(port):
     return False
 
 
-def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent", changes=None):
+def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent", changes=None, live_port=None):
     """Copies the reference configuration into `folder` and returns its main file.
 
     Addresses, folders and the main file differ from the device's. `changes` maps the name of a file, for example
-    "limits.conf", to a function that takes the reference file's text and returns the text to use.
+    "limits.conf", to a function that takes the reference file's text and returns the text to use. `live_port` is that of
+    the process for version 2 of the API; None: there is none.
     """
     # A worker that runs as another user cannot enter the private folder.
     user = "user root;" if os.geteuid() == 0 else ""
@@ -85,10 +86,13 @@ def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent"
         "upstream.conf": f"server 127.0.0.1:{fcgi_port} max_fails=0;\n",
         "client.conf": f'root "{client}";\n',
         "log.conf": f"access_log {folder}/changes.log changes if=$upstream_addr;\n",
+        **({"live/upstream.conf": f"server 127.0.0.1:{live_port} max_fails=0;\n",
+            "enabled/live.http.conf": "include webservice/live/http.conf;\n",
+            "enabled/live.server.conf": "include webservice/live/server.conf;\n"} if live_port else {}),
     })
 
 
-def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=None):
+def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=None, live_port=None):
     """The same for lighttpd."""
     config = render(source, folder, "lighttpd.conf", {"@FOLDER@": str(folder)}, changes or {}, {
         "listen.conf": f'server.bind = "{address}"\nserver.port = {port}\n',
@@ -96,7 +100,11 @@ def render_lighttpd(source, folder, address, port, fcgi_port, client, changes=No
         "upstream.conf": f'var.service_host = "127.0.0.1"\nvar.service_port = {fcgi_port}\n',
         "folders.conf": f'var.client = "{client}"\nvar.site = "{folder / "webservice"}"\n'
                         f'var.changes = "{folder / "changes.log"}"\n',
+        "live/upstream.conf": f'var.live_host = "127.0.0.1"\nvar.live_port = {live_port or 9001}\n',
     })
+    if live_port:
+        site = folder / "webservice" / "webservice.conf"
+        site.write_text(site.read_text() + 'include "webservice/live/live.conf"\n')
     (folder / "body").mkdir(exist_ok=True)
     return config
 
@@ -107,6 +115,7 @@ def render(source, folder, main, names, changes, files):
     shutil.copytree(source, site, ignore=shutil.ignore_patterns("*.in"), dirs_exist_ok=True)
     files = {**files, **{name: change((source / name).read_text()) for name, change in changes.items()}}
     for name, text in files.items():
+        (site / name).parent.mkdir(exist_ok=True)
         (site / name).write_text(text)
     frame = (source / f"{main}.in").read_text()
     for name, value in names.items():

@@ -44,6 +44,7 @@ class VirtualDevice:
     display      arguments of the process that draws the display, for example ["--interval", "100"]; None: no such
                  process, and the display is black
     service      whether the web service runs; start_service() starts it later
+    live         whether the process for version 2 of the API runs
     nginx        whether nginx runs in front of the service
     lighttpd     whether lighttpd runs in front of it
     client       folder of the browser console's pages; None: the build's
@@ -56,13 +57,14 @@ class VirtualDevice:
     """
 
     def __init__(self, build, *, simulation=("--still",), recording=None, screen=(800, 480), display=None, service=True,
-                 nginx=False, lighttpd=False, client=None, http_port=None, http_address="127.0.0.1", site=None,
-                 fcgi_port=None, environment=None):
+                 live=False, nginx=False, lighttpd=False, client=None, http_port=None, http_address="127.0.0.1",
+                 site=None, fcgi_port=None, environment=None):
         self.build = Path(build).resolve()
         self._emulator = emulator(self.build)
         self._library = self.build / "lib" / "libvirtualdevice.so"
         self.fcgi_port = fcgi_port or free_port()
         self.http_port = http_port or free_port(besides=self.fcgi_port)
+        self.live_port = free_port(besides=self.http_port) if live else None
         self.http_address = http_address
         self.client = Path(client or self.build / "client").resolve()
         self.exit_codes = {}
@@ -83,7 +85,7 @@ class VirtualDevice:
 
     @property
     def pids(self):
-        """Process ids by name: "broker", "simulation", "replay", "display", "service", "nginx", "lighttpd"."""
+        """Process ids by name: "broker", "simulation", "replay", "display", "service", "live", "nginx", "lighttpd"."""
         return {name: process.pid for name, process in self._processes.items()}
 
     @property
@@ -179,6 +181,8 @@ class VirtualDevice:
                 self.start_display(*self._display)
             if self._with_service:
                 self.start_service()
+            if self.live_port:
+                self.start_live()
             if self._with_nginx:
                 self.start_nginx()
             if self._with_lighttpd:
@@ -226,15 +230,19 @@ class VirtualDevice:
     def start_service(self):
         self._run("service", self.command("webservice"), lambda: is_listening(self.fcgi_port))
 
+    def start_live(self):
+        self._run("live", self.command("webservice-live", "--port", self.live_port),
+                  lambda: is_listening(self.live_port))
+
     def start_nginx(self):
         folder = self.root / "nginx"
         config = render_nginx(PACKAGING / "nginx", folder, self.http_address, self.http_port, self.fcgi_port,
-                              self.client, self._site_changes)
+                              self.client, self._site_changes, self.live_port)
         self._run_web_server("nginx", ["-p", folder, "-c", config, "-e", folder / "error.log"])
 
     def start_lighttpd(self):
         config = render_lighttpd(PACKAGING / "lighttpd", self.root / "lighttpd", self.http_address, self.http_port,
-                                 self.fcgi_port, self.client, self._site_changes)
+                                 self.fcgi_port, self.client, self._site_changes, self.live_port)
         self._run_web_server("lighttpd", ["-D", "-f", config])
 
     def start_broker(self):

@@ -23,6 +23,8 @@ CATALOGUE_VERSION = 1
 FILES = (
     "gen/code/introspection_gen.h",
     "gen/code/introspection_gen.cpp",
+    "gen/code/descriptions_gen.h",
+    "gen/code/descriptions_gen.cpp",
     "gen/code/enumerations_gen.h",
     "gen/code/enumerations_gen.cpp",
     "gen/code/structures_gen.h",

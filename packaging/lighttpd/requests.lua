@@ -11,7 +11,7 @@ local function setting(name)
 end
 
 local function is_api()
-    return path:find("^/api/v1/") or path:find("^/qorapp/v1/") or path == "/qorapp/v1"
+    return path:find("^/api/v[12]/") or path:find("^/qorapp/v1/") or path == "/qorapp/v1"
 end
 
 -- A request for the update status starts a valid update.
@@ -41,7 +41,7 @@ end
 -- The name of the rate that the request counts for, if any.
 local function rate()
     if path == "/api/v1/all.cgi" then return "TREE" end
-    if path == "/api/v1/set.cgi" then return "SET" end
+    if path == "/api/v1/set.cgi" or method == "PATCH" then return "SET" end
     if path:find("^/qorapp/v1/device/") then return "DEVICE" end
     local script = path:match("^/api/v1/(.*)$")
     local is_known = script == "update.cgi" or script == "log.cgi" or script == "screen.cgi"
@@ -72,6 +72,7 @@ end
 -- The kind of a request that the numbers of limits.conf count.
 local function kind(headers, script)
     if script == "/api/v1/update.cgi" or script == "/api/v1/log.cgi" then return "WAITING" end
+    if script == "/api/v2/events" then return "STREAMS" end
     local length = tonumber(headers["Content-Length"])
     if headers["Transfer-Encoding"] or length and length >= 1000000 then return "UPLOADS" end
     return nil
@@ -113,14 +114,15 @@ local function log_change()
 end
 
 local is_set = path == "/api/v1/set.cgi"
+local is_logged = is_set or path == "/api/v2/values" and method == "PATCH"
 if is_other_host() then return 421 end
 if is_foreign() then return 403 end
 if is_set and method ~= "POST" then return 405 end
 if are_too_many() then return 503 end
 -- lighttpd runs the script again when the body is complete.
-if is_set and not r.req_body.collect then return 0 end
+if is_logged and not r.req_body.collect then return 0 end
 if rate() and is_too_often(rate()) then return 429 end
-if is_set then log_change() end
+if is_logged then log_change() end
 -- The service keeps its log in memory. A header value that it logs is truncated.
 from["User-Agent"] = from["User-Agent"] and from["User-Agent"]:sub(1, 150)
 return 0

@@ -14,7 +14,7 @@ FLOORS = [
     ["apps/common/values/", "apps/gui/common/", "apps/libs/lhwinfo/", SERVICE + "fcgi.", SERVICE + "request.",
      SERVICE + "requeststream.", SERVICE + "fastcgi/", "apps/variables/recording/"],
     [SERVICE + "variables/", SERVICE + "logging.", SERVICE + "log/", SERVICE + "screencapture.",
-     SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/", "apps/variables/"],
+     SERVICE + "qorapp.", SERVICE + "app/", "apps/libs/lhwinfo/tool/", "apps/variables/", "apps/live/"],
     [SERVICE + "requesthandler."],
     [SERVICE + "main."],
 ]

@@ -215,6 +215,7 @@ bool ServerConnection::waitUntilWritable(std::chrono::steady_clock::time_point e
 
 void ServerConnection::postEvent(const Notify& event) {
     send(&event, sizeof event);
+    ++posted_;
 }
 
 void ServerConnection::subscribe(const Notify& event) {
@@ -223,7 +224,8 @@ void ServerConnection::subscribe(const Notify& event) {
 }
 
 void ServerConnection::subscribeAll() {
-    postEvent({EventSubscribeAll, 0, 0});
+    const Notify message{EventSubscribeAll, 0, 0};
+    send(&message, sizeof message);
 }
 
 void postEvent(Notify event) {

@@ -5,6 +5,7 @@
 #include "apps/common/files/descriptor.h"
 
 #include <chrono>
+#include <cstdint>
 
 /// The client side of the message broker, which carries events between the device's processes: a Unix stream
 /// socket with records of 12 bytes (notify.h) in both directions.
@@ -56,6 +57,9 @@ public:
     /// throwError with "Could not send message to server"; the event is lost then.
     void postEvent(const Notify& event);
 
+    /// The number of events that postEvent has sent.
+    std::uint64_t posted() const { return posted_; }
+
     /// Subscribes to events with this id. Sends a control record and the event as one message:
     ///
     ///     0                        12                       24
@@ -86,6 +90,7 @@ private:
 
     EventPoll& poll_;
     Descriptor socket_;
+    std::uint64_t posted_ = 0;
     bool isStalled_ = false; ///< the broker has not read since a send timed out
 };
 

@@ -1,0 +1,163 @@
+#include "apps/live/patch.h"
+
+#include "apps/common/event/serverconnection.h"
+#include "apps/common/introspection/jsonstring.h"
+#include "apps/common/introspection/valueconversion.h"
+#include "apps/common/values/checkedset.h"
+#include "apps/common/values/plainvalue.h"
+#include "apps/live/changes.h"
+#include "apps/live/presentvalues.h"
+#include "apps/live/problem.h"
+
+#include <nlohmann/json.hpp>
+
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::size_t MOST_ERRORS = 1000;
+
+// One name of the body, checked.
+struct Entry {
+    Reference reference;
+    CheckedSet value;
+};
+
+// Depth is limited while parsing: handling a deep value needs a stack frame for each level.
+Json parsed(const std::string& body) {
+    const auto limit = [](int depth, Json::parse_event_t, const Json&) {
+        if (depth > Patch::MAX_DEPTH)
+            throw Problem(413, "The values are nested too deeply");
+        return true;
+    };
+    Json document;
+    try {
+        document = Json::parse(body, limit);
+    } catch (const Json::exception& error) {
+        throw Problem(400, std::string("The body is not JSON: ") + error.what());
+    }
+    if (!document.is_object())
+        throw Problem(400, "The body is not an object of names and values");
+    if (document.size() > Patch::MAX_NAMES)
+        throw Problem(413, "At most " + std::to_string(Patch::MAX_NAMES) + " names fit into a request");
+    return document;
+}
+
+class Errors {
+public:
+    void add(const std::string& name, const Refusal& refusal, const Json& given) {
+        if (list_.size() < MOST_ERRORS)
+            list_.push_back(refusalJson(name, refusal, &given));
+    }
+
+    void throwIfAny() const {
+        if (!list_.empty())
+            throw Problem(422, "Nothing has been stored", documentText(list_));
+    }
+
+private:
+    Json list_ = Json::array();
+};
+
+// Checks the value in parts, so that each refused one has an error of its own.
+void check(const std::string& name, const Json& value, Errors& errors);
+
+bool checkParts(const std::string& name, const Json& value, Errors& errors) {
+    const Reference reference = Reference::parse(name);
+    const VariableDescriptor& variable = reference.variable.descriptor();
+    if (variable.baseType != BaseStruct || reference.member != nullptr)
+        return false;
+    const bool isArray = variable.isArray != 0 && !reference.element;
+    if (isArray && value.is_array() && value.size() == structureCount(variable)) {
+        for (std::size_t i = 0; i < value.size(); ++i)
+            check(name + "[" + std::to_string(i) + "]", value[i], errors);
+        return true;
+    }
+    if (!isArray && value.is_object()) {
+        const std::string prefix = name + ".";
+        for (const auto& [key, part] : value.items())
+            check(prefix + key, part, errors);
+        return true;
+    }
+    return false;
+}
+
+void check(const std::string& name, const Json& value, Errors& errors) {
+    try {
+        if (!checkParts(name, value, errors))
+            CheckedSet().add(name, value);
+    } catch (const Refusal& refusal) {
+        errors.add(name, refusal, value);
+    }
+}
+
+std::vector<Entry> checked(const Json& document) {
+    Errors errors;
+    for (const auto& [name, value] : document.items())
+        check(name, value, errors);
+    errors.throwIfAny();
+    std::vector<Entry> entries;
+    for (const auto& [name, value] : document.items()) {
+        entries.push_back({Reference::parse(name), {}});
+        entries.back().value.add(name, value);
+    }
+    return entries;
+}
+
+void requireUnchanged(const std::vector<Entry>& entries, const Changes& changes, std::uint64_t since) {
+    Json changed = Json::array();
+    for (const Entry& entry : entries) {
+        const VariableNumber number = PresentValues::numberOf(entry.reference.variable);
+        if (changes.of(number) > since)
+            changed.push_back({{"variable", entry.reference.name()},
+                               {"code", "changed"},
+                               {"version", changes.of(number)},
+                               {"message", entry.reference.name() + " has changed"}});
+    }
+    if (!changed.empty())
+        throw Problem(412, "Nothing has been stored", documentText(changed));
+}
+
+// Stores one entry and returns the number of events that it posted.
+std::uint32_t store(const Entry& entry, std::string& failure) {
+    const std::uint64_t before = gServerConnection == nullptr ? 0 : gServerConnection->posted();
+    try {
+        entry.value.store();
+    } catch (const std::runtime_error& error) {
+        failure = error.what();
+    }
+    const std::uint64_t after = gServerConnection == nullptr ? 0 : gServerConnection->posted();
+    return static_cast<std::uint32_t>(after - before);
+}
+
+} // namespace
+
+Patch::Stored Patch::apply(const std::string& body, std::optional<std::uint64_t> unchangedSince) {
+    const std::vector<Entry> entries = checked(parsed(body));
+    if (unchangedSince)
+        requireUnchanged(entries, changes_, *unchangedSince);
+    std::string failure;
+    Stored stored{"{", entries.size()};
+    for (const Entry& entry : entries) {
+        const VariableNumber number = PresentValues::numberOf(entry.reference.variable);
+        stored.variables.set(number);
+        const std::uint32_t events = store(entry, failure);
+        if (events == 0)
+            continue;
+        changes_.mark(number);
+        changes_.expectEchoes(number, events);
+        changed_(number);
+    }
+    if (!failure.empty())
+        throw Problem(500, "The values are stored, but an event could not be posted: " + failure);
+    for (const Entry& entry : entries) {
+        stored.document += stored.document.size() > 1 ? "," : "";
+        appendJsonString(stored.document, entry.reference.name());
+        stored.document += ":" + plainValue(entry.reference);
+    }
+    stored.document += "}";
+    return stored;
+}

@@ -1,0 +1,103 @@
+#include "apps/live/server.h"
+
+#include "apps/common/diagnostics/diagnostics.h"
+
+#include <algorithm>
+#include <ctime>
+#include <exception>
+#include <utility>
+
+namespace {
+
+constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
+
+} // namespace
+
+Server::Server(EventPoll& poll, std::optional<int> port)
+    : poll_(poll), changes_(values_.all(), std::time(nullptr)) {
+    if (port)
+        listener_.emplace(*port, poll_, this);
+    else
+        listener_.emplace(poll_, this);
+}
+
+void Server::event(EventType type) {
+    if (type != Readable)
+        return;
+    Descriptor socket = listener_->accept();
+    if (!socket.isOpen())
+        return;
+    if (connections_.size() >= MAX_CONNECTIONS) {
+        ++counters_.connections;
+        return;
+    }
+    try {
+        auto connection = std::make_unique<Connection>(poll_, std::move(socket), *this);
+        connections_.emplace(connection.get(), std::move(connection));
+    } catch (const std::exception& exception) {
+        LOG_MESSAGE(Error, "Connection closed: %s", exception.what());
+    }
+}
+
+void Server::handleEvent(const Notify& notify) {
+    if (!isKnownEvent(notify))
+        return;
+    ++counters_.events;
+    if (changes_.receive(notify.id))
+        streams_.changed(notify.id);
+}
+
+void Server::handle(Connection& connection, const HttpRequest& request) {
+    api_.handle(connection, request);
+    if (isStopping_ && connection.isStream())
+        connection.close();
+}
+
+void Server::ready(Connection& connection) {
+    if (connection.isStream())
+        streams_.askForTurn();
+    else if (isStopping_)
+        connection.close();
+}
+
+void Server::closed(Connection& connection) {
+    closed_.push_back(&connection);
+}
+
+bool Server::accountBody(std::ptrdiff_t bytes) {
+    const std::size_t sum = bodies_ + static_cast<std::size_t>(bytes);
+    if (bytes > 0 && sum > MAX_BODIES)
+        return false;
+    bodies_ = sum;
+    return true;
+}
+
+void Server::turn(Clock::time_point now) {
+    deleteClosed();
+    streams_.turn(now);
+    deleteClosed();
+    if (!isStopping_)
+        listener_->endPause();
+}
+
+void Server::deleteClosed() {
+    for (Connection* const connection : std::exchange(closed_, {})) {
+        streams_.remove(*connection);
+        connections_.erase(connection);
+    }
+}
+
+int Server::waitMs(Clock::time_point now) const {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+        std::clamp<Clock::duration>(streams_.due() - now, Clock::duration::zero(), LONGEST_WAIT));
+    return static_cast<int>(left.count());
+}
+
+void Server::stop() {
+    isStopping_ = true;
+    listener_->stop();
+    for (const auto& [key, connection] : connections_)
+        if (connection->isStream() || connection->isIdle())
+            connection->close();
+    deleteClosed();
+}

@@ -1,0 +1,179 @@
+#include "apps/live/streams.h"
+
+#include "apps/live/changes.h"
+#include "apps/live/presentvalues.h"
+#include "tests/unit/introspection/fixture.h"
+#include "tests/unit/service/records.h"
+
+#include <cstring>
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace records;
+using testing::HasSubstr;
+
+constexpr auto BRIGHTNESS = gen::EventId::VarDisplayBrightnessChanged;
+constexpr auto BUTTONS = gen::EventId::VarButtonBrightnessChanged;
+
+class StreamsTest : public MappedCatalogue, public Connection::Owner {
+protected:
+    // A client's end of a connection whose request has arrived.
+    int client(const std::string& bytes = request("/api/v2/events")) {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        connections_.push_back(std::make_unique<Connection>(poll_, Descriptor(ends[1]), *this));
+        clients_.emplace_back(ends[0]);
+        EXPECT_EQ(::send(ends[0], bytes.data(), bytes.size(), 0), std::ssize(bytes));
+        poll_.wait(0, true);
+        return ends[0];
+    }
+
+    int open(const Streams::Wish& wish) {
+        wish_ = wish;
+        const int fd = client();
+        turn();
+        return fd;
+    }
+
+    void turn() { streams_.turn(now_); }
+
+    void change(VariableNumber number, std::int32_t value) {
+        const Variable variable(number == BRIGHTNESS ? "DisplayBrightness" : "ButtonBrightness");
+        std::memcpy(address(variable), &value, sizeof value);
+        changes_.mark(number);
+        streams_.changed(number);
+    }
+
+    // The events' text without the records' headers.
+    static std::string text(int fd) {
+        std::string out;
+        const std::string bytes = received(fd);
+        for (std::size_t at = 0; at + 8 <= bytes.size();) {
+            const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
+            const std::size_t length = static_cast<std::size_t>(byte(4)) << 8 | byte(5);
+            out += bytes.substr(at + 8, length);
+            at += 8 + length + byte(6);
+        }
+        return out;
+    }
+
+    std::string message(std::uint64_t id, const std::string& data) const {
+        return "id: " + std::to_string(id) + "\ndata: {" + data + "}\n\n";
+    }
+
+    void handle(Connection& connection, const HttpRequest& request) override {
+        bodies_.push_back(request.body);
+        if (request.param("SCRIPT_NAME") == "/api/v2/events")
+            streams_.open(connection, wish_);
+        else
+            connection.answer({200, "text/plain", {}, request.param("SCRIPT_NAME") + request.body});
+    }
+    void ready(Connection&) override { streams_.askForTurn(); }
+    void closed(Connection& connection) override { streams_.remove(connection); }
+    bool accountBody(std::ptrdiff_t bytes) override { return bytes <= 50000; }
+
+    EventPoll poll_;
+    PresentValues values_;
+    Changes changes_{values_.all(), 1};
+    Counters counters_;
+    Streams streams_{values_, changes_, counters_};
+    Streams::Clock::time_point now_ = Streams::Clock::now();
+    Streams::Wish wish_;
+    std::vector<std::string> bodies_;
+    std::vector<Descriptor> clients_;
+    std::vector<std::unique_ptr<Connection>> connections_;
+    const VariableSet both_ = VariableSet().set(BRIGHTNESS).set(BUTTONS);
+};
+
+TEST_F(StreamsTest, PresentValuesThenChangesPrintedOnce) {
+    const int first = open({both_});
+    EXPECT_THAT(text(first),
+                HasSubstr(message(changes_.of(BUTTONS), R"("MemPersistent.DisplayBrightness":0,)"
+                                                        R"("MemPersistent.ButtonBrightness":0)")));
+    const int second = open({both_});
+    const int third = open({VariableSet().set(BUTTONS)});
+    text(second);
+    text(third);
+    const std::uint64_t printed = counters_.printed;
+    change(BRIGHTNESS, 1);
+    change(BRIGHTNESS, 2);
+    turn();
+    const std::string expected = message(changes_.last(), R"("MemPersistent.DisplayBrightness":2)");
+    EXPECT_EQ(text(first), expected);
+    EXPECT_EQ(text(second), expected);
+    EXPECT_EQ(text(third), "");
+    EXPECT_EQ(counters_.printed, printed + 1);
+}
+
+TEST_F(StreamsTest, AClientContinuesExactlyOrIsReset) {
+    change(BRIGHTNESS, 1);
+    const std::uint64_t seen = changes_.last();
+    change(BUTTONS, 2);
+    turn();
+    const int known = open({both_, {}, seen});
+    EXPECT_THAT(text(known), testing::EndsWith(
+                                 "\n\n" + message(changes_.last(), R"("MemPersistent.ButtonBrightness":2)")));
+    EXPECT_THAT(text(open({both_, {}, changes_.last()})), testing::EndsWith("retry: 1000\n\n"));
+    EXPECT_THAT(text(open({both_, {}, {}, true})), HasSubstr("event: reset\nid: "));
+    EXPECT_FALSE(changes_.isKnown(changes_.last() + 1));
+    EXPECT_FALSE(Changes(values_.all(), 2).isKnown(seen)) << "a process that started a second later";
+}
+
+TEST_F(StreamsTest, PeriodAndHeartbeat) {
+    const int fd = open({both_, std::chrono::milliseconds(50)});
+    text(fd);
+    change(BRIGHTNESS, 1);
+    turn();
+    EXPECT_EQ(text(fd), "");
+    now_ = streams_.due();
+    turn();
+    EXPECT_THAT(text(fd), HasSubstr("Brightness\":1"));
+    now_ += Streams::HEARTBEAT + std::chrono::seconds(1);
+    turn();
+    EXPECT_EQ(text(fd), ":\n\n");
+}
+
+TEST_F(StreamsTest, ASlowClientGetsTheLatestValuesAndNobodyWaits) {
+    const int slow = open({values_.all()});
+    const int fast = open({both_});
+    std::string slowText;
+    for (int i = 1; i <= 20000; ++i) {
+        change(i % 2 == 0 ? BRIGHTNESS : BUTTONS, i % 11);
+        turn();
+        ASSERT_THAT(text(fast), HasSubstr(":" + std::to_string(i % 11)));
+    }
+    EXPECT_LT(Output::held(), 200000u);
+    EXPECT_GT(counters_.late, 0u);
+    for (std::string piece = text(slow); !piece.empty(); piece = text(slow)) {
+        slowText += piece;
+        poll_.wait(0, true);
+        turn();
+    }
+    const auto lastOf = [&](const std::string& name) {
+        return slowText.substr(slowText.rfind(name) + name.size(), 3);
+    };
+    EXPECT_THAT(lastOf("MemPersistent.DisplayBrightness\":"),
+                testing::StartsWith(std::to_string(20000 % 11)));
+    EXPECT_THAT(lastOf("MemPersistent.ButtonBrightness\":"), testing::StartsWith(std::to_string(19999 % 11)));
+    EXPECT_THAT(slowText, HasSubstr("id: " + std::to_string(changes_.last()) + "\n"));
+}
+
+TEST_F(StreamsTest, AnyPiecesAreOneRequestAndFlippedBitsCloseAtMostTheirConnection) {
+    const std::string whole = request("/x", "body", true);
+    for (std::size_t cut = 0; cut <= whole.size(); ++cut) {
+        const int fd = client(whole.substr(0, cut));
+        ::send(fd, whole.data() + cut, whole.size() - cut, 0);
+        poll_.wait(0, true);
+        ASSERT_THAT(text(fd), HasSubstr("Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n/xbody")) << cut;
+    }
+    for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
+        std::string bytes = whole;
+        bytes[bit / 8] = static_cast<char>(bytes[bit / 8] ^ (1 << bit % 8));
+        client(bytes + whole);
+    }
+    EXPECT_THAT(text(client(whole)), HasSubstr("/xbody"));
+    EXPECT_THAT(text(client(request("/x", std::string(60000, 'b')))), HasSubstr("Status: 503 "));
+}
+
+} // namespace
