@@ -7,8 +7,8 @@ command -v npm >/dev/null || BUILD_PACKAGES+=(npm)
 WEB_SERVERS=(nginx lighttpd)
 RUN_PACKAGES=("${WEB_SERVERS[@]}" lighttpd-modules-lua lighttpd-mod-deflate)
 PACKAGE_PACKAGES=(debhelper lintian)
-TEST_PACKAGES=(python3-pytest python3-jsonschema python3-pil mypy curl "${PACKAGE_PACKAGES[@]}" debootstrap
-               systemd-container)
+TEST_PACKAGES=(python3-pytest python3-prometheus-client python3-jsonschema python3-pil mypy curl "${PACKAGE_PACKAGES[@]}"
+               debootstrap systemd-container)
 # The console is tested in a real browser. A Node.js from elsewhere is used if there is one.
 BROWSER_PACKAGES=(chromium)
 command -v node >/dev/null || BROWSER_PACKAGES+=(nodejs)

@@ -4,13 +4,14 @@
 
 namespace {
 
-// Changes that fit between two starts of the process a second apart.
-constexpr int CHANGES_BITS = 22;
+// A process that counts fewer changes than 4096 in each millisecond begins above the one before.
+constexpr int CHANGES_BITS = 12;
 
 } // namespace
 
-Changes::Changes(const VariableSet& variables, std::int64_t seconds)
-    : first_(static_cast<std::uint64_t>(std::max<std::int64_t>(seconds, 1)) << CHANGES_BITS), last_(first_) {
+Changes::Changes(const VariableSet& variables, std::int64_t milliseconds)
+    : first_(static_cast<std::uint64_t>(std::max<std::int64_t>(milliseconds, 1)) << CHANGES_BITS),
+      last_(first_) {
     for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
         if (variables[number])
             mark(number);

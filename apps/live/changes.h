@@ -13,8 +13,8 @@
 /// number outside of first() to last() has it from another process.
 class Changes {
 public:
-    /// `seconds` since 1970, at the process's start.
-    Changes(const VariableSet& variables, std::int64_t seconds);
+    /// `milliseconds` since 1970 at the process's start.
+    Changes(const VariableSet& variables, std::int64_t milliseconds);
 
     /// Counts a change of the variable.
     void mark(VariableNumber number);

@@ -3,7 +3,6 @@
 #include "apps/common/diagnostics/diagnostics.h"
 
 #include <algorithm>
-#include <ctime>
 #include <exception>
 #include <utility>
 
@@ -14,7 +13,10 @@ constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
 } // namespace
 
 Server::Server(EventPoll& poll, std::optional<int> port)
-    : poll_(poll), changes_(values_.all(), std::time(nullptr)) {
+    : poll_(poll),
+      changes_(values_.all(), std::chrono::duration_cast<std::chrono::milliseconds>(
+                                  std::chrono::system_clock::now().time_since_epoch())
+                                  .count()) {
     if (port)
         listener_.emplace(*port, poll_, this);
     else

@@ -33,7 +33,7 @@ class DeviceError(RuntimeError):
     """A part of the device did not start. The text names it and ends with its last output."""
 
 
-class VirtualDevice:
+class VirtualDevice:  # pylint: disable=too-many-public-methods  # each part can be started
     """One virtual device.
 
     build        build folder, for example "build/release"

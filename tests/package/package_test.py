@@ -22,7 +22,8 @@ sys.path.insert(0, "/repository/tests/system")
 from fastcgi import Connection
 
 UNIT = "webservice.service"
-DROP_IN = Path("/run/systemd/system/webservice.service.d/virtual.conf")
+LIVE = "webservice-live.service"
+DROP_INS = [Path(f"/run/systemd/system/{unit}.d/virtual.conf") for unit in (UNIT, LIVE)]
 INSTALLED_DEVICE = "/usr/lib/webservice-virtualdevice"
 OWN_ADDRESS = "10.9.9.1"
 RIGHTS = "0000000400020000"  # SYSLOG and SYS_RAWIO
@@ -79,8 +80,9 @@ def start_device(stack):
     for folder in WRITTEN[:4]:
         device.path(folder).rmdir()
         device.path(folder).symlink_to(folder)
-    DROP_IN.parent.mkdir(parents=True)
-    DROP_IN.write_text("[Service]\n" + "\n".join(lines) + "\n")
+    for drop_in in DROP_INS:
+        drop_in.parent.mkdir(parents=True)
+        drop_in.write_text("[Service]\n" + "\n".join(lines) + "\n")
     run("systemctl", "daemon-reload")
     return device
 
@@ -117,7 +119,7 @@ def test_packages_install_and_enable_the_site():
 
 
 def test_bills_of_materials_name_the_libraries():
-    for package in ("webservice", "webservice-variables", "webservice-virtualdevice"):
+    for package in ("webservice", "webservice-live", "webservice-variables", "webservice-virtualdevice"):
         bill = json.loads(Path(f"/usr/share/doc/{package}/{package}.cdx.json").read_text())
         names = {component["name"] for component in bill["components"]}
         depends = run("dpkg-query", "-W", "-f", "${Depends}", package)
@@ -230,6 +232,21 @@ def test_service_stops_and_restarts_when_killed_or_without_broker(stack):
         wait_until(lambda pid=pid: show("MainPID") not in ("0", pid) and answers(), "the next service")
 
 
+def test_live_runs_without_rights_and_leaves_nothing_but_configuration():
+    def is_ready():
+        return ask("GET", "/api/v2/health") == (200, b'{"status":"ready"}')
+
+    wait_until(is_ready, "version 2")
+    assert ask("PATCH", "/api/v2/values", b'{"DisplayBrightness": 3}')[0] == 200
+    status = Path(f"/proc/{run('systemctl', 'show', '-P', 'MainPID', LIVE).strip()}/status").read_text()
+    assert "CapEff:\t" + "0" * 16 in status and "CapBnd:\t" + "0" * 16 in status
+    before = ask("GET", "/api/v1/all.cgi")[1]
+    run("dpkg", "--remove", "webservice-live")
+    wait_until(lambda: ask("GET", "/api/v2/health")[0] == 404, "the site without version 2")
+    assert ask("GET", "/api/v1/all.cgi")[1] == before
+    assert run("find", "/etc", "/usr", "/lib/systemd", "-name", "*webservice-live*", "-not", "-type", "l") == ""
+
+
 def test_virtual_device_runs_for_any_user():
     run("systemd-run", "--unit", "desk", "--uid", "nobody", "webservice-virtualdevice", "--port", "8080")
     wait_until(lambda: "http://127.0.0.1:8080/api/v1/all.cgi" in run("journalctl", "-u", "desk", "-o", "cat"), "device")
@@ -239,7 +256,7 @@ def test_virtual_device_runs_for_any_user():
 
 
 def test_purge_leaves_user_files_and_a_working_nginx():
-    run("dpkg", "--purge", "webservice-virtualdevice", "webservice-variables", "webservice")
+    run("dpkg", "--purge", "webservice-virtualdevice", "webservice-variables", "webservice-live", "webservice")
     assert run("find", "/etc", "/usr", "/lib/systemd", "-name", "*webservice*") == ""
     assert b"Welcome to nginx" in ask("GET", "/")[1]
     assert Path("/var/LDA/Prime32").read_text() == "lenstables"

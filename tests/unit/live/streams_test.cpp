@@ -117,7 +117,7 @@ TEST_F(StreamsTest, AClientContinuesExactlyOrIsReset) {
     EXPECT_THAT(text(open({both_, {}, changes_.last()})), testing::EndsWith("retry: 1000\n\n"));
     EXPECT_THAT(text(open({both_, {}, {}, true})), HasSubstr("event: reset\nid: "));
     EXPECT_FALSE(changes_.isKnown(changes_.last() + 1));
-    EXPECT_FALSE(Changes(values_.all(), 2).isKnown(seen)) << "a process that started a second later";
+    EXPECT_FALSE(Changes(values_.all(), 2).isKnown(seen)) << "a process that started later";
 }
 
 TEST_F(StreamsTest, PeriodAndHeartbeat) {

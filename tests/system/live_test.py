@@ -1,0 +1,149 @@
+"""Version 2 of the API through each web server, beside version 1."""
+
+import contextlib
+import gzip
+import json
+
+import pytest
+from prometheus_client.openmetrics.parser import text_string_to_metric_families
+
+from systemdevice import SystemDevice, wait_until
+
+VALUES, EVENTS, CATALOGUE = "/api/v2/values", "/api/v2/events", "/api/v2/catalogue"
+BRIGHTNESS = "MemPersistent.DisplayBrightness"
+BIG = {"LensFileName": "x" * 20, "LensFileValid": True}
+
+
+@pytest.fixture(scope="module")
+def device_options(web_server):
+    return {web_server: True, "live": True}
+
+
+class Stream:
+    """A client's stream of events."""
+
+    def __init__(self, device, query="vars=" + BRIGHTNESS, **headers):
+        self._connection = device.send(f"{EVENTS}?{query}", **headers)
+        self._response = self._connection.getresponse()
+        assert self._response.status == 200, self._response.read()
+        assert self._response.headers["Content-Type"] == "text/event-stream"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self._response.close()
+        self._connection.close()
+
+    def next(self):
+        """The next event: its fields, with "data" decoded. Comments and "retry" are left out."""
+        event = {}
+        while True:
+            line = self._response.readline().decode()
+            assert line, "the stream has ended"
+            if line == "\n" and "data" in event:
+                return event
+            name, _, value = line.rstrip("\n").partition(": ")
+            if name in ("event", "id", "data"):
+                event[name] = json.loads(value) if name == "data" else value
+
+
+def change(device, values, **headers):
+    status, answered, body = device.http(VALUES, json.dumps(values), "PATCH", **headers)
+    return status, answered, json.loads(body)
+
+
+def test_values_and_catalogue_are_asked_for_once(device):
+    for path in (VALUES, CATALOGUE):
+        status, headers, body = device.http(path, **{"Accept-Encoding": "gzip"})
+        assert (status, headers["Content-Encoding"]) == (200, "gzip")
+        assert len(body) < 30000
+        content = json.loads(gzip.decompress(body))
+        assert len(content.get("variables", content)) == 816
+        assert device.http(path, **{"If-None-Match": headers["ETag"]})[::2] == (304, b"")
+    named = headers["Content-Location"]
+    assert "immutable" in device.http(named)[1]["Cache-Control"]
+    assert device.http(named + "0")[0] == 404
+    assert content["variables"][BRIGHTNESS] == {"type": "int", "min": 0, "max": 10}
+
+
+def test_a_set_reaches_both_versions(device):
+    with Stream(device) as stream:
+        first = stream.next()
+        new = (first["data"][BRIGHTNESS] + 1) % 10
+        status, headers, stored = change(device, {BRIGHTNESS: new})
+        assert (status, stored) == (200, {BRIGHTNESS: new})
+        assert stream.next()["data"] == {BRIGHTNESS: new}
+        assert b'"DisplayBrightness" : {"max":"10","min":"0","type":"int","value":"%d"}' % new in device.ask(
+            "/api/v1/all.cgi")
+        device.ask("/api/v1/set.cgi", b'{"MemPersistent":{"DisplayBrightness":10}}')
+        last = stream.next()
+        assert last["data"] == {BRIGHTNESS: 10} and int(last["id"]) > int(first["id"])
+    assert change(device, {BRIGHTNESS: 1}, **{"If-Match": headers["ETag"]})[0] == 412
+    assert change(device, {BRIGHTNESS: 1}, **{"If-Match": f'"{last["id"]}"'})[0] == 200
+
+
+def test_refusals_are_problems(device):
+    status, headers, problem = change(device, {BRIGHTNESS: 11, "KnobColor": "Black", "MemLens.LensFileList": [BIG]})
+    assert (status, headers["Content-Type"]) == (422, "application/problem+json")
+    errors = {error["variable"]: error for error in problem["errors"]}
+    assert {name: error["code"] for name, error in errors.items()} == {
+        BRIGHTNESS: "out-of-bounds", "KnobColor": "not-an-entry", "MemLens.LensFileList": "wrong-type"}
+    assert [errors[BRIGHTNESS][key] for key in ("given", "min", "max")] == [11, 0, 10]
+    for path, method, status in (("/api/v2/none", "GET", 404), (VALUES, "POST", 405), (VALUES + "?vars=No*", "GET", 400),
+                                 (EVENTS + "?period=-1", "GET", 400)):
+        answer = device.http(path, method=method)
+        assert (answer[0], answer[1]["Content-Type"]) == (status, "application/problem+json")
+        assert json.loads(answer[2])["status"] == status
+
+
+def test_other_sites_are_refused(device):
+    assert device.http(VALUES, Host="evil.example")[0] == 421
+    assert change(device, {}, Origin=device.url)[0] == 200
+    for headers in ({"Origin": "http://evil.example"}, {"Sec-Fetch-Site": "cross-site"}):
+        assert device.http(VALUES, "{}", "PATCH", **headers)[0] == 403
+        assert "Access-Control-Allow-Origin" not in device.http(VALUES, method="OPTIONS", **headers)[1]
+
+
+def test_health_and_metrics(device):
+    assert json.loads(device.http("/api/v2/health")[2]) == {"status": "ready"}
+    _, headers, text = device.http("/api/v2/metrics")
+    assert headers["Content-Type"].startswith("application/openmetrics-text")
+    families = {family.name: family for family in text_string_to_metric_families(text.decode())}
+    assert families["live_segments_mapped"].samples[0].value == 18
+    assert families["live_requests"].samples[0].value >= 1
+
+
+def test_a_client_continues_and_notices_a_restart(device):
+    with Stream(device) as stream:
+        last = stream.next()["id"]
+    for value in (3, 4, 5):
+        change(device, {BRIGHTNESS: value})
+    change(device, {"ButtonBrightness": 2})
+    with Stream(device, "vars=MemPersistent.*", **{"Last-Event-ID": last}) as stream:
+        assert stream.next()["data"].keys() >= {BRIGHTNESS}
+    with Stream(device, since_query(last)) as stream:
+        again = stream.next()
+        assert again["data"] == {BRIGHTNESS: 5} and "event" not in again
+    device.end("live")
+    assert device.http(VALUES)[0] in (502, 503)
+    device.start_live()
+    wait_until(lambda: device.http(VALUES)[0] == 200, "the process through the web server")
+    with Stream(device, since_query(again["id"])) as stream:
+        reset = stream.next()
+        assert (reset["event"], reset["data"]) == ("reset", {BRIGHTNESS: 5})
+        assert int(reset["id"]) > int(again["id"])
+
+
+def since_query(sequence):
+    return f"vars={BRIGHTNESS}&since={sequence}"
+
+
+def test_the_process_ends_with_the_broker(web_server):
+    with SystemDevice(**{web_server: True, "live": True}, may_fail=("live",)) as device:
+        with contextlib.suppress(AssertionError), Stream(device) as stream:
+            stream.next()
+            device.end("broker")
+            stream.next()
+        wait_until(lambda: device.ended() == ["live"], "the end of the process")
+        assert "The broker connection is lost" in device.log()
