@@ -131,6 +131,7 @@ test("watch: plots, their part, layouts and tables", async () => {
 
 test("log and screen: chosen, paused, followed and saved", async () => {
     const line = (level, text) => `<6>${"hand".padStart(20)}  ${level.padEnd(10)} ${"main.cpp".padStart(20)}:   1 ${text}`;
+    await device.log(Array(2000).fill(line("LogAll", "long ago".repeat(9))).join("\n"));
     await device.log([...Array.from({ length: 200 }, (_, at) => line("LogLight", `step ${at}`)), line("Error", "slip")].join("\n"));
     await begin("log");
     await console.says("#log-output", /slip/);
@@ -149,6 +150,8 @@ test("log and screen: chosen, paused, followed and saved", async () => {
     await until(() => page.locator("#log-follow").isChecked(), false, "reading");
     await use("#log-follow", "Space");
     assert.match(await save("#log-save"), /step 199[^]*slip/);
+    await use("#log-earlier", "Enter");
+    await until(() => page.locator("#log-earlier").isHidden(), true, "all lines");
     await use(`nav a[href="#screen"]`, "Enter");
     assert.match(await save("#screen-save"), /PNG/);
     await use("#screen-fast", "Enter");

@@ -128,6 +128,22 @@ test("levels, processes and lines around the hits are chosen, and all of the log
     assert.doesNotMatch(saved, /<span|<\/span/);
 });
 
+test("the wall time is known without a new line, and forgotten when the device has been started again", async () => {
+    const lines = (await open({ view: "log" })).page;
+    await lines.locator("#log-wall").press("Space");
+    await until(() => lines.locator("#log-output div").last().getAttribute("data-time"), /^\d+:\d+:\d+/, "a wall time");
+    const starts = await lines.evaluate(async () => {
+        const { StartTime } = await import("/model/logline.js");
+        const start = new StartTime();
+        return [[90, 1090], [100, 1100.2], [3, 2000]].map(([written, now]) => {
+            start.follow(written);
+            start.learn(written, now);
+            return start.seconds;
+        });
+    });
+    assert.deepEqual(starts, [1000, 1000, 1997]);
+});
+
 test("a long log begins with its last lines, and earlier ones come on demand", async () => {
     const line = (at) => `<6>long: ${String(at).padStart(6, "0")} ${"x".repeat(80)}`;
     await device.log(Array.from({ length: 20_000 }, (_, at) => line(at)).join("\n"));

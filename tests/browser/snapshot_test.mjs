@@ -47,6 +47,19 @@ test("what differs from a snapshot is shown and restored, in the view and in the
     assert.deepEqual(await load(), before);
 });
 
+test("a snapshot that no file has is replaced after a question only, also after a reload and by another tab", async () => {
+    const console = await open({ view: "snapshot" });
+    await console.page.locator("#snapshot-take").click();
+    await count(console, /^Nothing differs/);
+    await console.page.reload();
+    const other = await open({ view: "snapshot", context: console.page.context() });
+    for (const tab of [console, other]) {
+        await tab.page.locator("#snapshot-take").click();
+        await tab.says("#question[open] #question-text", /not saved as a file/);
+        await tab.page.locator("#question [value=no]").click();
+    }
+});
+
 test("each value that is not restored says why, and the others are stored", async () => {
     await device.store(BRIGHTNESS, 5);
     const console = await open({ view: "snapshot" });
