@@ -5,6 +5,7 @@
 #include "apps/common/values/plainvalue.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/table.h"
+#include "gen/code/descriptions_gen.h"
 
 #include <cstdio>
 
@@ -37,11 +38,21 @@ std::vector<std::string> entries(const VariableDescriptor& variable) {
     return {enumeration.entries, enumeration.entries + enumeration.entryCount};
 }
 
-std::string entriesText(const VariableDescriptor& variable) {
+std::string description(const VariableId& id) {
+    std::uint32_t place = id.var;
+    for (std::uint32_t mem = 0; mem < id.mem; ++mem)
+        place += MEMORY_ARRAY[mem].count;
+    const char* const text = VARIABLE_DESCRIPTIONS[place];
+    return text == nullptr ? "" : text;
+}
+
+// The entries of an enumeration and the description.
+std::string aboutText(const VariableId& id) {
     std::string text;
-    for (const std::string& entry : entries(variable))
+    for (const std::string& entry : entries(id.descriptor()))
         text += (text.empty() ? "" : ", ") + entry;
-    return text;
+    const std::string about = description(id);
+    return text + (text.empty() || about.empty() ? "" : ". ") + about;
 }
 
 void addRow(Table& table, const VariableId& id, bool isLong) {
@@ -53,14 +64,14 @@ void addRow(Table& table, const VariableId& id, bool isLong) {
     }
     cells.push_back(excerpt(plainValue({id, std::nullopt, nullptr}), SHOWN_BYTES));
     if (isLong)
-        cells.push_back(entriesText(variable));
+        cells.push_back(aboutText(id));
     table.add(cells);
 }
 
 void printTable(const std::vector<VariableId>& variables, bool isLong) {
     Table table;
     if (isLong)
-        table.add({"VARIABLE", "TYPE", "BOUNDS", "EVENT", "PLACE", "VALUE", "ENTRIES"});
+        table.add({"VARIABLE", "TYPE", "BOUNDS", "EVENT", "PLACE", "VALUE", "ABOUT"});
     else
         table.add({"VARIABLE", "TYPE", "BOUNDS", "VALUE"});
     for (const VariableId& id : variables)
@@ -94,12 +105,15 @@ std::string entriesJson(const VariableDescriptor& variable) {
     return text + "]";
 }
 
-void appendPlace(std::string& out, const VariableDescriptor& variable) {
+void appendPlace(std::string& out, const VariableId& id) {
+    const VariableDescriptor& variable = id.descriptor();
     appendValue(out, "event", std::to_string(variable.event.id));
     appendValue(out, "location", std::to_string(variable.location));
     appendValue(out, "size", std::to_string(variable.size));
     if (variable.baseType == BaseEnum)
         appendValue(out, "entries", entriesJson(variable));
+    if (const std::string about = description(id); !about.empty())
+        appendText(out, "about", about);
 }
 
 std::string jsonRow(const VariableId& id, bool isLong) {
@@ -112,7 +126,7 @@ std::string jsonRow(const VariableId& id, bool isLong) {
         appendValue(row, "max", Introspection::getVarMax(id.mem, id.var));
     }
     if (isLong)
-        appendPlace(row, variable);
+        appendPlace(row, id);
     appendValue(row, "value", plainValue({id, std::nullopt, nullptr}));
     return row + "}";
 }

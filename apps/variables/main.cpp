@@ -73,7 +73,8 @@ void addValueCommands(std::vector<Command>& all, Options& options) {
     all.emplace_back(
            "list", "List names, types, bounds and values", [&] { return onDevice(list, options.list); })
         .flag("json", options.list.isJson, "Print an array of objects")
-        .flag("long", options.list.isLong, "Also event id, place and size in the memory, and entries")
+        .flag("long", options.list.isLong,
+              "Also event id, place and size in the memory, entries of enumerations, description")
         .several("PATTERN", Words::Names, options.list.patterns);
     all.emplace_back(
            "get", "Print values, each on a line", [&] { return onDevice(get, options.get); })

@@ -1,5 +1,7 @@
 #include "apps/variables/table.h"
 
+#include "apps/variables/style.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -10,10 +12,12 @@ std::size_t width(const std::string& cell) {
         cell.begin(), cell.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
 }
 
-std::string joined(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) {
+std::string joined(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths,
+                   bool isHeading) {
     std::string line;
     for (std::size_t column = 0; column < cells.size(); ++column) {
-        line += cells[column];
+        const bool isStyled = isHeading || column == 0;
+        line += isStyled ? styled(isHeading ? Style::Bold : Style::Cyan, cells[column]) : cells[column];
         if (column + 1 < cells.size())
             line.append(widths[column] - width(cells[column]) + 2, ' ');
     }
@@ -29,6 +33,6 @@ void Table::print() const {
         for (std::size_t column = 0; column < row.size(); ++column)
             widths[column] = std::max(widths[column], width(row[column]));
     }
-    for (const auto& row : rows_)
-        std::puts(joined(row, widths).c_str());
+    for (std::size_t row = 0; row < rows_.size(); ++row)
+        std::puts(joined(rows_[row], widths, row == 0).c_str());
 }

@@ -4,6 +4,7 @@
 #include "apps/variables/clock.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/connection.h"
+#include "apps/variables/style.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -57,8 +58,8 @@ private:
             std::printf("{\"time\":\"%s\",\"variable\":\"%s\",\"old\":%s,\"value\":%s}\n",
                         universalTime(now).c_str(), name.c_str(), old.c_str(), value.c_str());
         else
-            std::printf("%s  %s  %s -> %s\n", localTime(now).c_str(), name.c_str(), old.c_str(),
-                        value.c_str());
+            std::printf("%s  %s  %s -> %s\n", styled(Style::Faint, localTime(now)).c_str(),
+                        styled(Style::Cyan, name).c_str(), old.c_str(), styled(Style::Bold, value).c_str());
     }
 
     bool isJson_;

@@ -51,9 +51,21 @@ def test_list_has_columns_and_cuts_long_values(device):
     assert [row[types:].split()[0] for row in rows[1:]] == ["string(20)", "int", "DisplayUnit", "LensFile[100]"]
     assert rows[2].split() == ["MemPersistent.IrisTorque", "int", "1", "to", "4", "209", "48+4", "1"]
     assert rows[3].endswith("  Default, Meter, Feet")
+    assert run(device, "list", "--long", "RadioBoost")[1].endswith("  false  Sends with raised power where the region "
+                                                                   "allows it.\n")
     assert '  [{"LensFileName":"Zoom' in rows[4] and "..." in rows[4] and len(rows[4]) < 200
     assert run(device, "list", "MemLens.LensFileListSize")[1].splitlines()[1].split() == [
         "MemLens.LensFileListSize", "int", "0", "to", "100", "8"]
+
+
+@pytest.mark.parametrize("off, start", [("", b"\x1b[1mVARIABLE\x1b[0m"), ("1", b"VARIABLE  ")])
+def test_colours_are_for_terminals(device, off, start):
+    terminal, end = pty.openpty()
+    environment = {**device.environment(), "TERM": "xterm", "NO_COLOR": off}
+    subprocess.run(device.command("variables", "list", "FocusTorque"), env=environment, stdout=end, check=True)
+    assert os.read(terminal, 1000).startswith(start)
+    os.close(terminal)
+    os.close(end)
 
 
 def test_all_values_or_none_are_stored(device):

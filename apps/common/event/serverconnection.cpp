@@ -176,10 +176,8 @@ bool ServerConnection::atEndOfStream() const {
 }
 
 void ServerConnection::dispatch(const Notify& event) {
-    if (handler == nullptr) {
-        LOG_MESSAGE(Warn, "Unhandled event: %s", eventName(event).c_str());
+    if (handler == nullptr)
         return;
-    }
     try {
         handler->handleEvent(event);
     } catch (const std::exception& error) {

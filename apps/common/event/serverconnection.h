@@ -73,7 +73,7 @@ public:
     /// Subscribes to all events. Throws as postEvent.
     void subscribeAll();
 
-    /// Receives the events. Without a handler each event is logged at Warn. Does not own it.
+    /// Receives the events, which are dropped without a handler. Does not own it.
     EventHandler* handler = nullptr;
 
     /// 500 ms, so that a process with clients goes on serving them.

@@ -1,5 +1,6 @@
 #include "apps/common/event/serverconnection.h"
 
+#include "apps/common/event/unhandledevents.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
 #include <chrono>
@@ -101,7 +102,8 @@ TEST_F(ServerConnectionTest, OneReadTakesAtMost256Records) {
 }
 
 TEST_F(ServerConnectionTest, EventsWithoutHandlerAreLogged) {
-    connection_->handler = nullptr;
+    UnhandledEvents unhandled;
+    connection_->handler = &unhandled;
     const Notify records[] = {{3, 9, 9}, {6, 0, 0}, {EVENT_COUNT, 0, 0}, {0xffffffffU, 0, 0}};
     brokerSends({reinterpret_cast<const char*>(records), sizeof records});
     poll_.wait(1000, true);
