@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr int BACKLOG = 1024; // as the socket unit's
 constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
 
 } // namespace
@@ -18,7 +19,7 @@ Server::Server(EventPoll& poll, std::optional<int> port)
                                   std::chrono::system_clock::now().time_since_epoch())
                                   .count()) {
     if (port)
-        listener_.emplace(*port, poll_, this);
+        listener_.emplace(*port, poll_, this, BACKLOG);
     else
         listener_.emplace(poll_, this);
 }

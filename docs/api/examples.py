@@ -144,7 +144,7 @@ def run_page(text, build):
     """Returns the page with the present output of its commands."""
     arguments = ARGUMENTS.search(text)
     simulation = tuple(arguments[1].split()) if arguments else ("--still",)
-    with VirtualDevice(build, simulation=simulation, display=(), nginx=True) as device, \
+    with VirtualDevice(build, simulation=simulation, display=(), live=True, nginx=True) as device, \
             tempfile.TemporaryDirectory() as folder, Shell(device, folder) as shell:
         return BLOCK.sub(lambda block: run_block(shell, block[0]), text)
 

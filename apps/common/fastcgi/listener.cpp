@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr int BACKLOG = 10;
 constexpr int INHERITED_FD = 0;
 
 Descriptor openReserved() {
@@ -25,7 +24,7 @@ void setOption(int fd, int level, int option) {
     setsockopt(fd, level, option, &on, sizeof(on));
 }
 
-Descriptor listenOn(int port) {
+Descriptor listenOn(int port, int backlog) {
     Descriptor fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.isOpen())
         throwErrorNumber(__FILE__, __LINE__, "socket");
@@ -38,14 +37,14 @@ Descriptor listenOn(int port) {
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         throwErrorNumber(__FILE__, __LINE__, "bind");
-    listen(fd.get(), BACKLOG);
+    listen(fd.get(), backlog);
     return fd;
 }
 
 } // namespace
 
-Listener::Listener(int port, EventPoll& poll, EventPoll::Callback* owner)
-    : socket_(listenOn(port)), poll_(poll), owner_(owner), reserved_(openReserved()) {
+Listener::Listener(int port, EventPoll& poll, EventPoll::Callback* owner, int backlog)
+    : socket_(listenOn(port, backlog)), poll_(poll), owner_(owner), reserved_(openReserved()) {
     poll_.add(fd(), owner_, EPOLLIN);
 }
 

@@ -8,9 +8,9 @@
 class Listener {
 public:
     /// Listens on all IPv4 interfaces and registers the socket with `poll` for `owner`, which calls accept
-    /// when it is readable. Both must outlive the object. Throws through throwErrorNumber with "socket",
-    /// "bind".
-    Listener(int port, EventPoll& poll, EventPoll::Callback* owner);
+    /// when it is readable. Both must outlive the object. `backlog` connections wait until they are accepted.
+    /// Throws through throwErrorNumber with "socket", "bind".
+    Listener(int port, EventPoll& poll, EventPoll::Callback* owner, int backlog);
 
     /// Registers descriptor 0, an inherited listening socket, which stays open.
     Listener(EventPoll& poll, EventPoll::Callback* owner);

@@ -9,8 +9,14 @@
 #include <sys/socket.h>
 #include <utility>
 
+namespace {
+
+constexpr int BACKLOG = 10;
+
+} // namespace
+
 Fcgi::Fcgi(int port, EventPoll& poll)
-    : listener_(std::in_place, port, poll, this), poll_(poll), parked_(poll) {}
+    : listener_(std::in_place, port, poll, this, BACKLOG), poll_(poll), parked_(poll) {}
 
 Fcgi::Fcgi(EventPoll& poll) : listener_(std::in_place, poll, this), poll_(poll), parked_(poll) {}
 
