@@ -20,7 +20,7 @@ REPOSITORY = Path(__file__).resolve().parents[2]
 sys.path += [str(REPOSITORY / "bench"), str(REPOSITORY / "device" / "launcher")]
 
 # pylint: disable=wrong-import-position  # the two folders hold what some of them import
-from bench import bench
+from bench import QEMU as COUNTED, bench
 from board import Board, BoardError, copy_card
 from flash import flash
 from initrd import make_device_tree, make_initrd
@@ -114,7 +114,7 @@ def main():
     copy_card(options.folder / "configured.img", board.card)
     with board:
         with step(f"Starting the machine {options.machine}"):
-            board.start()
+            board.start(*(COUNTED if options.command[0] == "bench" else ()))
             board.wait_for_shell()
         install(board, REPOSITORY)
         status = execute(board, options.command)
