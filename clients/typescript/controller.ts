@@ -125,6 +125,7 @@ function isTemporary(error: unknown): boolean {
 
 function pause(ms: number, signal: AbortSignal): Promise<void> {
     return new Promise((resolve) => {
+        if (signal.aborted) return resolve();
         const timer = setTimeout(resolve, ms);
         signal.addEventListener("abort", () => (clearTimeout(timer), resolve()), { once: true });
     });

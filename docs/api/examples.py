@@ -43,6 +43,7 @@ REPLACEMENTS = [
     (re.compile(r'("space_total": )\d+'), r"\g<1>3758096384"),
     (re.compile(r'("space_available": )\d+'), r"\g<1>1073741824"),
     (re.compile(r"^\d{4,6}$", re.MULTILINE), "3378"),  # length of the log
+    (re.compile(r"\b\d{16}\b"), "7530150715457648"),  # number of a change
 ]
 
 
@@ -144,7 +145,7 @@ def run_page(text, build):
     """Returns the page with the present output of its commands."""
     arguments = ARGUMENTS.search(text)
     simulation = tuple(arguments[1].split()) if arguments else ("--still",)
-    with VirtualDevice(build, simulation=simulation, display=(), live=True, nginx=True) as device, \
+    with VirtualDevice(build, simulation=simulation, display=(), nginx=True, live=True) as device, \
             tempfile.TemporaryDirectory() as folder, Shell(device, folder) as shell:
         return BLOCK.sub(lambda block: run_block(shell, block[0]), text)
 

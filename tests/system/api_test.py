@@ -8,9 +8,10 @@ import jsonschema
 import pytest
 
 from app_test import FORM_TYPE, form
+from description import Description
 from systemdevice import BUILD
 
-DOCUMENT = json.loads(Path(BUILD, "generated/docs/openapi.json").read_text())
+DESCRIPTION = Description("openapi.json")
 TREE, SET, UPDATE, LOG = "/api/v1/all.cgi", "/api/v1/set.cgi", "/api/v1/update.cgi", "/api/v1/log.cgi"
 SCREEN = "/api/v1/screen.cgi"
 APP = "/qorapp/v1"
@@ -22,18 +23,9 @@ def device_options():
     return {"nginx": True, "display": ()}
 
 
-def validator(schema):
-    return jsonschema.Draft202012Validator({**schema, "components": DOCUMENT["components"]})
-
-
-def ask(device, method, template, path, body=None):
-    """The answer's body and its validator. The template has to be the description's first that fits the path."""
-    fitting = [known for known in sorted(DOCUMENT["paths"], key=lambda known: known.count("{"))
-               if re.fullmatch(re.sub(r"\\{\w+\\}", "[^/]+", re.escape(known)), path.partition("?")[0])]
-    assert fitting[0] == template
-    status, headers, answer = device.http(path, body, method, **{"Content-Type": FORM_TYPE})
-    described = DOCUMENT["paths"][template][method.lower()]["responses"][str(status)]
-    return answer, validator(described["content"][headers["Content-Type"]]["schema"])
+def ask(device, *request):
+    """The answer's body and its validator."""
+    return DESCRIPTION.ask(device, *request, **{"Content-Type": FORM_TYPE})[1:]
 
 
 JSON_ANSWERS = [
@@ -62,18 +54,17 @@ def test_every_json_answer_is_as_described(device):
     for request in JSON_ANSWERS:
         answer, described = ask(device, *request)
         described.validate(json.loads(answer))
-    operations = {(method.upper(), path) for path, item in DOCUMENT["paths"].items() for method in item
-                  if method != "parameters"}
-    assert operations == {(method, template) for method, template, _, _ in JSON_ANSWERS} | OTHER_ANSWERS
+    asked = {(method, template) for method, template, _, _ in JSON_ANSWERS}
+    assert DESCRIPTION.operations == asked | OTHER_ANSWERS
 
 
 def test_update_is_as_described(device):
-    described = DOCUMENT["paths"][UPDATE]["get"]["responses"]["200"]["content"]["application/json"]["schema"]
+    described = DESCRIPTION.validator({"$ref": "#/components/schemas/Update"})
     device.forget_changes()
     with device.wait_for_update(65535) as waiting:
         device.ask(SET, b'{"MemLens": {"LensFileList": {"Index": 99, "LensFileSelected": true}}}')
         update = json.loads(waiting.answer().body)
-    validator(described).validate(update)
+    described.validate(update)
     schema = json.loads(Path(BUILD, "generated/docs/catalogue.schema.json").read_text())
     jsonschema.validate(update["variables"], {**schema["$defs"]["update"], "$defs": schema["$defs"]},
                         jsonschema.Draft202012Validator)
@@ -91,7 +82,7 @@ def test_log_and_picture_are_as_described(device):
 
 
 def test_assignments_are_as_described(device):
-    assignment = validator({"$ref": "#/components/schemas/Assignment"})
+    assignment = DESCRIPTION.validator({"$ref": "#/components/schemas/Assignment"})
     for memory, name, value, is_allowed in (
             ("MemPersistent", "DisplayBrightness", 10, True), ("MemPersistent", "DisplayBrightness", 11, False),
             ("MemPersistent", "CircleofConfusion", 0.1, True), ("MemPersistent", "CircleofConfusion", 0, False),
