@@ -24,10 +24,10 @@ export class Device {
         return Object.assign(device, await device.#answer());
     }
 
-    // Ends or starts the service: "end" or "start".
-    async command(word) {
-        this.process.stdin.write(`${word}\n`);
-        this.service = await this.#answer();
+    // Ends or starts the service, or the part "live": "end" or "start".
+    async command(word, name = "service") {
+        this.process.stdin.write(`${word} ${name}\n`);
+        this[name] = await this.#answer();
     }
 
     // Stops the service's process as it is; the result lets it continue.

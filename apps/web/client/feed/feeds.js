@@ -15,7 +15,7 @@ export class Feeds {
   #values = new Map();
   #recorder = new Recorder(this.#values);
   #feeds = {
-    tree: new TreeFeed((message) => this.#takeTree(message)),
+    tree: new TreeFeed((message) => this.#takeTree(message), this.#values),
     log: new LogFeed((message) => this.#send("log", message)),
     screen: new ScreenFeed((message) => this.#send("screen", message)),
   };

@@ -1,7 +1,9 @@
-// Follows the variables. The service reports a change only to requests that wait when its 100 ms period ends, so the next
-// poll is sent before anything else happens. See docs/console.md.
+// Follows the variables: by the events of the API's version 2, or by polls where the controller does not have it. The
+// service reports a change only to polls that wait when its 100 ms period ends, so the next poll is sent before anything
+// else happens. See docs/console.md.
 
 import { request, RequestError } from "./api.js";
+import { changesSince, lastChange, updateText } from "./events.js";
 import { Gaps } from "./gaps.js";
 import { Loop } from "./loop.js";
 
@@ -22,6 +24,7 @@ const REREAD_MS = 10000;
 //   {type: "tree" | "update", text}   {type: "state", state: "live" | "reconnecting" | "lost", text}
 export class TreeFeed extends Loop {
   #emit;
+  #known;
   #failingSince = null;
   #state = { type: "state", state: "reconnecting", text: "Connecting" };
   #reading = null;
@@ -33,9 +36,11 @@ export class TreeFeed extends Loop {
   #calmTimer = 0;
   #gaps = new Gaps(UPDATE, [TREE, PROBE], () => this.#bridge());
 
-  constructor(emit) {
+  // `known` is a Map of "Memory.Variable" to the text of its value, which the owner fills with what is emitted.
+  constructor(emit, known) {
     super();
     this.#emit = emit;
+    this.#known = known;
   }
 
   // For pages that come later.
@@ -62,14 +67,17 @@ export class TreeFeed extends Loop {
     return this.#next;
   }
 
-  // The first poll is sent before the tree is requested, and polling continues meanwhile, so each change is in one of both.
-  // A failure of either ends both.
+  // Events continue from before the tree. The first poll is sent before the tree is requested, and polling continues
+  // meanwhile. So each change is in one of both. A failure of either ends both.
   async turn(signal, succeeded) {
     const either = new AbortController();
     const both = AbortSignal.any([signal, either.signal]);
-    const changes = this.#follow(both);
+    const since = await lastChange(both);
+    const polls = since === null ? this.#follow(both) : null;
+    const tree = this.#readTree(both);
+    const changes = polls ?? tree.then(() => this.#listen(since, both));
     try {
-      await Promise.race([this.#readTree(both), changes]);
+      await Promise.race([tree, changes]);
       succeeded();
       this.#failingSince = null;
       this.#setState("live", "Live");
@@ -100,19 +108,34 @@ export class TreeFeed extends Loop {
       const text = await this.#orGone(poll, signal);
       poll = this.#poll(signal);
       poll.catch(() => {});
-      this.#behind.forEach((updates) => updates.push(text));
-      this.#emit({ type: "update", text });
+      this.#update(text);
       if (performance.now() - this.#probedAt > REREAD_MS) this.#probe(signal).catch(() => {});
     }
   }
 
+  async #listen(since, signal) {
+    const events = changesSince(since, signal);
+    for (;;) {
+      const { value, done } = await this.#orGone(events.next(), signal);
+      if (done) throw new RequestError(0);
+      const text = updateText(value, this.#known);
+      if (text === null) this.reread();
+      else this.#update(text);
+    }
+  }
+
+  #update(text) {
+    this.#behind.forEach((updates) => updates.push(text));
+    this.#emit({ type: "update", text });
+  }
+
   // A device out of radio range closes no connection: after a time without updates a small request checks the service.
-  async #orGone(poll, signal) {
+  async #orGone(change, signal) {
     for (;;) {
       let timer;
       const quiet = new Promise((resolve) => { timer = setTimeout(resolve, QUIET_MS, null); });
-      const text = await Promise.race([poll, quiet]).finally(() => clearTimeout(timer));
-      if (text !== null) return text;
+      const came = await Promise.race([change, quiet]).finally(() => clearTimeout(timer));
+      if (came !== null) return came;
       await this.#probe(signal);
     }
   }
