@@ -56,6 +56,15 @@ struct Broker {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         connection.emplace(poll, ends[0]);
         connection->handler = &handler;
+        connection->subscribeAll();
+        connection->subscribe({gen::EventId::VarDisplayBrightnessChanged, 0, 0});
+    }
+    ~Broker() {
+        connection->handler = nullptr; // the event is logged
+        send("twelve bytes");
+        close(ends[1]);
+        EXPECT_EQ(poll.wait(0, true), EventPoll::Dispatched);
+        EXPECT_FALSE(connection->isOpen());
     }
 
     void send(std::string_view bytes) {

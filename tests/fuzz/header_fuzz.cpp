@@ -1,4 +1,5 @@
 #include "apps/web/service/app/headerline.h"
+#include "apps/web/service/qorapp.h"
 #include "target.h"
 
 #include <gtest/gtest.h>
@@ -20,9 +21,10 @@ std::string literalTrim(std::string text) {
 } // namespace
 
 void handle(std::string_view input) {
+    static QorApp app("BOARD", "K1-7");
     HeaderFields fields{{"name", "first"}};
     HeaderFields expected = fields;
-    splitHeaderLine(input, fields);
+    app.splitHeaderLine(std::string(input), fields);
     std::istringstream pieces(std::string(input) + ";");
     for (std::string piece; expected.size() < MAX_HEADER_FIELDS && std::getline(pieces, piece, ';');) {
         const std::string text = literalTrim(piece);

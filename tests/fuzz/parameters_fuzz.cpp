@@ -38,6 +38,15 @@ void literalParams(Bytes rest, std::map<Bytes, Bytes>& params) {
     }
 }
 
+void compareLength(const Bytes& content) {
+    Bytes rest = content;
+    Bytes copy = content;
+    unsigned char* cursor = copy.data();
+    int remaining = static_cast<int>(copy.size());
+    EXPECT_EQ(Request::getLength(cursor, remaining), literalLength(rest));
+    EXPECT_TRUE(rest.empty() ? remaining == 0 : cursor + rest.size() == copy.data() + copy.size());
+}
+
 std::string text(const Bytes& bytes) {
     return {bytes.begin(), bytes.end()};
 }
@@ -50,6 +59,7 @@ void handle(std::string_view input) {
     while (!input.empty()) {
         const std::string_view record = take(input, takeNumber<std::uint8_t>(input));
         const Bytes content(record.begin(), record.end());
+        compareLength(content);
         request.addParams(content.data(), static_cast<int>(content.size()));
         literalParams(content, expected);
     }

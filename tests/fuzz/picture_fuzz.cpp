@@ -6,7 +6,8 @@
 #include <png.h>
 #include <sstream>
 
-// A picture of a framebuffer with any geometry. Input: the numbers of its state, then its pixels.
+// A picture of a framebuffer with any geometry, and a program that draws on it. Input: the numbers of its
+// state, its pixels, then the number of buffers that the program asks for.
 
 namespace {
 
@@ -40,6 +41,29 @@ struct LeftOpen {
     ~LeftOpen() { close(fd); }
 };
 
+std::string bytesOf(VirtualScreen& screen) {
+    return {reinterpret_cast<const char*>(screen.buffer(0)), MEMORY};
+}
+
+// Shows each buffer and clears the next one; all other bytes stay.
+void draw(VirtualScreen& screen, int buffers) {
+    const LeftOpen leftOpen;
+    FbLinux display("/dev/fb0", buffers);
+    display.init();
+    const std::size_t frame =
+        std::min<std::uint64_t>(MEMORY, display.rowSize()) * std::min<std::size_t>(MEMORY, display.height());
+    const std::size_t usable = std::min<std::size_t>(MEMORY, screen.state().smemLen);
+    for (int i = 1; i <= buffers; ++i) {
+        display.show();
+        EXPECT_EQ(display.currentAddress(), display.frontbufferAddress());
+        std::string expected = bytesOf(screen);
+        const std::size_t begin = std::min(usable, static_cast<std::size_t>(i % buffers) * frame);
+        const std::size_t size = std::min(usable - begin, frame);
+        display.clear();
+        EXPECT_EQ(bytesOf(screen), expected.replace(begin, size, size, '\0'));
+    }
+}
+
 } // namespace
 
 void handle(std::string_view input) {
@@ -59,4 +83,9 @@ void handle(std::string_view input) {
         pixels.clear(); // no mapping, or no picture
     }
     EXPECT_EQ(pixels, capture ? literalPicture(screen.state(), screen.buffer(0)) : "");
+    try {
+        if (const int buffers = takeNumber<std::uint8_t>(input) % 4; buffers > 0)
+            draw(screen, buffers);
+    } catch (const std::runtime_error&) { // refused by the driver
+    }
 }

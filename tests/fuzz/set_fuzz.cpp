@@ -1,11 +1,16 @@
+#include "apps/common/values/check.h"
+#include "apps/common/values/refusal.h"
+#include "apps/common/values/variablejson.h"
 #include "apps/web/service/variables/json.h"
 #include "apps/web/service/variables/setrequest.h"
 #include "target.h"
 #include "tests/unit/introspection/fixture.h"
 
+#include <nlohmann/json.hpp>
 #include <sstream>
 
-// The body of a set request: the splitter against a literal state machine, then the setters behind it.
+// The body of a set request: the splitter against a literal state machine, then the setters and getters
+// behind it.
 
 namespace {
 
@@ -65,6 +70,31 @@ Literal literalParse(std::string_view text) {
     return result;
 }
 
+// The value can be read back, and the text that is read can be set again.
+void readBack(const VariableId& id, int index) {
+    const std::string json = valueJson(id.mem, id.var, index);
+    try {
+        const std::string text = Introspection::getVarValue(id.mem, id.var, index);
+        Introspection::setVarValue(id.mem, id.var, text.c_str());
+        EXPECT_EQ(Introspection::getVarValue(id.mem, id.var, index), text);
+        EXPECT_EQ(valueJson(id.mem, id.var, index), json);
+    } catch (const std::exception&) {
+        EXPECT_TRUE(json.starts_with(R"("ERROR")")) << json; // no such element, or a text that is not UTF-8
+    }
+}
+
+// A value that the checks of other programs take can be set.
+void setChecked(const VariableId& id, const std::string& value) {
+    nlohmann::json json = nlohmann::json::parse(value, nullptr, false);
+    if (json.is_discarded())
+        json = value;
+    try {
+        const std::string text = acceptedText(Acceptance::ofVariable(id), "x", json);
+        EXPECT_EQ(Introspection::setVarValue(id.mem, id.var, text.c_str()), "");
+    } catch (const Refusal&) { // nothing is set
+    }
+}
+
 } // namespace
 
 void handle(std::string_view input) {
@@ -84,7 +114,16 @@ void handle(std::string_view input) {
     std::ostringstream errors;
     if (!request.parse(body, errors) || !request.hasValue() || !request.apply())
         return;
-    events.take();
     const std::uint32_t mem = Introspection::getMemIndex(request.memory);
+    VariableId id{mem, 0};
+    while (request.variable != id.descriptor().name)
+        ++id.var;
+    const bool isStructure = id.descriptor().baseType == BaseStruct;
+    readBack(id, isStructure ? request.elementIndex() : 0);
+    if (!isStructure)
+        setChecked(id, request.pairs.back().second.text);
+    else
+        Introspection::setVarValue(mem, id.var, body.c_str());
+    events.take();
     std::memset(memories.base(mem), 0, MEMORY_ARRAY[mem].size);
 }

@@ -4,6 +4,7 @@
 #include "apps/common/diagnostics/logwriter.h"
 
 #include <csignal>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <utility>
 
@@ -14,7 +15,7 @@ gen::LogLevel logLevel = gen::Warn;
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    GTEST_FLAG_SET(throw_on_failure, true);
+    GTEST_FLAG_SET(break_on_failure, true);
     logWriter().setDevice("/dev/null");
     gComponentLogLevel = &logLevel;
     return 0;
@@ -29,7 +30,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
 }
 
-// In place of the C library's: waiting for the disk would be most of the time.
+// In place of the C library's: waiting for the disk or for the next frame of a display would be most of the
+// time.
 extern "C" int fsync(int /*fd*/) {
+    return 0;
+}
+
+extern "C" int clock_nanosleep(clockid_t /*clock*/, int /*flags*/, const timespec* /*time*/,
+                               timespec* /*left*/) {
     return 0;
 }

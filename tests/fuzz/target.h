@@ -6,8 +6,7 @@
 #include <string_view>
 
 /// Handles one input; each target defines it. Findings are a sanitizer's report, an exception that leaves the
-/// function, and an expectation that fails outside of the service's callbacks. Inputs have no effect on later
-/// ones.
+/// function, and an expectation that fails, which ends the program. Inputs have no effect on later ones.
 void handle(std::string_view input);
 
 /// Removes the first `size` bytes of an input, or all if it is shorter, and returns them.
