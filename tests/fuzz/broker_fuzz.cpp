@@ -29,7 +29,7 @@ std::string literalValue(std::uint32_t id) {
 }
 
 // Passes the events on and collects the ids of known ones.
-struct Listener : ServerConnection::EventHandler {
+struct Collector : ServerConnection::EventHandler {
     VariableTree tree;
     UpdatePolls polls{tree};
     std::size_t count = 0;
@@ -85,20 +85,20 @@ void write(Memories& memories, std::string_view& input) {
 
 void handle(std::string_view input) {
     static Exchange exchange;
-    static Listener listener;
-    static Broker broker(listener);
-    listener.count = 0;
-    listener.changed.clear();
+    static Collector collector;
+    static Broker broker(collector);
+    collector.count = 0;
+    collector.changed.clear();
     const std::string_view bytes = take(input, takeNumber<std::uint8_t>(input) % (LONGEST_READ + 1));
     broker.send(bytes);
-    EXPECT_EQ(listener.count, bytes.size() / sizeof(Notify));
+    EXPECT_EQ(collector.count, bytes.size() / sizeof(Notify));
     while (!input.empty())
         write(exchange.memories, input);
     exchange.request->begin(1, true);
     UpdatePolls::hold(*exchange.request);
-    listener.polls.answer({{0, &*exchange.request}});
+    collector.polls.answer({{0, &*exchange.request}});
     const std::string answer = exchange.answer();
-    for (const std::uint32_t id : listener.changed)
+    for (const std::uint32_t id : collector.changed)
         EXPECT_NE(answer.find(literalValue(id)), std::string::npos) << id;
     for (const MemoryDescriptor& memory : MEMORY_ARRAY)
         std::memset(*memory.basePointer, 0, memory.size);
