@@ -1,12 +1,14 @@
+#include "apps/common/fastcgi/records.h"
 #include "apps/web/service/request.h"
 #include "target.h"
+#include "tests/unit/service/records.h"
 
 #include <gtest/gtest.h>
 #include <map>
 #include <vector>
 
-// Name-value parameters of FastCGI against a literal decoder. Input: the contents of records, each behind a
-// byte that holds its length.
+// Name-value parameters of FastCGI against a literal decoder, and records against a literal writer. Input:
+// the contents of records, each behind a byte that holds its length.
 
 namespace {
 
@@ -62,6 +64,11 @@ void handle(std::string_view input) {
         compareLength(content);
         request.addParams(content.data(), static_cast<int>(content.size()));
         literalParams(content, expected);
+        std::string out;
+        fastcgi::appendOutput(out, 1, record);
+        fastcgi::appendEnd(out, 1);
+        EXPECT_EQ(out,
+                  (record.empty() ? "" : records::record(fastcgi::Stdout, record)) + records::END_RECORD);
     }
     for (const auto& [name, value] : expected)
         EXPECT_EQ(request.param(text(name)), text(value));

@@ -42,7 +42,13 @@ public:
         reset();
     }
 
-    ~Service() override { gComponentLogLevel = &levelAtEnd; }
+    ~Service() override {
+        gComponentLogLevel = &levelAtEnd;
+        send("", 0);
+        fcgi_.stopAccepting();
+        drop(clients_.front());
+        EXPECT_FALSE(fcgi_.isBusy());
+    }
 
     void serve(std::string_view input) {
         const std::size_t size = takeNumber<std::uint8_t>(input);
