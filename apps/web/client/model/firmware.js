@@ -49,6 +49,13 @@ const ACCESSORY = {
   },
 };
 
+// Calls act(hasLock) unless another page is at it: resolves to its result, or to false. Browsers have locks with HTTPS and
+// on the same machine only.
+function alone(act) {
+  if (!navigator.locks) return act(false);
+  return navigator.locks.request("console.update", { ifAvailable: true }, (lock) => (lock ? act(true) : false));
+}
+
 export class Firmware {
   #app;
   #kept = new Kept("console.update", null);
@@ -87,36 +94,39 @@ export class Firmware {
   }
 
   // Uploads the file for a target {id, name, serial, isHost} and starts the update. Resolves to false where another runs.
+  // What is kept from the first moment survives a reload.
   async start(target, file) {
-    if (this.state.isRunning || !await this.#claim(target, file)) return false;
-    this.#upload = new Upload(target.id, file);
+    if (this.state.isRunning) return false;
+    const own = { id: Math.random(), target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
+      from: this.#version(target), before: this.#signature(target.isHost ? HOST : ACCESSORY) };
+    this.#kept.change(() => own);
+    this.#isSending = true;
+    const isFirst = await alone((hasLock) => this.#send(own, file, hasLock));
+    this.#isSending = false;
+    return isFirst;
+  }
+
+  // Ends an upload. What has been sent whole cannot be taken back.
+  cancel() {
+    this.#upload?.cancel();
+  }
+
+  // Of pages that start at the same moment one uploads: the one that has the lock or, where there are no locks, the one
+  // whose update is kept last.
+  async #send(own, file, hasLock) {
+    await pause(CLAIM_MS);
+    if (!hasLock && this.#kept.value?.id !== own.id) return false;
+    this.#kept.change(() => own);
+    this.#upload = new Upload(own.target.id, file);
     const beat = () => this.#upload && this.#keep({ beat: Date.now(), ...this.#upload.state });
     this.#upload.onprogress = beat;
     const timer = setInterval(beat, TICK_MS);
     const answer = await this.#upload.done;
     clearInterval(timer);
     this.#upload = null;
-    this.#isSending = false;
     if (answer.taskid !== undefined) this.#keep({ phase: "sent", since: Date.now() });
     else this.#end("upload", false, answer.unknown ? `Unknown: ${answer.unknown}` : `Not updated: ${answer.result}`);
     return true;
-  }
-
-  // Of pages that start at the same moment the one whose claim is kept last uploads.
-  async #claim(target, file) {
-    const id = Math.random();
-    const before = this.#signature(target.isHost ? HOST : ACCESSORY);
-    this.#kept.change(() => ({ id, target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
-      from: this.#version(target), before }));
-    this.#isSending = true;
-    await pause(CLAIM_MS);
-    this.#isSending = this.#kept.value?.id === id;
-    return this.#isSending;
-  }
-
-  // Ends an upload. What has been sent whole cannot be taken back.
-  cancel() {
-    this.#upload?.cancel();
   }
 
   #value(key) {
