@@ -1,8 +1,10 @@
 #include "apps/common/diagnostics/logwriter.h"
+#include "apps/common/event/brokersocket.h"
 #include "apps/variables/clock.h"
 #include "apps/variables/command.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/completion.h"
+#include "apps/variables/output.h"
 #include "gen/code/gen.h"
 #include "gen/code/memories.h"
 
@@ -39,6 +41,15 @@ int onDevice(int (*command)(const Options&), const Options& options) {
     return command(options);
 }
 
+// Values are in the memories, but processes do not hear of changes without the broker.
+template <typename Options>
+int reading(int (*command)(const Options&), const Options& options) {
+    const int status = onDevice(command, options);
+    if (isBrokerMissing())
+        std::fputs("variables: The message broker is not running; the values may be out of date\n", stderr);
+    return status;
+}
+
 int complete(const std::vector<Command>& commands, const std::vector<std::string>& words) {
     for (const std::string& text : completions(commands, words))
         std::puts(text.c_str());
@@ -71,13 +82,13 @@ Command::Store duration(Target& target) {
 
 void addValueCommands(std::vector<Command>& all, Options& options) {
     all.emplace_back(
-           "list", "List names, types, bounds and values", [&] { return onDevice(list, options.list); })
+           "list", "List names, types, bounds and values", [&] { return reading(list, options.list); })
         .flag("json", options.list.isJson, "Print an array of objects")
         .flag("long", options.list.isLong,
               "Also event id, place and size in the memory, entries of enumerations, description")
         .several("PATTERN", Words::Names, options.list.patterns);
     all.emplace_back(
-           "get", "Print values, each on a line", [&] { return onDevice(get, options.get); })
+           "get", "Print values, each on a line", [&] { return reading(get, options.get); })
         .flag("json", options.get.isJson, "Print them as the web API does")
         .several("NAME", Words::Names, options.get.names, true);
     all.emplace_back(
@@ -128,7 +139,9 @@ int main(int argc, char** argv) {
         all.emplace_back("complete", "Print what the last word can become (for the shell)",
                          [&] { return complete(all, words); })
             .several("WORD", Words::Any, words);
-        return runCommand(all, {argv + std::min(argc, 1), argv + argc}, VERSIONS);
+        const int status = runCommand(all, {argv + std::min(argc, 1), argv + argc}, VERSIONS);
+        flushOutput();
+        return status;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "variables: %s\n", error.what());
         return 1;

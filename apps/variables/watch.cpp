@@ -4,6 +4,7 @@
 #include "apps/variables/clock.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/connection.h"
+#include "apps/variables/output.h"
 #include "apps/variables/style.h"
 
 #include <algorithm>
@@ -118,14 +119,12 @@ int watch(const WatchOptions& options) {
     connection->handler = &printer;
     connection->subscribeAll();
     while (!condition.isMet()) {
-        if (end && Steady::now() >= *end)
+        if ((end && Steady::now() >= *end) || !flushOutput())
             return condition.isGiven() ? 1 : 0;
         if (!connection->isOpen())
             throw std::runtime_error("The message broker has closed the connection");
         if (gen::getEventPoll().wait(remainingMs(end), false) == EventPoll::Terminate)
             return condition.isGiven() ? 1 : 0;
-        if (std::fflush(stdout) != 0)
-            throw std::runtime_error("Cannot write to standard output");
     }
     return 0;
 }

@@ -79,10 +79,11 @@ def test_all_values_or_none_are_stored(device):
 
 def test_changes_are_printed_until_a_value_is_there(device):
     with start(device, "watch", "MemLens.*", "MemPersistent.*", "--json", "--until", "ZoomTorque=4") as watch:
-        for turn in range(1000):  # until it watches
-            run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 4}")
-            if watch.poll() is not None:
+        for turn in range(1000):
+            run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 3}")
+            if select.select([watch.stdout], [], [], 0)[0]:  # it watches
                 break
+        run(device, "set", "ZoomTorque=4")
         changes = [json.loads(line) for line in watch.stdout]
     assert watch.returncode == 0
     assert {change["variable"] for change in changes} >= {"MemLens.LensFileList[3].LensFileName",
@@ -129,6 +130,15 @@ def status_after(device, steps, *words):
     return None
 
 
+def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
+    def status(pipeline):
+        script = pipeline.replace("TOOL", shlex.join(device.command("variables"))) + "; exit ${PIPESTATUS[0]}"
+        return subprocess.run(["bash", "-c", script], env=device.environment(), check=False, timeout=120).returncode
+
+    assert [status(f"TOOL {words} >/dev/full") for words in ("get FocusTorque", "list", "list --json")] == [1, 1, 1]
+    assert [status(f"TOOL {words} | true") for words in ("get '*'", "watch", "watch --until IrisTorque=4")] == [0, 0, 1]
+
+
 def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
     semaphore = next(Path("/dev/shm").glob(f"sem.{device.name}*"))
     statuses = []
@@ -141,7 +151,8 @@ def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
 def test_reading_works_without_a_broker():
     with SystemDevice(service=False) as device:
         device.end("broker")
-        assert run(device, "get", "FocusTorque") == (0, "2\n", "")
+        missing = "variables: The message broker is not running; the values may be out of date\n"
+        assert run(device, "get", "FocusTorque") == (0, "2\n", missing)
         assert run(device, "set", "FocusTorque=3") == (
             1, "", "variables: The message broker cannot be reached: No such file or directory\n")
-        assert run(device, "get", "FocusTorque") == (0, "2\n", "")
+        assert run(device, "get", "FocusTorque") == (0, "2\n", missing)

@@ -1,12 +1,13 @@
-"""Texts of numbers are accepted, refused and stored alike by the 32-bit and the 64-bit service."""
+"""Texts of numbers are accepted, refused and stored alike by the 32-bit and the 64-bit service; the size of a program."""
 
 import os
+import subprocess
 import sys
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
 
-from systemdevice import SystemDevice
+from systemdevice import BUILD, SystemDevice
 
 NUMBERS = ["0", "-0", "1", "7.5", "0.1", "1e-3", "3.4028235e38", "1e38", "-1e38", "1e39", "-1e39", "1e-37",
            "1.17549435e-38", "1.1754943e-38", "1e-39", "1e-46", "0x1p-126", "16777217", "0.30000001192092896",
@@ -30,3 +31,8 @@ def test_numbers_mean_the_same_in_both_widths():
     with SystemDevice(build=os.environ["NATIVE_TEST_BUILD"]) as native, SystemDevice() as other:
         for body, expected, got in zip(BODIES, answers(native), answers(other)):
             assert got == expected, body
+
+
+def test_variables_tool_is_small(tmp_path):
+    subprocess.run(["arm-linux-gnueabihf-strip", "-o", tmp_path / "variables", Path(BUILD, "bin/variables")], check=True)
+    assert (tmp_path / "variables").stat().st_size <= 400_000

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <poll.h>
 #include <semaphore.h>
 #include <stdexcept>
@@ -101,6 +102,11 @@ int connectToBroker(int fd) {
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, SOCKET_PATH, sizeof SOCKET_PATH);
     return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+bool isBrokerMissing() {
+    const Descriptor place(open(SOCKET_PATH, O_PATH | O_CLOEXEC));
+    return !place.isOpen() && errno == ENOENT;
 }
 
 Descriptor connectApart(std::chrono::milliseconds patience) {

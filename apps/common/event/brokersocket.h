@@ -11,6 +11,10 @@ constexpr const char* BROKER_SEMAPHORE = "/message-broker-ready";
 /// connect(2) returns, with errno.
 int connectToBroker(int fd);
 
+/// Whether the broker's socket does not exist. Does not connect, so the socket of a killed broker counts as
+/// there.
+bool isBrokerMissing();
+
 /// Returns a new connection to the broker, made by a child process in a session of its own: a process that is
 /// killed while it holds the broker's semaphore would keep every other process from connecting, and so this
 /// child gives it back whatever happens to its parent. Throws std::runtime_error with "The message broker
