@@ -171,7 +171,7 @@ def measure_delay(device, store, seconds):
     begun = time.monotonic()
     while time.monotonic() < begun + seconds:
         store.burst()
-        time.sleep(INTERVAL)
+        time.sleep(INTERVAL * (0.5 + random.random()))  # out of step with the service's ticks
     end.set()
     store.burst()
     poller.join()
@@ -282,16 +282,16 @@ def measure_connections(device, count, seconds):
 
 def measure_load(device, count):
     zipped = {"Accept-Encoding": "gzip"}
-    first = sum(len(ask(device.http_port, "GET", path, None, zipped)) for path in ("/api/v2/catalogue", "/api/v2/values"))
-    shares = []
+    sizes = sum(len(ask(device.http_port, "GET", path, None, zipped)) for path in ("/api/v2/catalogue", "/api/v2/values"))
+    shares = {}
     for name, path in (("live", "/api/v2/values"), ("service", "/api/v1/all.cgi")):
         process, connection = Process(device.pids[name]), connect(device.http_port)
         exchange(connection, "GET", path)
         before = process.processor_seconds()
         for _ in range(count):
             exchange(connection, "GET", path)
-        shares.append((process.processor_seconds() - before) / count * 1e6)
-    return first, *shares
+        shares[name] = (process.processor_seconds() - before) / count * 1e6
+    return sizes, shares["live"], shares["service"]
 
 
 def main():

@@ -9,8 +9,6 @@
 #include "apps/live/problem.h"
 #include "apps/live/query.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <charconv>
 #include <exception>
@@ -65,13 +63,10 @@ std::chrono::milliseconds periodOf(const HttpRequest& request) {
 }
 
 HttpAnswer health() {
-    nlohmann::json reasons = nlohmann::json::array();
     if (!hasBroker())
-        reasons.push_back({{"message", "The message broker is not connected"}});
+        throw Problem(503, "The message broker is not connected");
     if (mappedMemories() < MEMORY_ARRAY_SIZE)
-        reasons.push_back({{"message", "Not all memories are mapped"}});
-    if (!reasons.empty())
-        throw Problem(503, "The service is not ready", documentText(reasons));
+        throw Problem(503, "Not all memories are mapped");
     return {200, "application/json", "Cache-Control: no-store\r\n", R"({"status":"ready"})"};
 }
 
@@ -131,8 +126,7 @@ VariableSet Api::wanted(const HttpRequest& request) const {
             numbers.set(PresentValues::numberOf(variable));
     } catch (const Refusal& refusal) {
         const std::string name = std::string(refusal.what()).substr(0, std::string(refusal.what()).find(' '));
-        throw Problem(400, refusal.what(),
-                      documentText(nlohmann::json::array({refusalJson(name, refusal, nullptr)})));
+        throw Problem(400, refusal.what(), refusalJson(name, refusal, nullptr));
     }
     return numbers;
 }

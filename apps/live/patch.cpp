@@ -49,17 +49,18 @@ Json parsed(const std::string& body) {
 class Errors {
 public:
     void add(const std::string& name, const Refusal& refusal, const Json& given) {
-        if (list_.size() < MOST_ERRORS)
-            list_.push_back(refusalJson(name, refusal, &given));
+        if (++count_ <= MOST_ERRORS)
+            list_ += (list_.empty() ? "" : ",") + refusalJson(name, refusal, &given);
     }
 
     void throwIfAny() const {
         if (!list_.empty())
-            throw Problem(422, "Nothing has been stored", documentText(list_));
+            throw Problem(422, "Nothing has been stored", list_);
     }
 
 private:
-    Json list_ = Json::array();
+    std::string list_;
+    std::size_t count_ = 0;
 };
 
 // Checks the value in parts, so that each refused one has an error of its own.
@@ -108,17 +109,22 @@ std::vector<Entry> checked(const Json& document) {
 }
 
 void requireUnchanged(const std::vector<Entry>& entries, const Changes& changes, std::uint64_t since) {
-    Json changed = Json::array();
+    std::string changed;
     for (const Entry& entry : entries) {
-        const VariableNumber number = PresentValues::numberOf(entry.reference.variable);
-        if (changes.of(number) > since)
-            changed.push_back({{"variable", entry.reference.name()},
-                               {"code", "changed"},
-                               {"version", changes.of(number)},
-                               {"message", entry.reference.name() + " has changed"}});
+        const std::uint64_t version = changes.of(PresentValues::numberOf(entry.reference.variable));
+        const std::string name = entry.reference.name();
+        if (version > since)
+            changed.append(changed.empty() ? "" : ",")
+                .append(R"({"variable":")")
+                .append(name)
+                .append(R"(","code":"changed","version":)")
+                .append(std::to_string(version))
+                .append(R"(,"message":")")
+                .append(name)
+                .append(R"( has changed"})");
     }
     if (!changed.empty())
-        throw Problem(412, "Nothing has been stored", documentText(changed));
+        throw Problem(412, "Nothing has been stored", changed);
 }
 
 // Stores one entry and returns the number of events that it posted.

@@ -28,50 +28,67 @@ std::optional<Acceptance> acceptanceOf(const std::string& name) {
     return std::nullopt;
 }
 
-void addLimits(Json& error, const Acceptance& acceptance) {
+std::string quoted(const std::string& text) {
+    return documentText(Json(text));
+}
+
+void append(std::string& out, const char* name, const std::string& json) {
+    out.append(out.back() == '{' ? "\"" : ",\"").append(name).append("\":").append(json);
+}
+
+std::string entryList(const EnumDescriptor& enumeration) {
+    std::string list = "[";
+    for (std::uint32_t i = 0; i < enumeration.entryCount; ++i)
+        list += (i == 0 ? "" : ",") + quoted(enumeration.entries[i]);
+    return list + "]";
+}
+
+void appendLimits(std::string& out, const Acceptance& acceptance) {
+    const bool isText = acceptance.baseType == BaseString;
     switch (acceptance.baseType) {
     case BaseInt:
     case BaseFloat:
-        error["min"] = Json::parse(acceptance.min);
-        error["max"] = Json::parse(acceptance.max);
-        break;
+        append(out, "min", acceptance.min);
+        return append(out, "max", acceptance.max);
     case BaseEnum:
-        for (std::uint32_t i = 0; i < acceptance.enumeration->entryCount; ++i)
-            error["entries"].push_back(acceptance.enumeration->entries[i]);
-        break;
+        return append(out, "entries", entryList(*acceptance.enumeration));
     case BaseString:
     case BaseBuffer:
-        error["min"] = 0;
-        error["max"] = acceptance.baseType == BaseString ? acceptance.capacity - 1 : acceptance.capacity;
-        break;
+        append(out, "min", "0");
+        return append(out, "max", std::to_string(isText ? acceptance.capacity - 1 : acceptance.capacity));
     default:
-        break;
+        return;
     }
 }
 
-Json shown(const Json& given) {
+std::string shown(const Json& given) {
     const std::string text = documentText(given);
-    return text.size() <= SHOWN_BYTES ? given : Json(text.substr(0, SHOWN_BYTES) + "...");
+    return text.size() <= SHOWN_BYTES ? text : quoted(text.substr(0, SHOWN_BYTES) + "...");
 }
 
 } // namespace
 
 HttpAnswer Problem::answer() const {
-    Json document = {
-        {"type", "about:blank"}, {"title", reasonPhrase(status_)}, {"status", status_}, {"detail", what()}};
+    std::string document = "{";
+    append(document, "type", "\"about:blank\"");
+    append(document, "title", quoted(reasonPhrase(status_)));
+    append(document, "status", std::to_string(status_));
+    append(document, "detail", quoted(what()));
     if (!errors_.empty())
-        document["errors"] = Json::parse(errors_);
-    return {status_, "application/problem+json", "Cache-Control: no-store\r\n" + headers_,
-            documentText(document)};
+        append(document, "errors", "[" + errors_ + "]");
+    return {status_, "application/problem+json", "Cache-Control: no-store\r\n" + headers_, document + "}"};
 }
 
-Json refusalJson(const std::string& name, const Refusal& refusal, const Json* given) {
-    Json error = {{"variable", name}, {"code", refusal.code()}, {"message", refusal.what()}};
+std::string refusalJson(const std::string& name, const Refusal& refusal, const Json* given) {
+    std::string error = "{";
+    append(error, "variable", quoted(name));
+    append(error, "code", quoted(refusal.code()));
     if (given != nullptr)
-        error["given"] = shown(*given);
+        append(error, "given", shown(*given));
     if (const std::optional<Acceptance> acceptance = acceptanceOf(name))
-        addLimits(error, *acceptance);
-    return error;
+        appendLimits(error, *acceptance);
+    append(error, "message", quoted(refusal.what()));
+    return error + "}";
 }
 
 std::string documentText(const Json& document) {
