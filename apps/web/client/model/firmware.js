@@ -114,17 +114,17 @@ export class Firmware {
   // Of pages that start at the same moment one uploads: the one that has the lock or, where there are no locks, the one
   // whose update is kept last.
   async #send(own, file, hasLock) {
-    await pause(CLAIM_MS);
+    if (!hasLock) await pause(CLAIM_MS);
     if (!hasLock && this.#kept.value?.id !== own.id) return false;
-    this.#kept.change(() => own);
+    const keep = (change) => this.#kept.change(() => ({ ...own, ...change }));
     this.#upload = new Upload(own.target.id, file);
-    const beat = () => this.#upload && this.#keep({ beat: Date.now(), ...this.#upload.state });
+    const beat = () => this.#upload && keep({ beat: Date.now(), ...this.#upload.state });
     this.#upload.onprogress = beat;
     const timer = setInterval(beat, TICK_MS);
     const answer = await this.#upload.done;
     clearInterval(timer);
     this.#upload = null;
-    if (answer.taskid !== undefined) this.#keep({ phase: "sent", since: Date.now() });
+    if (answer.taskid !== undefined) keep({ phase: "sent", since: Date.now() });
     else this.#end("upload", false, answer.unknown ? `Unknown: ${answer.unknown}` : `Not updated: ${answer.result}`);
     return true;
   }
