@@ -4,10 +4,10 @@
 #include "apps/common/introspection/jsonstring.h"
 #include "apps/common/introspection/valueconversion.h"
 #include "apps/common/values/checkedset.h"
-#include "apps/common/values/plainvalue.h"
 #include "apps/live/changes.h"
 #include "apps/live/presentvalues.h"
 #include "apps/live/problem.h"
+#include "apps/live/readablevalue.h"
 
 #include <nlohmann/json.hpp>
 
@@ -162,7 +162,8 @@ Patch::Stored Patch::apply(const std::string& body, std::optional<std::uint64_t>
     for (const Entry& entry : entries) {
         stored.document += stored.document.size() > 1 ? "," : "";
         appendJsonString(stored.document, entry.reference.name());
-        stored.document += ":" + plainValue(entry.reference);
+        stored.document +=
+            ":" + readableValue(entry.reference, *entry.reference.variable.descriptor().memory);
     }
     stored.document += "}";
     return stored;

@@ -1,9 +1,8 @@
 #include "apps/live/presentvalues.h"
 
-#include "apps/common/values/plainvalue.h"
+#include "apps/live/readablevalue.h"
 
 #include <cstring>
-#include <exception>
 
 PresentValues::PresentValues() : entries_(EVENT_COUNT) {
     for (const MemoryDescriptor& memory : MEMORY_ARRAY)
@@ -26,17 +25,7 @@ const std::string& PresentValues::text(VariableNumber number) {
     if (!entry.text.empty() && std::memcmp(copy + at, live + at, variable.size) == 0)
         return entry.text;
     std::memcpy(copy + at, live + at, variable.size);
-    return entry.text = print(entry.variable, copy);
-}
-
-std::string PresentValues::print(const VariableId& variable, char* base) {
-    std::string out;
-    try {
-        appendPlainValue(out, {variable, std::nullopt, nullptr}, base);
-    } catch (const std::exception&) { // text that is not UTF-8
-        return "null";
-    }
-    return out;
+    return entry.text = readableValue({entry.variable, std::nullopt, nullptr}, copy);
 }
 
 void PresentValues::append(std::string& out, VariableNumber number) {

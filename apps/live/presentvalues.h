@@ -15,8 +15,8 @@ public:
     /// Prints nothing yet.
     PresentValues();
 
-    /// The present value in the form of plainvalue.h; null also for a text that is not valid UTF-8. The
-    /// reference is valid until the next call. REQUIRES: all()[number].
+    /// The present value in the form of readablevalue.h. The reference is valid until the next call.
+    /// REQUIRES: all()[number].
     const std::string& text(VariableNumber number);
 
     /// `"<memory>.<variable>":`. REQUIRES: all()[number].
@@ -36,8 +36,6 @@ private:
         std::string key;
         std::string text; // empty until it is printed
     };
-
-    static std::string print(const VariableId& variable, char* base);
 
     std::vector<Entry> entries_; // by number
     std::vector<std::vector<char>> copies_;
