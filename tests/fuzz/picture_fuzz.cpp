@@ -50,8 +50,8 @@ void draw(VirtualScreen& screen, int buffers) {
     const LeftOpen leftOpen;
     FbLinux display("/dev/fb0", buffers);
     display.init();
-    const std::size_t frame =
-        std::min<std::uint64_t>(MEMORY, display.rowSize()) * std::min<std::size_t>(MEMORY, display.height());
+    const std::uint64_t row = std::min<std::uint64_t>(MEMORY, display.rowSize());
+    const std::size_t frame = static_cast<std::size_t>(row) * std::min<std::size_t>(MEMORY, display.height());
     const std::size_t usable = std::min<std::size_t>(MEMORY, screen.state().smemLen);
     for (int i = 1; i <= buffers; ++i) {
         display.show();
