@@ -54,3 +54,27 @@ struct ReplayOptions {
 };
 /// Plays until the end of the recording, SIGINT or SIGTERM.
 int replay(const ReplayOptions& options);
+
+struct SnapshotOptions {
+    std::string file;
+    std::vector<std::string> patterns;
+    bool isForced = false; // replaces an existing file
+};
+/// Leaves an existing file with the present values as it is.
+int snapshot(const SnapshotOptions& options);
+
+struct DiffOptions {
+    std::string file;
+    std::string other; // or empty: the device
+};
+/// Needs the memories for a comparison with the device only. Returns 1 if values differ.
+int diff(const DiffOptions& options);
+
+struct RestoreOptions {
+    std::string file;
+    std::vector<std::string> patterns;
+    bool isPreview = false;   // stores nothing
+    bool isConfirmed = false; // does not ask
+};
+/// Stores the values that differ and are not refused. Returns 1 if values are refused.
+int restore(const RestoreOptions& options);

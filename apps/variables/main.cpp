@@ -56,6 +56,16 @@ int complete(const std::vector<Command>& commands, const std::vector<std::string
     return 0;
 }
 
+// Returns 2 on a failure, as diff(1).
+int diffOnDevice(const DiffOptions& options) {
+    try {
+        return options.other.empty() ? onDevice(diff, options) : diff(options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "variables: %s\n", error.what());
+        return 2;
+    }
+}
+
 double speedFromText(const std::string& text) {
     char* end = nullptr;
     const double speed = std::strtod(text.c_str(), &end);
@@ -72,6 +82,9 @@ struct Options {
     WatchOptions watch;
     RecordOptions record;
     ReplayOptions replay;
+    SnapshotOptions snapshot;
+    DiffOptions diff;
+    RestoreOptions restore;
 };
 
 // Reads a duration into `target`, which may be optional.
@@ -103,7 +116,7 @@ void addValueCommands(std::vector<Command>& all, Options& options) {
         .several("PATTERN", Words::Names, options.watch.patterns);
 }
 
-void addFileCommands(std::vector<Command>& all, Options& options) {
+void addRecordingCommands(std::vector<Command>& all, Options& options) {
     all.emplace_back(
            "record", "Write the values and their changes to a file",
            [&] { return onDevice(record, options.record); })
@@ -126,6 +139,26 @@ void addFileCommands(std::vector<Command>& all, Options& options) {
         .required("FILE", Words::Files, options.replay.file);
 }
 
+void addSnapshotCommands(std::vector<Command>& all, Options& options) {
+    all.emplace_back(
+           "snapshot", "Write the present values to a file",
+           [&] { return onDevice(snapshot, options.snapshot); })
+        .flag("force", options.snapshot.isForced, "Replace an existing file")
+        .required("FILE", Words::Files, options.snapshot.file)
+        .several("PATTERN", Words::Names, options.snapshot.patterns);
+    all.emplace_back(
+           "diff", "Print what differs between a snapshot and the device or another snapshot",
+           [&] { return diffOnDevice(options.diff); })
+        .required("FILE", Words::Files, options.diff.file)
+        .optional("FILE", Words::Files, options.diff.other);
+    all.emplace_back("restore", "Store the values of a snapshot that differ",
+                     [&] { return onDevice(restore, options.restore); })
+        .flag("dry-run", options.restore.isPreview, "Print what would be stored and what is refused")
+        .flag("yes", options.restore.isConfirmed, "Store without a question")
+        .required("FILE", Words::Files, options.restore.file)
+        .several("PATTERN", Words::Names, options.restore.patterns);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -134,7 +167,8 @@ int main(int argc, char** argv) {
         Options options;
         std::vector<Command> all;
         addValueCommands(all, options);
-        addFileCommands(all, options);
+        addRecordingCommands(all, options);
+        addSnapshotCommands(all, options);
         std::vector<std::string> words;
         all.emplace_back("complete", "Print what the last word can become (for the shell)",
                          [&] { return complete(all, words); })
