@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/common/files/outputfile.h"
+#include "apps/variables/recording/backgroundfile.h"
 #include "apps/variables/recording/format.h"
 
 #include <chrono>
@@ -8,8 +8,8 @@
 
 namespace recording {
 
-/// Writes a recording (format.h). A write that fails throws std::runtime_error "<path>: <reason>"; the file
-/// is a recording up to the last flush that succeeded.
+/// Writes a recording (format.h). A write that fails lets a later operation throw std::runtime_error
+/// "<path>: <reason>"; the file is a recording up to its last whole frame.
 class Writer {
 public:
     /// Creates or truncates the file and writes the description with the time `started` (RFC 3339).
@@ -25,7 +25,7 @@ public:
     /// Writes the kept entries as one frame, if there are any.
     void flush();
 
-    /// Returns when the file is on the disk.
+    /// Returns when the file is on the disk. REQUIRES: no later operation.
     void sync();
 
     /// Bytes of the file.
@@ -37,7 +37,7 @@ private:
     [[noreturn]] void fail() const;
 
     std::string path_;
-    OutputFile file_;
+    BackgroundFile file_;
     std::vector<VariableId> variables_;
     std::vector<std::string> values_; // as recorded
     std::string entries_;

@@ -36,6 +36,7 @@ protected:
         change(3, "LensFileList", "{}", {0, 0, 7});
         change(3600000, "FocusTorque", "3", {});
         writer.flush();
+        writer.sync();
         std::ifstream file(path);
         return (std::ostringstream() << file.rdbuf()).str();
     }
