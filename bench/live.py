@@ -11,6 +11,7 @@ notes when a piece arrives and looks into it after the run. update.cgi has clien
     first load    bytes of catalogue and values, processor time of values beside that of all.cgi
 """
 
+import contextlib
 import json
 import random
 import re
@@ -216,32 +217,31 @@ def disconnect_often(device, store, count):
     wrong = []
 
     def client(times):
-        sequence, values, stream = None, {}, None
+        sequence, values = None, {}
         for number in range(times + 1):
+            is_last = number == times
+            if is_last:
+                rest.wait()
             stream = open_stream(device.http_port, query, sequence)
-            stream.settimeout(0.5 if number == times else random.random() / 50 + 0.001)
-            received, begun = b"", time.monotonic()
-            try:
-                while number == times or time.monotonic() < begun + 0.02:
-                    piece = stream.recv(BUFFER)
+            stream.settimeout(30 if is_last else random.random() / 50 + 0.001)
+            received = b""
+            with contextlib.suppress(TimeoutError):
+                while piece := stream.recv(BUFFER):
                     received += piece
-                    if not piece:
+                    if is_last and {**values, **dict(pair for _, new in messages(received) for pair in new.items())
+                                    } == store.last:
                         break
-            except TimeoutError:
-                pass
             stream.close()
             for identity, changed in messages(received):
                 if sequence is not None and identity < sequence:
                     wrong.append("back")
                 sequence = identity
                 values.update(changed)
-            if number == times - 1:
-                rest.wait()
         if values != store.last:
             wrong.append("stale")
 
     workers = 10
-    rest = threading.Event()
+    rest = threading.Event()  # nothing is stored any more
     threads = [threading.Thread(target=client, args=(count // workers,)) for _ in range(workers)]
     with Repeated(store.burst, INTERVAL):
         for thread in threads:
