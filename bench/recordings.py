@@ -41,8 +41,9 @@ def wait_until(is_so):
 @contextlib.contextmanager
 def recorded(device, file):
     """Records from the beginning to the end of the block."""
-    recorder = tool(device, "record", "--force", str(file))
-    wait_until(lambda: file.exists() and len(list(frames(file.read_bytes()))) > 1)
+    file.unlink(missing_ok=True)
+    recorder = tool(device, "record", str(file))
+    wait_until(lambda: file.exists() and file.stat().st_size > 8 and len(frames(file.read_bytes())) > 1)
     yield
     recorder.terminate()
     assert recorder.wait(WAIT_SECONDS) == 0
@@ -60,7 +61,7 @@ def record(build, scene, seconds, file):
 def size_row(scene, file):
     data = file.read_bytes()
     # The length of a frame of changes has one or two bytes, its checksum four.
-    size = sum(len(content) + (5 if len(content) < 128 else 6) for content in list(frames(data))[2:])
+    size = sum(len(content) + (5 if len(content) < 128 else 6) for content in frames(data)[2:])
     seconds = list(entries(data))[-1][0]
     count = len(changes(file))
     hour = len(data) - size + size / seconds * 3600
