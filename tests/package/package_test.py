@@ -114,7 +114,7 @@ def test_packages_install_and_enable_the_site():
     assert run("dpkg", "--audit") == ""
     run("nginx", "-t", "-q")
     assert run("systemctl", "is-enabled", UNIT) == "enabled\n"
-    assert ask("GET", "/api/v2/all.cgi")[0] == 404  # the site; nginx's welcome page is a file of another server
+    assert ask("GET", "/api/v3/all.cgi")[0] == 404  # the site; nginx's welcome page is a file of another server
     assert ask("GET", "/api/v1/set.cgi")[0] == 405
 
 
