@@ -78,7 +78,7 @@ Api::Api(PresentValues& values, Changes& changes, Streams& streams, Counters& co
       streams_(streams),
       counters_(counters),
       catalogue_(catalogueDocument()),
-      catalogueHash_(contentHash(catalogue_)) {}
+      catalogueHash_(hexDigits(hashOf(catalogue_))) {}
 
 void Api::handle(Connection& connection, const HttpRequest& request) {
     ++counters_.requests;
@@ -120,6 +120,8 @@ VariableSet Api::wanted(const HttpRequest& request) const {
     const auto isLong = [](const std::string& pattern) { return pattern.size() > MAX_PATTERN; };
     if (patterns.size() > MAX_PATTERNS || std::any_of(patterns.begin(), patterns.end(), isLong))
         throw Problem(400, "vars has more or longer patterns than allowed");
+    if (patterns.empty())
+        return values_.all();
     VariableSet numbers;
     try {
         for (const VariableId& variable : matchingVariables(patterns))
@@ -133,17 +135,13 @@ VariableSet Api::wanted(const HttpRequest& request) const {
 
 HttpAnswer Api::values(const HttpRequest& request) {
     const VariableSet variables = wanted(request);
-    std::string body = "{";
-    for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
-        if (variables[number])
-            values_.append(body, number);
-    body += '}';
-    const std::string tag = std::to_string(changes_.newest(variables)) + "." + contentHash(body);
+    const std::string tag =
+        std::to_string(changes_.newest(variables)) + "." + hexDigits(values_.refresh(variables));
     const std::string headers = "ETag: \"" + tag + "\"\r\nCache-Control: no-cache\r\nEvent-Sequence: " +
                                 std::to_string(changes_.last()) + "\r\n";
     if (hasTag(request, tag))
         return {304, {}, headers};
-    return {200, "application/json", headers, std::move(body)};
+    return {200, "application/json", headers, values_.document(variables)};
 }
 
 HttpAnswer Api::patch(const HttpRequest& request) {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t MAX_PARAMS = 65536;
 constexpr unsigned char ABORT_REQUEST = 2;
-// What the kernel holds for a client that does not read is old when it arrives.
+// What the kernel holds for a stream's client that does not read is old when it arrives.
 constexpr int SEND_BUFFER = 32768;
 
 } // namespace
@@ -51,7 +51,6 @@ const char* reasonPhrase(int status) {
 
 Connection::Connection(EventPoll& poll, Descriptor socket, Owner& owner)
     : poll_(poll), owner_(owner), socket_(std::move(socket)) {
-    setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     poll_.add(socket_.get(), this, EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET);
 }
 
@@ -177,6 +176,7 @@ void Connection::answer(const HttpAnswer& answer) {
 
 void Connection::beginStream(const std::string& head) {
     isStream_ = true;
+    setsockopt(socket_.get(), SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     send(std::make_shared<const Output>(frame(head)));
 }
 

@@ -1,5 +1,6 @@
 #include "apps/live/presentvalues.h"
 
+#include "apps/live/hash.h"
 #include "apps/live/readablevalue.h"
 
 #include <cstring>
@@ -9,7 +10,7 @@ PresentValues::PresentValues() : entries_(EVENT_COUNT) {
         copies_.emplace_back(memory.size);
     for (const VariableId& variable : matchingVariables({})) {
         const VariableNumber number = numberOf(variable);
-        entries_[number] = {variable, "\"" + variable.name() + "\":", {}};
+        entries_[number] = {variable, "\"" + variable.name() + "\":", {}, 0};
         all_.set(number);
     }
 }
@@ -25,12 +26,43 @@ const std::string& PresentValues::text(VariableNumber number) {
     if (!entry.text.empty() && std::memcmp(copy + at, live + at, variable.size) == 0)
         return entry.text;
     std::memcpy(copy + at, live + at, variable.size);
-    return entry.text = readableValue({entry.variable, std::nullopt, nullptr}, copy);
+    entry.text = readableValue({entry.variable, std::nullopt, nullptr}, copy);
+    entry.hash = hashOf(entry.text);
+    return entry.text;
 }
 
 void PresentValues::append(std::string& out, VariableNumber number) {
+    text(number);
+    append(out, entries_[number]);
+}
+
+void PresentValues::append(std::string& out, const Entry& entry) {
     if (out.back() != '{')
         out += ',';
-    out += key(number);
-    out += text(number);
+    out += entry.key;
+    out += entry.text;
+}
+
+std::uint64_t PresentValues::refresh(const VariableSet& variables) {
+    std::uint64_t hash = HASH_BASIS;
+    for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
+        if (variables[number]) {
+            text(number);
+            hash = combineHash(combineHash(hash, number), entries_[number].hash);
+        }
+    return hash;
+}
+
+std::string PresentValues::document(const VariableSet& variables) const {
+    std::size_t size = 2;
+    for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
+        if (variables[number])
+            size += entries_[number].key.size() + entries_[number].text.size() + 1;
+    std::string out;
+    out.reserve(size);
+    out += '{';
+    for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
+        if (variables[number])
+            append(out, entries_[number]);
+    return out += '}';
 }

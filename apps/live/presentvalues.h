@@ -3,6 +3,7 @@
 #include "apps/common/values/reference.h"
 #include "apps/live/variableset.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,12 @@ public:
     /// Appends key and text, with a comma in front unless `out` ends with an opening brace.
     void append(std::string& out, VariableNumber number);
 
+    /// Brings the texts up to date and returns a hash of them.
+    std::uint64_t refresh(const VariableSet& variables);
+
+    /// The object of the variables with their texts as they were at the last refresh().
+    std::string document(const VariableSet& variables) const;
+
     /// The numbers of the catalogue's variables.
     const VariableSet& all() const { return all_; }
 
@@ -35,7 +42,10 @@ private:
         VariableId variable;
         std::string key;
         std::string text; // empty until it is printed
+        std::uint64_t hash = 0;
     };
+
+    static void append(std::string& out, const Entry& entry);
 
     std::vector<Entry> entries_; // by number
     std::vector<std::vector<char>> copies_;
