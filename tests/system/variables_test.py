@@ -11,7 +11,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from systemdevice import SystemDevice, wait_until
+from emulation import emulator
+from systemdevice import BUILD, SystemDevice, wait_until
 
 COMPLETION = Path(__file__).resolve().parents[2] / "packaging/bash-completion/variables"
 PTRACE_TRACEME, PTRACE_SYSCALL = 0, 24
@@ -139,6 +140,7 @@ def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
     assert [status(f"TOOL {words} | true") for words in ("get '*'", "watch", "watch --until IrisTorque=4")] == [0, 0, 1]
 
 
+@pytest.mark.skipif(bool(emulator(BUILD)), reason="the steps would be the emulator's")
 def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
     semaphore = next(Path("/dev/shm").glob(f"sem.{device.name}*"))
     statuses = []
