@@ -119,6 +119,8 @@ void requireUnchanged(const std::vector<Entry>& entries, const Changes& changes,
                 .append(name)
                 .append(R"(","code":"changed","version":)")
                 .append(std::to_string(version))
+                .append(R"(,"value":)")
+                .append(readableValue(entry.reference, *entry.reference.variable.descriptor().memory))
                 .append(R"(,"message":")")
                 .append(name)
                 .append(R"( has changed"})");

@@ -1,17 +1,18 @@
-"""Shows the brightness of the lights, sets that of the display, and tries a value that is refused:
+"""Shows the brightness of the lights, sets that of the display, also only if it has not changed, and tries a value that is
+refused:
 
     python3 example.py http://192.168.1.20
 """
 
 import sys
 
-from controller import Controller, Refused, element
+from controller import Changed, Controller, Refused, element
 
 
 def main(address: str) -> None:
     controller = Controller(address)
-    values = controller.values()
-    new = (values["MemPersistent.DisplayBrightness"] + 1) % 10  # pylint: disable=unsubscriptable-object; it is overloaded
+    before = controller.read().values["MemPersistent.DisplayBrightness"]
+    new = (before + 1) % 10
     controller.set({"MemPersistent.DisplayBrightness": new})
 
     for changed in controller.watch("MemPersistent.*Brightness"):
@@ -19,6 +20,14 @@ def main(address: str) -> None:
             print(name, brightness)
         if changed.get("MemPersistent.DisplayBrightness") == new:
             break
+
+    version = controller.read("MemPersistent.DisplayBrightness").version
+    controller.set({"MemPersistent.DisplayBrightness": before})
+    try:
+        controller.set({"MemPersistent.DisplayBrightness": 10}, unchanged_since=version)
+    except Changed as error:
+        print("The brightness has changed to", error.values["MemPersistent.DisplayBrightness"])
+        controller.set({"MemPersistent.DisplayBrightness": 10}, unchanged_since=error.version)
 
     try:
         controller.set({"MemPersistent.DisplayBrightness": 11},

@@ -18,20 +18,29 @@ type Intersection<Union> = (Union extends unknown ? (item: Union) => void : neve
     ? All
     : never;
 
+/** A value to set, or one that the controller delivers. */
+type Form = "new" | "present";
+type In<F extends Form, Value> = F extends "new" ? New<Value> : Value;
+
 /** Whole variables: "MemPersistent.DisplayBrightness". */
-type Variables = { readonly [N in Name]?: New<Values[N]> };
+type Variables<F extends Form> = { readonly [N in Name]?: In<F, Values[N]> };
 /** Elements of an array: "MemLens.LensFileList[2]". */
-type ElementsOf<N extends ArrayName> = { readonly [E in `${N}[${number}]`]?: New<Element<N>> };
+type ElementsOf<F extends Form, N extends ArrayName> = { readonly [E in `${N}[${number}]`]?: In<F, Element<N>> };
 /** Members: "MemLens.LensFileList[2].LensFileName" and "MemMotors.FocusMotor.MotorName". */
-type MembersOf<Path extends string, Structure> = {
-    readonly [Member in keyof Structure & string as `${Path}.${Member}`]?: New<Structure[Member]>;
+type MembersOf<F extends Form, Path extends string, Structure> = {
+    readonly [Member in keyof Structure & string as `${Path}.${Member}`]?: In<F, Structure[Member]>;
 };
 
-type OfArrays = { [N in ArrayName]: ElementsOf<N> & MembersOf<`${N}[${number}]`, Element<N>> }[ArrayName];
-type OfStructures = { [N in StructureName]: MembersOf<N, Values[N]> }[StructureName];
+type OfArrays<F extends Form> = {
+    [N in ArrayName]: ElementsOf<F, N> & MembersOf<F, `${N}[${number}]`, Element<N>>;
+}[ArrayName];
+type OfStructures<F extends Form> = { [N in StructureName]: MembersOf<F, N, Values[N]> }[StructureName];
+type Paths<F extends Form> = Variables<F> & Intersection<OfArrays<F>> & Intersection<OfStructures<F>>;
 
 /** What `set` takes. */
-export type Changes = Variables & Intersection<OfArrays> & Intersection<OfStructures>;
+export type Changes = Paths<"new">;
+/** Present values by the names that `set` takes. */
+export type Present = Paths<"present">;
 
 /** A pattern as a template: "MemMotors.*" names every variable whose name begins with "MemMotors.". */
 type Template<Pattern extends string> = Pattern extends `${infer Head}${"*" | "?"}${infer Tail}`

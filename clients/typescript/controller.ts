@@ -1,9 +1,9 @@
 // The controller's variables over version 2 of its web API.
-import type { Changes, Name, Named } from "./changes.js";
+import type { Changes, Name, Named, Present } from "./changes.js";
 import { eventsOf } from "./stream.js";
 import type { Values } from "./variables.js";
 
-export type { Changes, Name, Named } from "./changes.js";
+export type { Changes, Name, Named, Present } from "./changes.js";
 export type * from "./variables.js";
 
 /** Why one of the values of `set` is refused. */
@@ -26,6 +26,30 @@ export class Refused extends Error {
         readonly refusals: readonly Refusal[] = [],
     ) {
         super(message);
+    }
+}
+
+declare const versionBrand: unique symbol;
+
+/** A moment in the history of some variables: what `read`, `set` and `Changed` give and `set` takes. */
+export type Version = string & { readonly [versionBrand]: true };
+
+export interface Reading<Some> {
+    readonly values: Some;
+    readonly version: Version;
+}
+
+/** Variables have changed since the version that `set` got. Nothing is stored. */
+export class Changed extends Refused {
+    /** The names of `set` whose variables have changed, with the present values. */
+    readonly values: Present;
+    /** The version of these values, for another `set`. */
+    readonly version: Version;
+
+    constructor(message: string, changes: readonly { variable: string; version: number; value: unknown }[]) {
+        super(412, message);
+        this.values = Object.fromEntries(changes.map(({ variable, value }) => [variable, value])) as Present;
+        this.version = `"${Math.max(...changes.map(({ version }) => version))}"` as Version;
     }
 }
 
@@ -56,17 +80,30 @@ export class Controller {
     async values(): Promise<Values>;
     async values<Pattern extends string>(...patterns: Known<Pattern>[]): Promise<Pick<Values, Named<Pattern>>>;
     async values(...patterns: string[]): Promise<object> {
-        const query = patterns.length > 0 ? `?vars=${list(patterns)}` : "";
-        return (await this.ask(`/values${query}`)).json();
+        return (await this.ask(`/values${query(patterns)}`)).json();
     }
 
-    /** Stores all values, or none and throws Refused. */
-    async set(changes: Changes): Promise<void> {
-        await this.ask("/values", {
+    /** The same with their version. */
+    async read(): Promise<Reading<Values>>;
+    async read<Pattern extends string>(...patterns: Known<Pattern>[]): Promise<Reading<Pick<Values, Named<Pattern>>>>;
+    async read(...patterns: string[]): Promise<Reading<object>> {
+        const response = await this.ask(`/values${query(patterns)}`);
+        return { values: await response.json(), version: versionOf(response) };
+    }
+
+    /**
+     * Stores all values, or none and throws Refused. Resolves to their version.
+     *
+     * @param unchangedSince stores only if none of the variables has changed since, else throws Changed
+     */
+    async set(changes: Changes, unchangedSince?: Version): Promise<Version> {
+        const condition: Record<string, string> = unchangedSince === undefined ? {} : { "If-Match": unchangedSince };
+        const response = await this.ask("/values", {
             method: "PATCH",
             body: JSON.stringify(changes),
-            headers: { "Content-Type": "application/json" },
+            headers: { "Content-Type": "application/json", ...condition },
         });
+        return versionOf(response);
     }
 
     /**
@@ -110,8 +147,17 @@ export class Controller {
         const response = await fetch(this.address + API + path, { ...init, headers });
         if (response.ok) return response;
         const problem = await response.json().catch(() => ({}));
+        if (response.status === 412 && problem.errors) throw new Changed(problem.detail, problem.errors);
         throw new Refused(response.status, problem.detail ?? response.statusText, problem.errors);
     }
+}
+
+function versionOf(response: Response): Version {
+    return response.headers.get("ETag") as Version;
+}
+
+function query(patterns: readonly string[]): string {
+    return patterns.length > 0 ? `?vars=${list(patterns)}` : "";
 }
 
 function list(patterns: readonly string[]): string {

@@ -1,7 +1,8 @@
-// Shows the brightness of the lights, sets that of the display, and tries a value that is refused:
+// Shows the brightness of the lights, sets that of the display, also only if it has not changed, and tries a value that is
+// refused:
 //
 //     npx tsc && node compiled/example.js http://192.168.1.20
-import { Controller, Refused } from "./controller.js";
+import { Changed, Controller, Refused } from "./controller.js";
 
 declare const process: { argv: string[] };
 
@@ -16,6 +17,16 @@ const watch = controller.watch(["MemPersistent.*Brightness"], (changed) => {
 });
 await controller.set({ "MemPersistent.DisplayBrightness": next });
 await watch.ended;
+
+const { version } = await controller.read("MemPersistent.DisplayBrightness");
+await controller.set({ "MemPersistent.DisplayBrightness": present["MemPersistent.DisplayBrightness"] });
+try {
+    await controller.set({ "MemPersistent.DisplayBrightness": 10 }, version);
+} catch (error) {
+    if (!(error instanceof Changed)) throw error;
+    console.log("The brightness has changed to", error.values["MemPersistent.DisplayBrightness"]);
+    await controller.set({ "MemPersistent.DisplayBrightness": 10 }, error.version);
+}
 
 try {
     await controller.set({ "MemPersistent.DisplayBrightness": 11, "MemLens.LensFileList[2].LensFileName": "Prime 50" });

@@ -30,8 +30,8 @@ await watch.ended;
 
 
 @pytest.fixture(scope="module")
-def device_options():
-    return {"nginx": True, "live": True}
+def device_options(web_server):
+    return {web_server: True, "live": True}
 
 
 @pytest.fixture(params=["python", "typescript"])
@@ -59,12 +59,14 @@ def test_example_shows_changes_and_refusals(device, language, tmp_path):
     output = subprocess.run(program, cwd=CLIENTS / language, capture_output=True, text=True, check=True,
                             timeout=WAIT_SECONDS).stdout.splitlines()
     assert f"MemPersistent.DisplayBrightness {(before['MemPersistent.DisplayBrightness'] + 1) % 10}" in output
-    assert output[-1] == "MemPersistent.DisplayBrightness: 11 is not between 0 and 10"
+    assert output[-2:] == [f"The brightness has changed to {before['MemPersistent.DisplayBrightness']}",
+                           "MemPersistent.DisplayBrightness: 11 is not between 0 and 10"]
     after = json.loads(device.http("/api/v2/values")[2])
+    assert after["MemPersistent.DisplayBrightness"] == 10
     assert after["MemLens.LensFileList"] == before["MemLens.LensFileList"]
 
 
-def test_watching_continues_after_lost_connections(device, language, tmp_path):
+def test_watching_continues_after_lost_connections(device, web_server, language, tmp_path):
     program = command(language, WATCH[language], tmp_path, device.url)
 
     def set_brightness(value):
@@ -83,11 +85,11 @@ def test_watching_continues_after_lost_connections(device, language, tmp_path):
             wait_until(seen, "the present values")
             present = seen()[0]
             assert set(BRIGHTNESS) <= set(present)
-            device.end("nginx")
+            device.end(web_server)
             set_brightness(2)
             set_brightness(3)
-            device.start_nginx()
-            wait_for({"MemPersistent.ButtonBrightness": 3}, "what changed without nginx")
+            getattr(device, f"start_{web_server}")()
+            wait_for({"MemPersistent.ButtonBrightness": 3}, "what changed without the web server")
             device.end("live")
             set_brightness(4)
             device.start_live()

@@ -2,8 +2,10 @@
 
 import json
 import time
+from dataclasses import dataclass
 from http.client import HTTPConnection, HTTPException, HTTPResponse, HTTPSConnection
-from typing import Dict, Iterator, List, Mapping, Optional, Tuple, TypedDict, Union, cast, overload
+from typing import (Dict, Generic, Iterator, List, Mapping, NewType, Optional, Tuple, TypedDict, TypeVar, Union, cast,
+                    overload)
 from urllib.parse import quote, urlsplit
 
 from .variables import Changes, SomeValues, Values  # pylint: disable=import-error; the build generates it
@@ -11,6 +13,19 @@ from .variables import Changes, SomeValues, Values  # pylint: disable=import-err
 API = "/api/v2"
 RETRY_SECONDS = 1
 SILENCE_SECONDS = 75  # the controller sends something every 30 s
+
+
+# A moment in the history of some variables: what `read`, `set` and `Changed` give and `set` takes.
+Version = NewType("Version", str)
+Some = TypeVar("Some", Values, SomeValues)
+
+
+@dataclass(frozen=True)
+class Reading(Generic[Some]):
+    """Values and their version."""
+
+    values: Some
+    version: Version
 
 
 class _RefusalText(TypedDict):
@@ -41,6 +56,26 @@ class Refused(Exception):
         self.refusals = refusals
 
 
+class _Change(TypedDict):
+    variable: str
+    version: int
+    value: object
+
+
+class Changed(Refused):
+    """Variables have changed since the version that `set` got. Nothing is stored.
+
+    values    the names of `set` whose variables have changed, with the present values; an element has its own name,
+              for example "MemLens.LensFileList[2]"
+    version   the version of these values, for another `set`
+    """
+
+    def __init__(self, message: str, changes: List[_Change]) -> None:
+        super().__init__(412, message, [])
+        self.values = cast(SomeValues, {change["variable"]: change["value"] for change in changes})
+        self.version = Version(f'"{max(change["version"] for change in changes)}"')
+
+
 class Controller:
     """The variables of one controller.
 
@@ -63,13 +98,32 @@ class Controller:
 
     def values(self, *patterns: str) -> Union[Values, SomeValues]:
         """The present values of the variables that the patterns name, of all without a pattern."""
-        query = f"?vars={_list(patterns)}" if patterns else ""
-        return cast(Values, json.loads(self._ask("GET", f"/values{query}").read()))
+        return self._read(patterns).values
 
-    def set(self, *changes: Changes) -> None:
-        """Stores all values, or none and raises Refused."""
+    @overload
+    def read(self) -> Reading[Values]: ...
+
+    @overload
+    def read(self, pattern: str, /, *patterns: str) -> Reading[SomeValues]: ...
+
+    def read(self, *patterns: str) -> Union[Reading[Values], Reading[SomeValues]]:
+        """The same with their version."""
+        return self._read(patterns)
+
+    def _read(self, patterns: Tuple[str, ...]) -> Reading[Values]:
+        response = self._ask("GET", f"/values?vars={_list(patterns)}" if patterns else "/values")
+        return Reading(cast(Values, json.loads(response.read())), _version(response))
+
+    def set(self, *changes: Changes, unchanged_since: Optional[Version] = None) -> Version:
+        """Stores all values, or none and raises Refused. Returns their version.
+
+        unchanged_since   stores only if none of the variables has changed since, else raises Changed
+        """
         values = {name: value for change in changes for name, value in change.items()}
-        self._ask("PATCH", "/values", json.dumps(values), {"Content-Type": "application/json"}).read()
+        condition = {} if unchanged_since is None else {"If-Match": unchanged_since}
+        response = self._ask("PATCH", "/values", json.dumps(values), {"Content-Type": "application/json", **condition})
+        response.read()
+        return _version(response)
 
     def watch(self, *patterns: str, period_ms: int = 0) -> Iterator[SomeValues]:
         """The present values of the variables that the patterns name, then for ever those that change.
@@ -110,7 +164,13 @@ def _refused(response: HTTPResponse) -> Refused:
         problem = json.loads(response.read())
     except ValueError:  # the web server's own page
         problem = {}
+    if response.status == 412 and "errors" in problem:
+        return Changed(problem["detail"], problem["errors"])
     return Refused(response.status, problem.get("detail", response.reason), problem.get("errors", []))
+
+
+def _version(response: HTTPResponse) -> Version:
+    return Version(response.headers["ETag"])
 
 
 def _events(response: HTTPResponse) -> Iterator[Tuple[str, str]]:

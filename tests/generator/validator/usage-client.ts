@@ -1,5 +1,5 @@
 // What the types of the TypeScript client admit and refuse.
-import { Controller, type Changes } from "./client/controller.js";
+import { Changed, Controller, type Changes } from "./client/controller.js";
 
 const controller = new Controller();
 
@@ -40,4 +40,21 @@ export async function read(): Promise<void> {
     controller.watch(["MemMotors.*"], (changed) => console.log(changed["MemMotors.FocusMotor"]?.MotorName, brightness, other));
     // @ts-expect-error No pattern names this variable.
     controller.watch(["MemMotors.*"], (changed) => console.log(changed["MemPersistent.DisplayBrightness"]));
+}
+
+export async function setIfUnchanged(): Promise<void> {
+    const { values, version } = await controller.read("DisplayBrightness");
+    const next = { "MemPersistent.DisplayBrightness": values["MemPersistent.DisplayBrightness"] + 1 };
+    try {
+        await controller.set(next, await controller.set(next, version));
+        // @ts-expect-error A version comes from the controller.
+        await controller.set(next, "1");
+    } catch (error) {
+        if (!(error instanceof Changed)) throw error;
+        const now: number | undefined = error.values["MemPersistent.DisplayBrightness"];
+        const name: string | undefined = error.values["MemLens.LensFileList[2].LensFileName"];
+        // @ts-expect-error There is no such variable.
+        console.log(now, name, error.values["MemPersistent.DisplayBrightnes"]);
+        await controller.set(next, error.version);
+    }
 }

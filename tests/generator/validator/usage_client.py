@@ -3,7 +3,7 @@
 # pylint: disable=unsubscriptable-object,expression-not-assigned,import-error; mypy alone reads this file
 from typing import Optional
 
-from controller import Controller, element
+from controller import Changed, Controller, Reading, SomeValues, Version, element
 
 controller = Controller("http://127.0.0.1")
 brightness: int = controller.values()["MemPersistent.DisplayBrightness"]
@@ -15,6 +15,14 @@ for changed in controller.watch("MemPersistent.*", "MemMotors.*", period_ms=100)
 controller.set({"MemPersistent.DisplayBrightness": 7, "MemPersistent.KnobAssignment": "Iris"},
                element("MemLens.LensFileList", 2, {"LensFileName": "Prime 50"}))
 controller.set({"MemMotors.FocusMotor": {"MotorName": "A"}, "MemPersistent.RadioModuleList": [{}, {}, {}]})
+reading: Reading[SomeValues] = controller.read("MemPersistent.*Brightness")
+try:
+    version: Version = controller.set(
+        {"MemPersistent.DisplayBrightness": reading.values["MemPersistent.DisplayBrightness"] + 1},
+        unchanged_since=reading.version)
+except Changed as error:
+    brightness = error.values["MemPersistent.DisplayBrightness"]
+    version = error.version
 
 NUMBER: str = controller.values()["MemPersistent.DisplayBrightness"]  # type: ignore[assignment]
 controller.values()["MemPersistent.DisplayBrightnes"]  # type: ignore[typeddict-item]
@@ -28,3 +36,5 @@ controller.set({"MemMotors.FocusMotor": {"MotorNam": "A"}})  # type: ignore[type
 element("MemLens.LensFileLists", 2, {"LensFileName": "Prime 50"})  # type: ignore[call-overload]
 element("MemLens.LensFileList", 2, {"LensFileNam": "Prime 50"})  # type: ignore[call-overload]
 element("MemLens.LensFileList", 2, {"LensFileValid": "true"})  # type: ignore[call-overload]
+controller.read().values["MemPersistent.DisplayBrightnes"]  # type: ignore[typeddict-item]
+controller.set({"MemPersistent.DisplayBrightness": 7}, unchanged_since="1")  # type: ignore[arg-type]

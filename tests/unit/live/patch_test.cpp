@@ -60,6 +60,7 @@ TEST_F(PatchTest, StoresOnlyWhatHasNotChangedSince) {
     const auto [status, problem] = apply(R"({"DisplayBrightness": 8, "ButtonBrightness": 8})", seen);
     EXPECT_EQ(status, 412);
     EXPECT_EQ(problem["errors"][0]["version"], changes_.of(BRIGHTNESS));
+    EXPECT_EQ(problem["errors"][0]["value"], 7);
     EXPECT_EQ(get(Variable("ButtonBrightness")), "0");
     EXPECT_EQ(apply(R"({"DisplayBrightness": 8})", changes_.of(BRIGHTNESS)).first, 200);
 }
