@@ -1,7 +1,8 @@
 // Measures the browser console: the delay of a change, what a person waits for, processor time, sizes, accessibility. Prints
 // Markdown tables.
 //
-//   tests/browser/run BUILD-FOLDER bench/console.mjs [--count 200] [--seconds 20]
+//   tests/browser/run BUILD-FOLDER bench/console.mjs [--only latencies,visits,log,keys,screen,shares,sizes,accessibility]
+//                                                    [--count 200] [--seconds 20]
 
 import { readdirSync, readFileSync } from "node:fs";
 import { setTimeout as pause } from "node:timers/promises";
@@ -21,7 +22,7 @@ const SETTLE_MS = 3000;
 const SENT_LIMIT = 90_000;
 
 const { values: options } = parseArgs({
-    options: { count: { type: "string", default: "200" }, seconds: { type: "string", default: "20" } },
+    options: { only: { type: "string" }, count: { type: "string", default: "200" }, seconds: { type: "string", default: "20" } },
 });
 const complaints = [];
 
@@ -186,17 +187,23 @@ async function printFindings(browser) {
     printTable(["view", "scheme", "findings"], rows);
 }
 
+const PARTS = {
+    latencies: printLatencies,
+    visits: (browser) => printVisits(browser, complaints),
+    log: (browser) => printLog(browser, complaints),
+    keys: (browser) => printKeys(browser, complaints),
+    screen: (browser) => printScreen(browser, complaints),
+    shares: printShares,
+    sizes: async (browser) => {
+        printSizes();
+        await printViewSizes(browser);
+    },
+    accessibility: printFindings,
+};
+
 const browser = await launchBrowser();
 printConditions("Browser console", "bench/console.mjs", browser);
-await printLatencies(browser);
-await printVisits(browser, complaints);
-await printLog(browser, complaints);
-await printKeys(browser, complaints);
-await printScreen(browser, complaints);
-await printShares(browser);
-printSizes();
-await printViewSizes(browser);
-await printFindings(browser);
+for (const part of options.only?.split(",") ?? Object.keys(PARTS)) await PARTS[part](browser);
 await browser.close();
 for (const complaint of complaints) console.log(`- ${complaint}`);
 process.exitCode = complaints.length > 0 ? 1 : 0;

@@ -60,3 +60,9 @@ function showQuestion(text, yes) {
     dialog.addEventListener("close", () => resolve(dialog.returnValue === "yes"), { once: true });
   });
 }
+
+// Does the steps of a generator, each when the page has nothing else to do. Safari has no idle times.
+export function whenIdle(steps) {
+  const soon = globalThis.requestIdleCallback ?? setTimeout;
+  soon(() => steps.next().done || whenIdle(steps));
+}

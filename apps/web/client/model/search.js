@@ -13,6 +13,9 @@ const WORTH = { whole: 100, begin: 60, word: 55, wordBegin: 50, inside: 30, abou
 // ("Pos" for "position") is worth more the more of the word it has.
 const LOOSE_WORTH = { begin: 24, name: 22, about: 10, short: 40, nearlyShort: 15 };
 
+// Texts that go every way of the search: one character, a typo, several words, nothing that fits.
+const WARM_UP = ["a", "voltge", "state motor", "adress network", "ge", "qqqqq", "long list"];
+
 export const wordsOf = (text) => text.toLowerCase().split(/[\s.]+/).filter(Boolean);
 
 // "CamNdFilterAct" as cam, nd, filter, act.
@@ -43,11 +46,15 @@ export class SearchIndex {
     return [...found];
   }
 
-  // Prepares the search: the first one is then as quick as the others, also because the browser has compiled it.
-  learn(variables) {
+  // Prepares the search: the first keys are then as quick as the others, also because the browser has compiled it. Yields
+  // between steps that are as long as a key at most.
+  * learn(variables) {
     const all = [...variables];
     all.forEach((variable) => shownValue(this.#entry(variable)));
-    this.find("warm up", all);
+    for (const text of WARM_UP) {
+      yield;
+      this.find(text, all);
+    }
   }
 
   // A key changes one word: what the others are worth is known from the text before.

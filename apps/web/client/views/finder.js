@@ -1,7 +1,7 @@
 // The search of the Variables view: what is asked for, and the rows that fit, best first.
 
 import { readAddress, writeAddress } from "../address.js";
-import { byId, setText } from "../dom.js";
+import { byId, setText, whenIdle } from "../dom.js";
 import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
 
@@ -62,7 +62,7 @@ export class Finder {
     const { params } = readAddress();
     if (params.memory && byId("memory").value === "") this.takeAddress();
     this.#show(true);
-    setTimeout(() => this.#index.learn(this.#app.store.variables.values()));
+    whenIdle(this.#index.learn(this.#app.store.variables.values()));
   }
 
   #ask() {
