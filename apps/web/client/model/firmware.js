@@ -2,13 +2,12 @@
 // storage, so each of its pages continues it, also after a reload: it starts the update once the file is valid, and compares
 // the versions at the end. A status request starts a valid update; it is sent for uploads of this browser only.
 
-import { pause, set, updateStatus } from "../feed/api.js";
+import { set, updateStatus } from "../feed/api.js";
+import { claim } from "./claim.js";
 import { Kept } from "./remember.js";
 import { Upload } from "./upload.js";
 
 const TICK_MS = 500;
-// Longer than what one page keeps is on its way to the others.
-const CLAIM_MS = 200;
 const START_MS = 3000;
 const BEAT_MS = 15000;
 const SILENT_MS = 300000;
@@ -49,13 +48,6 @@ const ACCESSORY = {
   },
 };
 
-// Calls act(hasLock) unless another page is at it: resolves to its result, or to false. Browsers have locks with HTTPS and
-// on the same machine only.
-function alone(act) {
-  if (!navigator.locks) return act(false);
-  return navigator.locks.request("console.update", { ifAvailable: true }, (lock) => (lock ? act(true) : false));
-}
-
 export class Firmware {
   #app;
   #kept = new Kept("console.update", null);
@@ -94,16 +86,18 @@ export class Firmware {
   }
 
   // Uploads the file for a target {id, name, serial, isHost} and starts the update. Resolves to false where another runs.
-  // What is kept from the first moment survives a reload.
+  // What is kept from the first moment survives a reload. Of pages that start at the same moment one gets the claim.
   async start(target, file) {
     if (this.state.isRunning) return false;
+    const former = this.#kept.value?.id;
     const own = { id: Math.random(), target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
       from: this.#version(target), before: this.#signature(target.isHost ? HOST : ACCESSORY) };
+    if (!await claim(own.id, former)) return false;
     this.#kept.change(() => own);
     this.#isSending = true;
-    const isFirst = await alone((hasLock) => this.#send(own, file, hasLock));
+    await this.#send(own, file);
     this.#isSending = false;
-    return isFirst;
+    return true;
   }
 
   // Ends an upload. What has been sent whole cannot be taken back.
@@ -111,11 +105,7 @@ export class Firmware {
     this.#upload?.cancel();
   }
 
-  // Of pages that start at the same moment one uploads: the one that has the lock or, where there are no locks, the one
-  // whose update is kept last.
-  async #send(own, file, hasLock) {
-    if (!hasLock) await pause(CLAIM_MS);
-    if (!hasLock && this.#kept.value?.id !== own.id) return false;
+  async #send(own, file) {
     const keep = (change) => this.#kept.change(() => ({ ...own, ...change }));
     this.#upload = new Upload(own.target.id, file);
     const beat = () => this.#upload && keep({ beat: Date.now(), ...this.#upload.state });
@@ -126,7 +116,6 @@ export class Firmware {
     this.#upload = null;
     if (answer.taskid !== undefined) keep({ phase: "sent", since: Date.now() });
     else this.#end("upload", false, answer.unknown ? `Unknown: ${answer.unknown}` : `Not updated: ${answer.result}`);
-    return true;
   }
 
   #value(key) {
