@@ -1,7 +1,10 @@
 // Measures whether the browser console says what is true, where the tests in tests/browser try less: sets, several tabs,
 // firmware. Prints Markdown tables; ends with status 1 if anything was not true.
 //
-//   tests/browser/run BUILD-FOLDER bench/consoletruth.mjs [--only sets,tabs,firmware] [--tabs 50] [--pins 100] [--updates 9]
+//   tests/browser/run BUILD-FOLDER bench/consoletruth.mjs [--only sets,tabs,firmware] [--live]
+//                                                         [--tabs 50] [--pins 100] [--updates 9]
+//
+// With --live the sets go by version 2 of the API.
 
 import { parseArgs } from "node:util";
 
@@ -16,16 +19,16 @@ const TABS_WITH_PINS = 20;
 const SHOWN_WITHIN_MS = 1000;
 
 const { values: options } = parseArgs({
-    options: { only: { type: "string", default: "sets,tabs,firmware" }, tabs: { type: "string", default: "50" },
+    options: { only: { type: "string", default: "sets,tabs,firmware" }, live: { type: "boolean", default: false }, tabs: { type: "string", default: "50" },
         pins: { type: "string", default: "100" }, updates: { type: "string", default: "9" } },
 });
 const complaints = [];
 
 async function printSets(browser) {
-    const device = await Device.start();
+    const device = await Device.start({ live: options.live });
     const { rows, wrong } = await measureSets(device, browser, progress);
     await device.stop();
-    console.log("Outcomes of sets that say what the variable holds, of all tried. “–”: cannot be entered.\n");
+    console.log(`Outcomes of sets by version ${options.live ? 2 : 1} of the API that say what the variable holds, of all tried. “–”: cannot be entered.\n`);
     printTable(["kind", ...CASES], rows);
     complaints.push(...wrong);
 }

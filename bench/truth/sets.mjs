@@ -38,6 +38,8 @@ const FIELDS = [
     { kind: "text of a structure", variable: LIST, member: "CamSupplyName", values: ["one", "two", "three", "four"],
         cases: { ...TEXT, ...MEMBER } },
 ];
+// The request of either version.
+const SET = /\/api\/(v1\/set\.cgi|v2\/values)$/;
 export const CASES = ["edge", "overflow", "infinity", "empty", "too long", "multi-byte", "comma", "in flight", "frozen service",
     "changed meanwhile"];
 
@@ -155,7 +157,7 @@ class Matrix {
             const editor = await this.begin(field, before);
             const held = [];
             let isOpen = false;
-            await this.console.page.route("**/set.cgi", (route) => (isOpen ? route.continue() : held.push(route)));
+            await this.console.page.route(SET, (route) => (isOpen ? route.continue() : held.push(route)));
             for (const text of [one, other]) {
                 await this.enter(field, editor, text);
                 await this.submit(editor);
@@ -164,7 +166,7 @@ class Matrix {
             isOpen = true;
             await held[0].continue();
             this.note(field, "in flight", await this.outcome(editor, /^stored$/), other, before, await this.held(field));
-            await this.console.page.unroute("**/set.cgi");
+            await this.console.page.unroute(SET);
         }
     }
 
@@ -184,7 +186,7 @@ class Matrix {
         for (const isAfter of [false, true]) {
             const editor = await this.begin(field, before);
             let go;
-            await this.console.page.route("**/set.cgi", async (route) => {
+            await this.console.page.route(SET, async (route) => {
                 const response = isAfter ? await route.fetch() : undefined;
                 go = () => (isAfter ? route.fulfill({ response }) : route.continue());
             });
@@ -197,7 +199,7 @@ class Matrix {
             await until(() => this.shown(field), last, "the other's value");
             await go();
             this.note(field, "changed meanwhile", await this.outcome(editor), typed, before, await this.held(field));
-            await this.console.page.unroute("**/set.cgi");
+            await this.console.page.unroute(SET);
         }
     }
 
@@ -210,13 +212,14 @@ class Matrix {
             await this.enter(field, editor, field.values[2]);
             editors.push(editor);
         }
-        const thaw = this.device.freeze();
+        const { service, live = service } = this.device;
+        const thaws = [...new Set([service, live])].map((id) => this.device.freeze(id));
         for (const [at, field] of fields.entries()) {
             await this.console.row(field.variable);
             await this.submit(editors[at]);
         }
         for (const editor of editors) await this.outcome(editor, /^unknown: /);
-        thaw();
+        thaws.forEach((thaw) => thaw());
         for (const [at, field] of fields.entries()) {
             const message = await this.outcome(editors[at], /^stored/);
             this.note(field, "frozen service", message, field.values[2], field.values[0], await this.held(field));

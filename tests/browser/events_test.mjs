@@ -4,6 +4,7 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 import { updateText } from "../../apps/web/client/feed/events.js";
 import { readVariables } from "../../apps/web/client/feed/documents.js";
+import { until } from "./console.mjs";
 import { setScene } from "./scene.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
@@ -44,5 +45,40 @@ test("changes come as events, and as polls while the process for them is away", 
     await device.store(VARIABLE, 5);
     await console.shows(VARIABLE, "5");
     assert.notEqual(count("/api/v1/update.cgi"), 0);
+    await device.command("start", "live");
+    await until(() => count("/api/v2/events"), 2, "events, once they are there again");
+    await console.isLive();
+});
+
+const NAME = "MemPersistent.ProductName";
+const LIST = "MemLens.LensFileList";
+const COUNTER = "MemDynamic.LostFrameCounter";
+
+test("a value that version 2 refuses is not stored, and the editor says why", async () => {
+    const console = await open();
+    await device.store(COUNTER, 7);
+    for (const [variable, text, outcome, held] of [
+        [VARIABLE, "11", "refused: 11 is not between 0 and 10"], [VARIABLE, "7,0", "stored as 7", "7"],
+        [COUNTER, "1.5", "refused: takes a whole number, not 1.5"], [COUNTER, "1e21", /^not sent: an int holds/],
+        [NAME, "x".repeat(20), "refused: takes at most 19 bytes, not 20"], [NAME, `"A" 'b' }{\\ ü`, "stored", `"A" 'b' }{\\ ü`],
+    ]) {
+        const before = await device.load(variable);
+        await console.edit(variable, (editor) => editor.locator("input").fill(text), outcome);
+        assert.equal(await device.load(variable), held ?? before, text);
+        assert.equal(await console.page.locator("form.editor [aria-invalid=true]").count(), held ? 0 : 1, text);
+        await (await console.row(variable)).getByRole("button", { name: "Close" }).click();
+        const discard = console.page.locator("#question[open] [value=yes]");
+        if (!held) await discard.click();
+    }
+    const editor = await console.editor(LIST);
+    await editor.locator("[name=LensFileValid]").setChecked(false);
+    await console.edit(LIST, () => editor.locator("[name=LensFileName]").fill("x".repeat(32)),
+        "refused: LensFileName takes at most 31 bytes, not 32");
+    assert.equal((await device.load(LIST))[0].LensFileValid, true, "nothing of a refused element is stored");
+    assert.deepEqual(await editor.locator("[aria-invalid=true]").evaluateAll((all) => all.map(({ name }) => name)), ["LensFileName"]);
+    await console.edit(LIST, () => editor.locator("[name=LensFileName]").fill("Prime 50"), "stored");
+    assert.deepEqual((await device.load(LIST))[0].LensFileName, "Prime 50");
+    await device.command("end", "live");
+    await console.edit(VARIABLE, (form) => form.locator("input").fill("11"), "refused: 0 to 10");
     await device.command("start", "live");
 });

@@ -32,4 +32,10 @@ export class Entry {
     this.#before = text;
     this.base = value;
   }
+  // Marks what is entered as refused, until it is changed.
+  mark(isWrong) {
+    const { node } = this.field;
+    node.setAttribute("aria-invalid", isWrong);
+    if (isWrong) node.addEventListener("input", () => this.mark(false), { once: true });
+  }
 }

@@ -24,6 +24,7 @@ export function scalarEditor(app, variable) {
         || await ask(`${variable.name} has changed from ${base} to ${variable.value} meanwhile. Set it to ${entered}?`, "Set");
       if (!isMeant) return { ok: false, text: "not sent" };
       const settle = (outcome) => {
+        entry.mark(outcome.wrong?.length > 0);
         if (outcome.ok) entry.settle(entered, variable.value);
         update();
         return outcome;

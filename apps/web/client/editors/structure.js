@@ -54,6 +54,7 @@ function captured(app, variable, members, index, item) {
     const isMeant = changed.length === 0 || await ask(`Meanwhile changed: ${changed.join(", ")}. Set what is entered?`, "Set");
     if (!isMeant) return { ok: false, text: "not sent" };
     const outcome = await assignMembers(app, variable, entered, index);
+    entered.forEach(({ name, entry }) => entry.mark(outcome.wrong?.includes(name) ?? false));
     if (outcome.ok) entered.forEach(({ name, entry, text }) => entry.settle(text, item()[name]));
     return outcome;
   };

@@ -1,6 +1,7 @@
 // The requests that are answered at once.
 
 const API = "/api/v1";
+const TYPED_API = "/api/v2";
 const APP = "/qorapp/v1";
 
 const WORDS = {
@@ -8,20 +9,23 @@ const WORDS = {
   403: "the web server refuses this",
   404: "the web server does not let this name through",
   413: "larger than the web server lets through",
+  429: "too many requests",
   502: "the service does not run",
   503: "too many clients are connected",
   504: "the service does not answer",
 };
 
 // Answers of the web server that never come after the service has got the request.
-const REFUSALS = [403, 404, 413, 503];
+const REFUSALS = [403, 404, 413, 429, 503];
+// Answers to a request of version 2 that the process for it does not get: it is not installed, or it does not run.
+const AWAY = [404, 405, 502];
 
-// What went wrong with a request: `status` is the web server's, 0 when there was no answer at all. Without `isRefusal` the
+// What went wrong with a request: `status` is the web server's, 0 when there was no `answer` at all. Without `isRefusal` the
 // service may have got the request.
 export class RequestError extends Error {
-  constructor(status) {
+  constructor(status, answer) {
     super(WORDS[status] ?? `status ${status}`);
-    this.status = status;
+    Object.assign(this, { status, answer });
     this.isRefusal = REFUSALS.includes(status);
   }
 }
@@ -31,7 +35,7 @@ export async function request(url, options = {}) {
   const answer = await fetch(url, { cache: "no-store", ...options }).catch((error) => {
     throw error.name === "AbortError" ? error : new RequestError(0);
   });
-  if (!answer.ok) throw new RequestError(answer.status);
+  if (!answer.ok) throw new RequestError(answer.status, answer);
   return answer;
 }
 
@@ -42,6 +46,19 @@ const textOf = async (url, options) => (await request(url, options)).text();
 // Sends the body of a set; resolves to {result, error}.
 export async function set(body) {
   return JSON.parse(await textOf(`${API}/set.cgi`, { method: "POST", body }));
+}
+
+// Sets the value of a name by version 2: resolves to {stored}, what it holds then, or to {errors}, why nothing is stored,
+// each {variable, code, given, min, max, entries, message}; to null where version 2 is not there.
+export async function patch(name, value) {
+  try {
+    const answer = await request(`${TYPED_API}/values`, { method: "PATCH", body: JSON.stringify({ [name]: value }) });
+    return { stored: (await answer.json())[name] };
+  } catch (error) {
+    if (AWAY.includes(error.status)) return null;
+    if (error.status === 422) return { errors: (await error.answer.json()).errors };
+    throw error;
+  }
 }
 
 // The picture of the display as a Blob of PNG.

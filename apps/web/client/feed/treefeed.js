@@ -2,7 +2,7 @@
 // service reports a change only to polls that wait when its 100 ms period ends, so the next poll is sent before anything
 // else happens. See docs/console.md.
 
-import { request, RequestError } from "./api.js";
+import { pause, request, RequestError } from "./api.js";
 import { changesSince, lastChange, updateText } from "./events.js";
 import { Gaps } from "./gaps.js";
 import { Loop } from "./loop.js";
@@ -15,18 +15,22 @@ const PROBE = "/qorapp/v1/setups/list";
 const LOST_AFTER_MS = 5000;
 const QUIET_MS = 2000;
 const PROBE_MS = 2500;
+// Version 2 may be installed or started later.
+const RETRY_TYPED_MS = 30000;
 // After a poll that may have come too late the tree is read: a little later, so that what changes together comes together,
 // and not more often than this, because the service keeps a line of each in its log.
 const SETTLE_MS = 300;
 const REREAD_MS = 10000;
 
 // Reads the whole tree, then follows its changes; after any gap again. emit() gets messages:
-//   {type: "tree" | "update", text}   {type: "state", state: "live" | "reconnecting" | "lost", text}
+//   {type: "tree" | "update", text}
+//   {type: "state", state: "live" | "reconnecting" | "lost", text, isTyped}: whether the controller has version 2
 export class TreeFeed extends Loop {
   #emit;
   #known;
   #failingSince = null;
-  #state = { type: "state", state: "reconnecting", text: "Connecting" };
+  #state = { type: "state", state: "reconnecting", text: "Connecting", isTyped: false };
+  #isTyped = false;
   #reading = null;
   #next = null;
   #behind = new Set();
@@ -73,7 +77,8 @@ export class TreeFeed extends Loop {
     const either = new AbortController();
     const both = AbortSignal.any([signal, either.signal]);
     const since = await lastChange(both);
-    const polls = since === null ? this.#follow(both) : null;
+    this.#isTyped = since !== null;
+    const polls = this.#isTyped ? null : Promise.race([this.#follow(both), this.#untilTyped(both)]);
     const tree = this.#readTree(both);
     const changes = polls ?? tree.then(() => this.#listen(since, both));
     try {
@@ -111,6 +116,12 @@ export class TreeFeed extends Loop {
       this.#update(text);
       if (performance.now() - this.#probedAt > REREAD_MS) this.#probe(signal).catch(() => {});
     }
+  }
+
+  // Returns when version 2 is there.
+  async #untilTyped(signal) {
+    do await pause(RETRY_TYPED_MS);
+    while (!signal.aborted && await lastChange(signal) === null);
   }
 
   async #listen(since, signal) {
@@ -180,8 +191,9 @@ export class TreeFeed extends Loop {
   }
 
   #setState(state, text) {
-    if (this.#state.state !== state || this.#state.text !== text) {
-      this.#state = { type: "state", state, text };
+    const isTyped = this.#isTyped;
+    if (this.#state.state !== state || this.#state.text !== text || this.#state.isTyped !== isTyped) {
+      this.#state = { type: "state", state, text, isTyped };
       this.#emit(this.#state);
     }
   }

@@ -1,6 +1,7 @@
-// Sets a variable and finds out what the service has made of it: set.cgi answers result 1 also where it refuses.
+// Sets a variable and finds out what the device has made of it: by version 2 of the API, which says why it refuses a value,
+// where the controller has it. set.cgi of version 1 answers result 1 also where it refuses.
 
-import { RequestError, set } from "../feed/api.js";
+import { patch, RequestError, set } from "../feed/api.js";
 import { bounds } from "./format.js";
 import { write } from "./written.js";
 
@@ -8,39 +9,58 @@ import { write } from "./written.js";
 const REPORTED_WITHIN_MS = 300;
 
 const done = (text) => ({ ok: true, text });
-const failed = (text) => ({ ok: false, text });
+const failed = (text, wrong = []) => ({ ok: false, text, wrong });
 
-// Sets a variable of a base type to a text. Resolves to {ok, text, later}: what has happened, in words; where that is
-// unknown, `later` resolves to words when the value is seen after all.
-export async function assign(app, variable, text) {
-  const { problem, literal, holds, remark } = write(variable, text);
-  if (problem) return failed(`not sent: ${problem}`);
-  const body = `{"${variable.memory}": {"${variable.name}": ${literal}}}`;
-  return send(app, variable, body, {
-    isStored: () => variable.kind !== "unprintable" && holds(variable.value),
-    stored: `stored${remark}`,
-    refused: () => (isOutside(variable, literal) ? `refused: ${bounds(variable)}` : "refused by the device"),
-    now: () => `it holds ${variable.value}`,
+// Sets a variable of a base type to a text. Resolves to {ok, text, wrong, later}: what has happened, in words, and the names
+// whose values are refused; where it is unknown, `later` resolves to words when the value is seen after all.
+export function assign(app, variable, text) {
+  return byEither(app, (isTyped) => {
+    const { problem, literal, value, holds, remark } = write(variable, text, isTyped);
+    if (problem) return failed(`not sent: ${problem}`, [variable.name]);
+    const body = `{"${variable.memory}": {"${variable.name}": ${literal}}}`;
+    return send(app, variable, isTyped ? () => patch(variable.key, value) : () => set(body), {
+      isStored: (present = variable.value) => variable.kind !== "unprintable" && holds(present),
+      stored: `stored${remark}`,
+      refused: () => (isOutside(variable, value) ? `refused: ${bounds(variable)}` : "refused by the device"),
+      now: () => `it holds ${variable.value}`,
+    });
   });
 }
 
 // Sets members of a structure, a list of {name, form, text}; of a list, those of the element with the index.
-export async function assignMembers(app, variable, members, index) {
-  const plans = members.map(({ name, form, text }) => ({ name, ...write({ ...form, isMember: true }, text) }));
-  const problems = plans.filter(({ problem }) => problem).map(({ name, problem }) => `${name}: ${problem}`);
-  if (problems.length > 0) return failed(`not sent: ${problems.join("; ")}`);
+export function assignMembers(app, variable, members, index) {
+  return byEither(app, (isTyped) => {
+    const plans = members.map(({ name, form, text }) => ({ name, ...write({ ...form, isMember: true }, text, isTyped) }));
+    const wrong = plans.filter(({ problem }) => problem);
+    if (wrong.length > 0) return failed(`not sent: ${wrong.map(({ name, problem }) => `${name}: ${problem}`).join("; ")}`, namesOf(wrong));
+    const item = () => (variable.kind === "list" ? variable.data?.[index] : variable.data) ?? {};
+    const others = (present = item()) => namesOf(plans.filter(({ name, holds }) => !holds(present[name])));
+    const remarks = plans.filter(({ remark }) => remark).map(({ name, remark }) => `; ${name}${remark}`);
+    return send(app, variable, () => (isTyped ? patchMembers : setMembers)(variable, plans, index), {
+      isStored: (present) => others(present).length === 0,
+      stored: `stored${remarks.join("")}`,
+      refused: () => `refused by the device: ${others().join(", ")}`,
+      now: () => others().map((name) => `${name} is ${item()[name]}`).join(", "),
+    });
+  });
+}
+
+const namesOf = (plans) => plans.map(({ name }) => name);
+
+function setMembers(variable, plans, index) {
   const place = variable.kind === "list" ? [`"Index": ${index}`] : [];
   const pairs = [...place, ...plans.map(({ name, literal }) => `"${name}": ${literal}`)];
-  const body = `{"${variable.memory}": {"${variable.name}": {${pairs.join(", ")}}}}`;
-  const item = () => (variable.kind === "list" ? variable.data?.[index] : variable.data) ?? {};
-  const others = () => plans.filter(({ name, holds }) => !holds(item()[name])).map(({ name }) => name);
-  const remarks = plans.filter(({ remark }) => remark).map(({ name, remark }) => `; ${name}${remark}`);
-  return send(app, variable, body, {
-    isStored: () => others().length === 0,
-    stored: `stored${remarks.join("")}`,
-    refused: () => `refused by the device: ${others().join(", ")}`,
-    now: () => others().map((name) => `${name} is ${item()[name]}`).join(", "),
-  });
+  return set(`{"${variable.memory}": {"${variable.name}": {${pairs.join(", ")}}}}`);
+}
+
+function patchMembers(variable, plans, index) {
+  const place = variable.kind === "list" ? `[${index}]` : "";
+  return patch(variable.key + place, Object.fromEntries(plans.map(({ name, value }) => [name, value])));
+}
+
+// By version 2, or where that is not there by version 1. attempt(isTyped) resolves to null if it is not there.
+async function byEither(app, attempt) {
+  return app.connection.isTyped && await attempt(true) || attempt(false);
 }
 
 // The kind and length of a member, as createField() and assignMembers() take them.
@@ -52,19 +72,31 @@ export function memberForm(catalogue, structure, name, value) {
   return { kind: known?.type === "int" ? "int" : kind, length: known?.length };
 }
 
-async function send(app, variable, body, wish) {
+// `act` sends it: resolves to null, or as set() or patch() do.
+async function send(app, variable, act, wish) {
   const watch = watchFor(app.store, variable, wish.isStored);
   try {
-    const answer = await set(body);
-    if (answer.result !== 1) return failed(`refused: ${answer.error.trim() || "the service cannot take this"}`);
+    const answer = await act();
+    if (answer === null) return null;
+    if (answer.errors) return refusal(variable, answer.errors);
+    if (answer.result === 0) return failed(`refused: ${answer.error.trim() || "the service cannot take this"}`);
     const isKnown = await watch.seen(REPORTED_WITHIN_MS) || await app.readBack();
-    return isKnown ? outcome(variable, watch, wish) : unknown(app, variable, wish, "reading it back failed");
+    if (isKnown) return outcome(variable, watch, wish);
+    if (answer.stored !== undefined && wish.isStored(answer.stored)) return done(wish.stored);
+    return unknown(app, variable, wish, "reading it back failed");
   } catch (error) {
     if (!(error instanceof RequestError)) throw error;
     return error.isRefusal ? failed(`not sent: ${error.message}`) : unknown(app, variable, wish, error.message);
   } finally {
     watch.end();
   }
+}
+
+// Each message begins with a name: the variable's is known where it is shown.
+function refusal({ key }, errors) {
+  const isOwn = new RegExp(`^${key}(\\[\\d+\\])?[.: ]+`);
+  const [words, wrong] = ["message", "variable"].map((part) => errors.map((error) => error[part].replace(isOwn, "")));
+  return failed(`refused: ${words.join("; ")}`, wrong.map((name) => name.split(".").at(-1)));
 }
 
 function outcome(variable, watch, wish) {

@@ -7,6 +7,8 @@ export class Connection {
   #hasTree = false;
   #listeners = new Set();
   isStale = true;
+  // Whether the controller has version 2 of the API.
+  isTyped = false;
 
   // listener() is called when `isStale`, whether values may be old, has changed.
   subscribe(listener) {
@@ -19,6 +21,7 @@ export class Connection {
       this.#hasTree = true;
     } else {
       this.#state = message.state;
+      this.isTyped = message.isTyped;
       this.#hasTree &&= message.state === "live";
       byId("connection").dataset.state = message.state;
       setText(byId("connection"), message.text);
