@@ -9,6 +9,8 @@ import socket
 from pathlib import Path
 
 PR_SET_PDEATHSIG = 1
+# States of TCP sockets in hexadecimal, from include/net/tcp_states.h of the kernel.
+HANDSHAKE = ("02", "03")
 LISTENING = "0A"
 # Below the range of ephemeral ports, so that no outgoing connection takes a port before the server listens on it.
 PORTS = range(20000, 32000)
@@ -61,14 +63,24 @@ def is_listening(port):
 
     Asks the kernel, because a server would take a trial connection for a client.
     """
-    for table in ("/proc/net/tcp", "/proc/net/tcp6"):
-        if not os.path.exists(table):
-            continue
+    return any(state == LISTENING and local == port for local, _, state, _ in tcp_sockets())
+
+
+def has_pending_connections(port):
+    """Whether the server on the port has not accepted all connections yet.
+
+    A connection that finds the queue of the server full starts again a second later, so later requests overtake it.
+    """
+    return any(state in HANDSHAKE and port in (local, remote) or state == LISTENING and local == port and received > 0
+               for local, remote, state, received in tcp_sockets())
+
+
+def tcp_sockets():
+    """Local port, remote port, state and length of the receive queue (of a listener: connections not accepted yet)."""
+    for table in filter(os.path.exists, ("/proc/net/tcp", "/proc/net/tcp6")):
         for line in Path(table).read_text().splitlines()[1:]:
-            _, local, _, state = line.split()[:4]
-            if state == LISTENING and int(local.rsplit(":", 1)[1], 16) == port:
-                return True
-    return False
+            _, local, remote, state, queues = line.split()[:5]
+            yield *(int(end.rsplit(":", 1)[1], 16) for end in (local, remote)), state, int(queues.split(":")[1], 16)
 
 
 def render_nginx(source, folder, address, port, fcgi_port, client="/nonexistent", changes=None, live_port=None):

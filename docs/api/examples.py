@@ -28,6 +28,7 @@ from urllib.request import urlopen
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "device" / "launcher"))
 
+from desk import has_pending_connections
 from virtualdevice import VirtualDevice
 
 WAIT_SECONDS = 60
@@ -114,6 +115,8 @@ class Shell:
     def _sync(self):
         """Returns when the service has read all requests sent before: the web server and the service each handle them
         in one thread and in order. The requests made here change nothing and log nothing."""
+        self._ask("/api/v1/set.cgi", b"")
+        wait_until(lambda: not has_pending_connections(self._device.fcgi_port), "connections of the web server")
         for _ in range(2):
             self._ask("/api/v1/set.cgi", b"")
 
