@@ -41,8 +41,9 @@ bool hasTag(const HttpRequest& request, const std::string& tag) {
     return request.param("HTTP_IF_NONE_MATCH").find(tag) != std::string::npos;
 }
 
-// The sequence number of If-Match: "7443234234", or with more behind a dot, as the tag of values has it.
-std::optional<std::uint64_t> unchangedSince(const HttpRequest& request) {
+// The sequence number of If-Match: "7443234234", or with more behind a dot, as the tag of values has it. A
+// number of another process says nothing about what has changed: 0.
+std::optional<std::uint64_t> unchangedSince(const HttpRequest& request, const Changes& changes) {
     const std::string& tag = request.param("HTTP_IF_MATCH");
     if (tag.empty() || tag == "*")
         return std::nullopt;
@@ -51,7 +52,7 @@ std::optional<std::uint64_t> unchangedSince(const HttpRequest& request) {
         numberFrom<std::uint64_t>(tag.substr(begin, tag.find_first_of(".\"", begin) - begin));
     if (begin == 0 || !sequence)
         throw Problem(400, "If-Match does not hold a sequence number");
-    return sequence;
+    return changes.isKnown(*sequence) ? *sequence : 0;
 }
 
 std::chrono::milliseconds periodOf(const HttpRequest& request) {
@@ -117,9 +118,11 @@ void Api::route(Connection& connection, const HttpRequest& request) {
 
 VariableSet Api::wanted(const HttpRequest& request) const {
     const std::vector<std::string> patterns = queryList(request.param("QUERY_STRING"), "vars");
-    const auto isLong = [](const std::string& pattern) { return pattern.size() > MAX_PATTERN; };
-    if (patterns.size() > MAX_PATTERNS || std::any_of(patterns.begin(), patterns.end(), isLong))
-        throw Problem(400, "vars has more or longer patterns than allowed");
+    const auto isWrong = [](const std::string& pattern) {
+        return pattern.size() > MAX_PATTERN || pattern.find('\0') != std::string::npos;
+    };
+    if (patterns.size() > MAX_PATTERNS || std::any_of(patterns.begin(), patterns.end(), isWrong))
+        throw Problem(400, "vars has more or longer patterns than allowed, or one with a zero character");
     if (patterns.empty())
         return values_.all();
     VariableSet numbers;
@@ -146,7 +149,7 @@ HttpAnswer Api::values(const HttpRequest& request) {
 
 HttpAnswer Api::patch(const HttpRequest& request) {
     Patch patch(values_, changes_, [this](VariableNumber number) { streams_.changed(number); });
-    Patch::Stored stored = patch.apply(request.body, unchangedSince(request));
+    Patch::Stored stored = patch.apply(request.body, unchangedSince(request, changes_));
     counters_.stored += stored.count;
     return {200, "application/json",
             "ETag: \"" + std::to_string(changes_.newest(stored.variables)) +

@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <set>
 #include <stdexcept>
 #include <vector>
 
@@ -26,11 +27,25 @@ struct Entry {
     CheckedSet value;
 };
 
-// Depth is limited while parsing: handling a deep value needs a stack frame for each level.
+// The names of all objects in the value.
+std::size_t countNames(const Json& value) {
+    std::size_t count = value.is_object() ? value.size() : 0;
+    if (value.is_structured())
+        for (const Json& part : value)
+            count += countNames(part);
+    return count;
+}
+
+// The limits hold while parsing: handling a deep value needs a stack frame for each level, and a name a
+// hundred bytes. Of a name that occurs twice the parser keeps the last value, and the others would never be
+// checked.
 Json parsed(const std::string& body) {
-    const auto limit = [](int depth, Json::parse_event_t, const Json&) {
+    std::size_t names = 0;
+    const auto limit = [&names](int depth, Json::parse_event_t event, const Json&) {
         if (depth > Patch::MAX_DEPTH)
             throw Problem(413, "The values are nested too deeply");
+        if (event == Json::parse_event_t::key && ++names > Patch::MAX_NAMES)
+            throw Problem(413, "At most " + std::to_string(Patch::MAX_NAMES) + " names fit into a request");
         return true;
     };
     Json document;
@@ -41,16 +56,18 @@ Json parsed(const std::string& body) {
     }
     if (!document.is_object())
         throw Problem(400, "The body is not an object of names and values");
-    if (document.size() > Patch::MAX_NAMES)
-        throw Problem(413, "At most " + std::to_string(Patch::MAX_NAMES) + " names fit into a request");
+    if (countNames(document) != names)
+        throw Problem(400, "The body has a name twice in the same object");
     return document;
 }
 
 class Errors {
 public:
+    // Throws like throwIfAny when the list is full.
     void add(const std::string& name, const Refusal& refusal, const Json& given) {
-        if (++count_ <= MOST_ERRORS)
-            list_ += (list_.empty() ? "" : ",") + refusalJson(name, refusal, &given);
+        list_ += (list_.empty() ? "" : ",") + refusalJson(name, refusal, &given);
+        if (++count_ == MOST_ERRORS)
+            throwIfAny();
     }
 
     void throwIfAny() const {
@@ -101,9 +118,12 @@ std::vector<Entry> checked(const Json& document) {
         check(name, value, errors);
     errors.throwIfAny();
     std::vector<Entry> entries;
+    std::set<std::string> names;
     for (const auto& [name, value] : document.items()) {
         entries.push_back({Reference::parse(name), {}});
         entries.back().value.add(name, value);
+        if (!names.insert(entries.back().reference.name()).second)
+            throw Problem(400, "The body has " + *names.find(entries.back().reference.name()) + " twice");
     }
     return entries;
 }
@@ -129,16 +149,8 @@ void requireUnchanged(const std::vector<Entry>& entries, const Changes& changes,
         throw Problem(412, "Nothing has been stored", changed);
 }
 
-// Stores one entry and returns the number of events that it posted.
-std::uint32_t store(const Entry& entry, std::string& failure) {
-    const std::uint64_t before = gServerConnection == nullptr ? 0 : gServerConnection->posted();
-    try {
-        entry.value.store();
-    } catch (const std::runtime_error& error) {
-        failure = error.what();
-    }
-    const std::uint64_t after = gServerConnection == nullptr ? 0 : gServerConnection->posted();
-    return static_cast<std::uint32_t>(after - before);
+std::uint64_t postedEvents() {
+    return gServerConnection == nullptr ? 0 : gServerConnection->posted();
 }
 
 } // namespace
@@ -152,12 +164,8 @@ Patch::Stored Patch::apply(const std::string& body, std::optional<std::uint64_t>
     for (const Entry& entry : entries) {
         const VariableNumber number = PresentValues::numberOf(entry.reference.variable);
         stored.variables.set(number);
-        const std::uint32_t events = store(entry, failure);
-        if (events == 0)
-            continue;
-        changes_.mark(number);
-        changes_.expectEchoes(number, events);
-        changed_(number);
+        if (const std::string reason = store(number, entry.value); failure.empty())
+            failure = reason;
     }
     if (!failure.empty())
         throw Problem(500, "The values are stored, but an event could not be posted: " + failure);
@@ -169,4 +177,22 @@ Patch::Stored Patch::apply(const std::string& body, std::optional<std::uint64_t>
     }
     stored.document += "}";
     return stored;
+}
+
+// Without an event the device's other processes do not learn of the change, but this process's clients do.
+std::string Patch::store(VariableNumber number, const CheckedSet& value) {
+    std::string failure;
+    const std::uint64_t before = postedEvents();
+    try {
+        value.store();
+    } catch (const std::runtime_error& error) {
+        failure = error.what();
+    }
+    const auto events = static_cast<std::uint32_t>(postedEvents() - before);
+    if (events == 0 && failure.empty()) // the value was there before
+        return failure;
+    changes_.mark(number);
+    changes_.expectEchoes(number, events);
+    changed_(number);
+    return failure;
 }

@@ -2,6 +2,7 @@
 
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/values/check.h"
+#include "apps/common/values/excerpt.h"
 
 #include <nlohmann/json.hpp>
 
@@ -63,7 +64,7 @@ void appendLimits(std::string& out, const Acceptance& acceptance) {
 
 std::string shown(const Json& given) {
     const std::string text = documentText(given);
-    return text.size() <= SHOWN_BYTES ? text : quoted(text.substr(0, SHOWN_BYTES) + "...");
+    return text.size() <= SHOWN_BYTES ? text : quoted(excerpt(text, SHOWN_BYTES));
 }
 
 } // namespace
@@ -81,7 +82,7 @@ HttpAnswer Problem::answer() const {
 
 std::string refusalJson(const std::string& name, const Refusal& refusal, const Json* given) {
     std::string error = "{";
-    append(error, "variable", quoted(name));
+    append(error, "variable", quoted(excerpt(name, SHOWN_BYTES)));
     append(error, "code", quoted(refusal.code()));
     if (given != nullptr)
         append(error, "given", shown(*given));

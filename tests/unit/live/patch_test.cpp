@@ -5,8 +5,37 @@
 #include "apps/live/problem.h"
 #include "tests/unit/introspection/fixture.h"
 
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <functional>
 #include <gmock/gmock.h>
+#include <limits>
+#include <new>
 #include <nlohmann/json.hpp>
+
+namespace {
+
+// Allocations until one fails, and all after it; negative for no limit.
+long gAllocations = -1;
+
+} // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* const memory = gAllocations == 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    gAllocations -= gAllocations > 0 ? 1 : 0;
+    return memory;
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -30,6 +59,24 @@ protected:
         for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
             bytes += memories.bytes(mem);
         return bytes;
+    }
+
+    // Applies the body with memory for so many allocations, and ends the process with 0 if nothing is stored.
+    // The JSON library's destructors end the process when they cannot allocate.
+    [[noreturn]] void applyWith(long allocations, const std::string& body) {
+        static std::function<void()> judge;
+        judge = [this, before = everything()] {
+            gAllocations = -1;
+            std::_Exit(everything() == before ? 0 : 1);
+        };
+        std::set_terminate([] { judge(); });
+        gAllocations = allocations;
+        try {
+            patch_.apply(body, std::nullopt);
+        } catch (const std::exception&) { // the connection is closed, or gets the problem
+        }
+        judge();
+        std::abort();
     }
 
     PresentValues values_;
@@ -71,6 +118,9 @@ TEST_F(PatchTest, RefusesWhatIsNoObjectOfValues) {
                                        {"[]", 400},
                                        {"{\"a\":1", 400},
                                        {"{\"a\":1e999}", 400},
+                                       {R"({"FocusTorque": 99, "FocusTorque": 1})", 400},
+                                       {R"({"FocusTorque": 1, "MemPersistent.FocusTorque": 1})", 400},
+                                       {R"({"FocusMotor": {"MotorTarget": 1, "MotorTarget": 1}})", 400},
                                        {"{\"DisplayBrightness\":" + deep, 413},
                                        {"{\"DisplayBrightness\":\"\xff\"}", 400}})
         EXPECT_EQ(apply(body).first, status) << body.substr(0, 40);
@@ -78,7 +128,26 @@ TEST_F(PatchTest, RefusesWhatIsNoObjectOfValues) {
     for (std::size_t i = 0; i <= Patch::MAX_NAMES; ++i)
         many[std::to_string(i)] = 1;
     EXPECT_EQ(apply(many.dump()).first, 413);
+    EXPECT_EQ(apply(Json{{"FocusMotor", many}}.dump()).first, 413);
     EXPECT_THAT(changed_, ElementsAre());
+}
+
+TEST_F(PatchTest, FaultsStoreNoPartOfAnInvalidBatch) {
+    const std::string valid = R"({"DisplayBrightness": 7, "MemLens.LensFileList[2]": {"LensFileName":
+        "a longer lens name", "LensFileValid": true}, "RadioRegionFlags": "0a0b0c"})";
+    const std::string invalid = valid.substr(0, valid.size() - 1) + R"(, "FocusTorque": 99})";
+    gAllocations = std::numeric_limits<long>::max();
+    apply(invalid);
+    const long all = std::numeric_limits<long>::max() - std::exchange(gAllocations, -1);
+    for (long count = 0; count < all; ++count)
+        ASSERT_EXIT(applyWith(count, invalid), testing::ExitedWithCode(0), "") << count << " allocations";
+    gServerConnection = nullptr;
+    const std::string before = everything();
+    EXPECT_EQ(apply(invalid).first, 422);
+    EXPECT_TRUE(everything() == before);
+    EXPECT_EQ(apply(valid).first, 500) << "no event can be posted";
+    EXPECT_EQ(get(Variable("DisplayBrightness")), "7");
+    EXPECT_EQ(changed_.size(), 3u) << "this process's clients get the changes";
 }
 
 // The code and a value that the leaf refuses with it.
