@@ -95,6 +95,9 @@ def test_refusals_are_problems(device):
         answer = device.http(path, method=method)
         assert (answer[0], answer[1]["Content-Type"]) == (status, "application/problem+json")
         assert json.loads(answer[2])["status"] == status
+    for value in range(10):  # the web server sends the next request on the refused one's connection
+        assert device.http(EVENTS + "?period=x")[0] == 400
+        assert change(device, {BRIGHTNESS: value})[0] == 200
 
 
 def test_other_sites_are_refused(device):
