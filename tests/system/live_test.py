@@ -3,10 +3,13 @@
 import contextlib
 import gzip
 import json
+import re
 
 import pytest
 from prometheus_client.openmetrics.parser import text_string_to_metric_families
 
+from api_test import JSON_ANSWERS, SCREEN, SET, TREE
+from app_test import FORM_TYPE
 from systemdevice import SystemDevice, wait_until
 
 VALUES, EVENTS, CATALOGUE = "/api/v2/values", "/api/v2/events", "/api/v2/catalogue"
@@ -140,6 +143,32 @@ def test_a_client_continues_and_notices_a_restart(device):
 
 def since_query(sequence):
     return f"vars={BRIGHTNESS}&since={sequence}"
+
+
+def version_1(device, change_brightness):
+    """Every header and byte of version 1's answers, besides times and the disk's free space; not the log, in which each
+    process has its lines.
+    """
+    for method, _, path, body in [*JSON_ANSWERS, ("GET", SCREEN, SCREEN, None)]:
+        status, headers, answer = device.http(path, body, method, **{"Content-Type": FORM_TYPE})
+        headers = [header for header in headers.items() if header[0] != "Date"]
+        yield path, status, headers, re.sub(rb'"space_available": \d+', b"", answer)
+    device.forget_changes()
+    with device.wait_for_update() as waiting:
+        change_brightness({"DisplayBrightness": 3})
+        yield waiting.answer().output
+    change_brightness({"DisplayBrightness": 11})
+    yield device.ask(TREE)
+
+
+def test_version_1_is_the_same_with_and_without_the_process(web_server):
+    with SystemDevice(**{web_server: True}) as without, SystemDevice(**{web_server: True, "live": True}) as beside, \
+            Stream(beside, "vars=*") as stream:
+        stream.next()
+        for alone, both in zip(
+                version_1(without, lambda values: without.ask(SET, json.dumps({"MemPersistent": values}).encode())),
+                version_1(beside, lambda values: change(beside, values)), strict=True):
+            assert both == alone
 
 
 def test_the_process_ends_with_the_broker(web_server):
