@@ -88,14 +88,16 @@ protected:
 constexpr auto BRIGHTNESS = gen::EventId::VarDisplayBrightnessChanged;
 
 TEST_F(PatchTest, StoresAllAndCountsEachChangeOnce) {
-    const auto [status, stored] = apply(R"({"DisplayBrightness": 7, "MemLens.LensFileList[2]":
-        {"LensFileName": "Prime 50", "LensFileValid": true}, "MemPersistent.ButtonBrightness": 0})");
+    const auto [status, stored] = apply(R"({"MemLens.LensFileList[2]": {"LensFileName": "Prime 50",
+        "LensFileValid": true}, "DisplayBrightness": 7, "MemPersistent.ButtonBrightness": 0})");
     EXPECT_EQ(status, 200) << stored;
     EXPECT_EQ(stored["MemPersistent.DisplayBrightness"], 7);
     EXPECT_EQ(stored["MemLens.LensFileList[2]"]["LensFileName"], "Prime 50");
     EXPECT_EQ(changed_.size(), 2u) << "a value that was there before is no change";
     const std::uint64_t last = changes_.last();
-    for (const Notify& event : events.take())
+    const std::vector<Notify> posted = events.take();
+    EXPECT_EQ(posted.front().id, BRIGHTNESS) << "values are stored in the order of their names";
+    for (const Notify& event : posted)
         EXPECT_FALSE(changes_.receive(event.id)) << "the broker returns the process's own events";
     EXPECT_EQ(changes_.last(), last);
     EXPECT_TRUE(changes_.receive(BRIGHTNESS));

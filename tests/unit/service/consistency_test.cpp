@@ -1,4 +1,5 @@
 #include "apps/common/introspection/store.h"
+#include "apps/live/presentvalues.h"
 #include "apps/web/service/variables/variabletree.h"
 #include "tests/unit/introspection/fixture.h"
 
@@ -7,7 +8,7 @@
 #include <thread>
 
 // A thread stands for another process: it stores two values of a variable in turn, without a pause, while the
-// service prints the variable. docs/consistency.md says what may be printed.
+// service and the process for version 2 print the variable. docs/consistency.md says what may be printed.
 
 namespace {
 
@@ -40,9 +41,11 @@ bool isOldOrNew(const Json& printed, const Json& one, const Json& other) {
 
 class Consistency : public testing::Test {
 protected:
+    // By both processes.
     Json printed(const Variable& variable) {
         const Json json = Json::parse(tree_.variable(variable.mem, variable.var));
-        return json.is_array() ? json : json.at("value");
+        return {json.is_array() ? json : json.at("value"),
+                Json::parse(values_.text(variable.row().event.id))};
     }
     char* field(const Variable& variable) { return memories_.base(variable.mem) + variable.row().location; }
 
@@ -81,6 +84,7 @@ protected:
 
     Memories memories_;
     VariableTree tree_;
+    PresentValues values_;
 };
 
 TEST_F(Consistency, ValuesOfUpTo32BitsAreOldOrNew) {
