@@ -37,6 +37,7 @@ void assign(HwInfo& info, const std::string& assignment) {
         EXPECT_TRUE(!isTaken || (isFound && info.write(name + "=" + text))); // what was read can be written
         const bool isText = isFound && !info.read(name.c_str(), number);
         EXPECT_EQ(info.write(name.c_str(), text.c_str(), LONGEST), isText);
+        EXPECT_EQ(info.write(name.c_str(), number), isFound && !isText);
     } catch (const std::runtime_error&) {
         EXPECT_FALSE(isTaken); // private
     }

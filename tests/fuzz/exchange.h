@@ -16,16 +16,7 @@ struct Exchange {
     /// The content of the answer's records behind the default header. Empties the broker's socket.
     std::string answer() {
         static const std::string HEADER = "Content-type: application/json\r\n\r\n";
-        std::string text;
-        const std::string bytes = records::received(ends[1]);
-        for (std::size_t at = 0; at + 8 <= bytes.size();) {
-            const auto byte = [&](std::size_t i) {
-                return std::size_t{static_cast<unsigned char>(bytes[at + i])};
-            };
-            const std::size_t length = byte(4) * 256 + byte(5);
-            text += byte(1) == Request::Stdout ? bytes.substr(at + 8, length) : "";
-            at += 8 + length + byte(6);
-        }
+        const std::string text = records::content(records::received(ends[1]));
         events.take();
         EXPECT_TRUE(text.empty() || text.starts_with(HEADER)) << text;
         return text.substr(std::min(HEADER.size(), text.size()));

@@ -4,6 +4,7 @@
 #include "apps/common/diagnostics/logwriter.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
 #include <utility>
@@ -16,6 +17,7 @@ gen::LogLevel logLevel = gen::Warn;
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     GTEST_FLAG_SET(break_on_failure, true);
+    std::signal(SIGTRAP, [](int) { std::abort(); }); // libFuzzer keeps the input after SIGABRT only
     logWriter().setDevice("/dev/null");
     gComponentLogLevel = &logLevel;
     return 0;

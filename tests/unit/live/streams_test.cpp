@@ -46,17 +46,7 @@ protected:
     }
 
     // The events' text without the records' headers.
-    static std::string text(int fd) {
-        std::string out;
-        const std::string bytes = received(fd);
-        for (std::size_t at = 0; at + 8 <= bytes.size();) {
-            const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
-            const std::size_t length = static_cast<std::size_t>(byte(4)) << 8 | byte(5);
-            out += bytes.substr(at + 8, length);
-            at += 8 + length + byte(6);
-        }
-        return out;
-    }
+    static std::string text(int fd) { return content(received(fd)); }
 
     std::string message(std::uint64_t id, const std::string& data) const {
         return "id: " + std::to_string(id) + "\ndata: {" + data + "}\n\n";
@@ -137,7 +127,6 @@ TEST_F(StreamsTest, PeriodAndHeartbeat) {
 TEST_F(StreamsTest, ASlowClientGetsTheLatestValuesAndNobodyWaits) {
     const int slow = open({values_.all()});
     const int fast = open({both_});
-    std::string slowText;
     for (int i = 1; i <= 20000; ++i) {
         change(i % 2 == 0 ? BRIGHTNESS : BUTTONS, i % 11);
         turn();
@@ -145,11 +134,13 @@ TEST_F(StreamsTest, ASlowClientGetsTheLatestValuesAndNobodyWaits) {
     }
     EXPECT_LT(Output::held(), 200000u);
     EXPECT_GT(counters_.late, 0u);
-    for (std::string piece = text(slow); !piece.empty(); piece = text(slow)) {
-        slowText += piece;
+    std::string bytes;
+    for (std::string piece = received(slow); !piece.empty(); piece = received(slow)) {
+        bytes += piece;
         poll_.wait(0, true);
         turn();
     }
+    const std::string slowText = content(bytes);
     const auto lastOf = [&](const std::string& name) {
         return slowText.substr(slowText.rfind(name) + name.size(), 3);
     };

@@ -3,6 +3,7 @@
 #include "apps/web/service/fcgi.h"
 #include "apps/web/service/request.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -52,6 +53,32 @@ const std::string END_RECORD = std::string("\1\3\0\1\0\10\0\0", 8) + std::string
 
 inline std::ptrdiff_t openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// The text that records carry to standard output, without their headers.
+inline std::string content(std::string_view bytes) {
+    std::string text;
+    while (bytes.size() >= 8) {
+        const auto byte = [&](std::size_t i) { return std::size_t{static_cast<unsigned char>(bytes[i])}; };
+        const std::size_t length = byte(4) * 256 + byte(5);
+        text += byte(1) == 6 ? bytes.substr(8, length) : "";
+        bytes.remove_prefix(std::min(bytes.size(), 8 + length + byte(6)));
+    }
+    return text;
+}
+
+/// Makes a listening local socket the standard input, as systemd passes it.
+inline sockaddr_un listenOnStandardInput() {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    static int count = 0; // a child of the test before may still have its socket
+    std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "webservice-test-%i-%i", getpid(),
+                  ++count);
+    close(STDIN_FILENO); // the next descriptor takes its place
+    EXPECT_EQ(socket(AF_UNIX, SOCK_STREAM, 0), STDIN_FILENO);
+    EXPECT_EQ(bind(STDIN_FILENO, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(STDIN_FILENO, 10), 0);
+    return address;
 }
 
 /// A listener in this process and its clients. On a local socket, sent bytes have arrived when send returns.
@@ -111,20 +138,6 @@ protected:
         else
             request.end();
     };
-
-private:
-    static sockaddr_un listenOnStandardInput() {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        static int count = 0; // a child of the test before may still have its socket
-        std::snprintf(address.sun_path + 1, sizeof(address.sun_path) - 1, "webservice-test-%i-%i", getpid(),
-                      ++count);
-        close(STDIN_FILENO); // the next descriptor takes its place
-        EXPECT_EQ(socket(AF_UNIX, SOCK_STREAM, 0), STDIN_FILENO);
-        EXPECT_EQ(bind(STDIN_FILENO, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(STDIN_FILENO, 10), 0);
-        return address;
-    }
 };
 
 } // namespace records
