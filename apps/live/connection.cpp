@@ -146,10 +146,12 @@ void Connection::freeBody() {
 void Connection::refuse(int status) {
     keep_ = false;
     isReceiving_ = false;
+    const std::string reason = reasonPhrase(status);
     answer({status,
             "application/problem+json",
             {},
-            R"({"status":)" + std::to_string(status) + R"(,"title":")" + reasonPhrase(status) + R"("})"});
+            R"({"type":"about:blank","title":")" + reason + R"(","status":)" + std::to_string(status) +
+                R"(,"detail":"The body is too large, or too many are under way"})"});
 }
 
 void Connection::complete() {

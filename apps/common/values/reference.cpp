@@ -104,8 +104,6 @@ const MemberDescriptor* memberOf(const Reference& reference, std::string_view na
 }
 
 bool matches(const std::string& pattern, const VariableId& variable) {
-    if (pattern.find('\0') != std::string::npos) // fnmatch would end there
-        return false;
     const bool isFull = pattern.find('.') != std::string::npos;
     const std::string name = isFull ? variable.name() : variable.descriptor().name;
     return fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
