@@ -4,10 +4,10 @@
 #include "apps/common/introspection/jsonstring.h"
 #include "apps/common/introspection/valueconversion.h"
 #include "apps/common/values/checkedset.h"
+#include "apps/common/values/readablevalue.h"
 #include "apps/live/changes.h"
 #include "apps/live/presentvalues.h"
 #include "apps/live/problem.h"
-#include "apps/live/readablevalue.h"
 
 #include <nlohmann/json.hpp>
 

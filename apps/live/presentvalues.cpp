@@ -1,7 +1,7 @@
 #include "apps/live/presentvalues.h"
 
+#include "apps/common/values/readablevalue.h"
 #include "apps/live/hash.h"
-#include "apps/live/readablevalue.h"
 
 #include <cstring>
 

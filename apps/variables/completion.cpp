@@ -1,6 +1,7 @@
 #include "apps/variables/completion.h"
 
 #include "apps/common/introspection/structures.h"
+#include "apps/common/introspection/valueconversion.h"
 #include "apps/common/values/check.h"
 #include "apps/common/values/reference.h"
 #include "apps/common/values/refusal.h"
@@ -37,7 +38,24 @@ Texts members(const std::string& name) {
     return found;
 }
 
+// Of an array, "LensFileList[0]", "LensFileList[1]"...
+Texts elements(const std::string& name) {
+    const std::optional<Reference> reference = referenceOf(name);
+    if (!reference || reference->variable.descriptor().baseType != BaseStruct ||
+        reference->variable.descriptor().isArray == 0)
+        return {};
+    Texts found;
+    for (std::uint32_t i = 0; i < structureCount(reference->variable.descriptor()); ++i)
+        found.push_back(std::string(name).append("[").append(std::to_string(i)).append("]"));
+    return found;
+}
+
 Texts names(const std::string& start) {
+    const std::size_t open = start.find('[');
+    if (open != std::string::npos && start.find(']') == std::string::npos)
+        return elements(start.substr(0, open));
+    if (start.ends_with(']'))
+        return withPrefix(start + ".", members(start));
     const std::size_t dot = start.rfind('.');
     Texts found = dot == std::string::npos
                       ? Texts()
@@ -72,7 +90,7 @@ Texts assignments(const std::string& start) {
     }
     Texts found = names(start);
     for (std::string& name : found)
-        name += name.back() == '.' ? "" : "=";
+        name += name.back() == '.' || name.back() == ']' ? "" : "=";
     return found;
 }
 

@@ -3,6 +3,8 @@
 #include "apps/common/event/brokersocket.h"
 #include "gen/code/gen.h"
 
+#include <stdexcept>
+
 /// The connection to the message broker while a command needs it. Throws what connectApart throws.
 class Connection {
 public:
@@ -14,6 +16,12 @@ public:
     ServerConnection* operator->() { return &connection_; }
 
     bool isVirtualDevice() const { return isVirtualDevice_; }
+
+    /// Throws std::runtime_error if the broker has closed the connection.
+    void requireOpen() const {
+        if (!connection_.isOpen())
+            throw std::runtime_error("The message broker has closed the connection");
+    }
 
 private:
     explicit Connection(Descriptor socket)

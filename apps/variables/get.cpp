@@ -1,4 +1,4 @@
-#include "apps/common/values/plainvalue.h"
+#include "apps/common/values/readablevalue.h"
 #include "apps/common/values/variablejson.h"
 #include "apps/variables/commands.h"
 
@@ -8,11 +8,15 @@
 
 namespace {
 
+std::string plainText(const Reference& reference) {
+    return readableValue(reference, *reference.variable.descriptor().memory);
+}
+
 // As the web API prints it, which has no form for a single member.
 std::string webValue(const Reference& reference) {
     const auto [mem, var] = reference.variable;
     if (reference.member != nullptr)
-        return plainValue(reference);
+        return plainText(reference);
     if (reference.element)
         return valueJson(mem, var, static_cast<int>(*reference.element));
     std::string text;
@@ -22,7 +26,7 @@ std::string webValue(const Reference& reference) {
 
 // Texts without quotes, for shell scripts.
 std::string bareValue(const Reference& reference) {
-    const std::string text = plainValue(reference);
+    const std::string text = plainText(reference);
     const nlohmann::json value = nlohmann::json::parse(std::string_view(text), nullptr, false);
     return value.is_string() ? value.get<std::string>() : text;
 }

@@ -1,8 +1,9 @@
 #include "apps/common/introspection/introspection.h"
 #include "apps/common/introspection/jsonstring.h"
+#include "apps/common/introspection/valueconversion.h"
 #include "apps/common/introspection_enum/introspection_enum.h"
 #include "apps/common/values/excerpt.h"
-#include "apps/common/values/plainvalue.h"
+#include "apps/common/values/readablevalue.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/table.h"
 #include "gen/code/descriptions_gen.h"
@@ -55,17 +56,37 @@ std::string aboutText(const VariableId& id) {
     return text + (text.empty() || about.empty() ? "" : ". ") + about;
 }
 
+std::string valueText(const VariableId& id, std::optional<std::uint32_t> element = std::nullopt) {
+    return readableValue({id, element, nullptr}, *id.descriptor().memory);
+}
+
+// The start of the value. The elements of an array behind the shown bytes are not printed at all.
+std::string shortValue(const VariableId& id) {
+    const VariableDescriptor& variable = id.descriptor();
+    if (variable.baseType != BaseStruct || variable.isArray == 0)
+        return excerpt(valueText(id), SHOWN_BYTES);
+    const std::uint32_t count = structureCount(variable);
+    std::string text = "[";
+    for (std::uint32_t i = 0; i < count && text.size() <= SHOWN_BYTES; ++i)
+        (text += i == 0 ? "" : ",") += valueText(id, i);
+    return excerpt(text + "]", SHOWN_BYTES);
+}
+
 void addRow(Table& table, const VariableId& id, bool isLong) {
     const VariableDescriptor& variable = id.descriptor();
-    std::vector<std::string> cells{id.name(), typeText(variable), boundsText(id)};
+    std::vector<std::string> cells;
+    cells.reserve(isLong ? 7 : 4);
+    cells.push_back(id.name());
+    cells.push_back(typeText(variable));
+    cells.push_back(boundsText(id));
     if (isLong) {
         cells.push_back(std::to_string(variable.event.id));
         cells.push_back(std::to_string(variable.location) + "+" + std::to_string(variable.size));
     }
-    cells.push_back(excerpt(plainValue({id, std::nullopt, nullptr}), SHOWN_BYTES));
+    cells.push_back(shortValue(id));
     if (isLong)
         cells.push_back(aboutText(id));
-    table.add(cells);
+    table.add(std::move(cells));
 }
 
 void printTable(const std::vector<VariableId>& variables, bool isLong) {
@@ -127,7 +148,7 @@ std::string jsonRow(const VariableId& id, bool isLong) {
     }
     if (isLong)
         appendPlace(row, id);
-    appendValue(row, "value", plainValue({id, std::nullopt, nullptr}));
+    appendValue(row, "value", valueText(id));
     return row + "}";
 }
 

@@ -61,7 +61,7 @@ int diffOnDevice(const DiffOptions& options) {
     try {
         return options.other.empty() ? onDevice(diff, options) : diff(options);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "variables: %s\n", error.what());
+        std::fprintf(stderr, "variables: %s\n", withoutPlace(error.what()).c_str());
         return 2;
     }
 }
@@ -147,8 +147,7 @@ void addSnapshotCommands(std::vector<Command>& all, Options& options) {
         .required("FILE", Words::Files, options.snapshot.file)
         .several("PATTERN", Words::Names, options.snapshot.patterns);
     all.emplace_back(
-           "diff", "Print what differs between a snapshot and the device or another snapshot",
-           [&] { return diffOnDevice(options.diff); })
+           "diff", "Print what differs from a snapshot", [&] { return diffOnDevice(options.diff); })
         .required("FILE", Words::Files, options.diff.file)
         .optional("FILE", Words::Files, options.diff.other);
     all.emplace_back("restore", "Store the values of a snapshot that differ",
@@ -177,7 +176,7 @@ int main(int argc, char** argv) {
         flushOutput();
         return status;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "variables: %s\n", error.what());
+        std::fprintf(stderr, "variables: %s\n", withoutPlace(error.what()).c_str());
         return 1;
     }
 }

@@ -99,8 +99,7 @@ private:
 
 // Waits for events, at most until `end`. Returns false at the end and when the process has to terminate.
 bool receive(Connection& connection, Steady::time_point end) {
-    if (!connection->isOpen())
-        throw std::runtime_error("The message broker has closed the connection");
+    connection.requireOpen();
     const auto remaining =
         std::chrono::ceil<std::chrono::milliseconds>(std::min<Steady::duration>(end - Steady::now(), TURN));
     if (remaining.count() <= 0)
@@ -129,8 +128,9 @@ bool subscribe(Connection& connection, const Recorder& recorder) {
 int record(const RecordOptions& options) {
     if (!options.isForced && access(options.file.c_str(), F_OK) == 0)
         throw std::runtime_error(options.file + " exists; --force replaces it");
-    Recorder recorder(options.file, matchingVariables(options.patterns));
-    Connection connection;
+    const std::vector<VariableId> variables = matchingVariables(options.patterns);
+    Connection connection; // before an existing file is replaced
+    Recorder recorder(options.file, variables);
     connection->handler = &recorder;
     if (!subscribe(connection, recorder))
         return 1;

@@ -1,4 +1,5 @@
 #include "apps/common/introspection/store.h"
+#include "apps/common/values/excerpt.h"
 #include "apps/variables/commands.h"
 #include "apps/variables/connection.h"
 #include "apps/variables/recording/reader.h"
@@ -25,6 +26,8 @@ constexpr std::chrono::seconds SEND_LIMIT{30};
 // other processes can read each value.
 constexpr std::chrono::milliseconds LATENESS{1};
 constexpr std::size_t WORD = 4;
+constexpr std::size_t SHOWN_BYTES = 100; // of a variable's description
+constexpr double LONGEST_MICROSECONDS = 1e15;
 
 // Reads the whole recording. Returns the number of its entries up to `from`, which includes the start values.
 // Throws std::runtime_error before anything is stored if the recording cannot be played.
@@ -48,13 +51,20 @@ std::uint64_t check(Reader& reader, const ReplayOptions& options) {
     return early;
 }
 
+// Nothing in a file changes the terminal's state.
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
+}
+
 void listMissing(const Reader& reader) {
     if (!reader.isOfThisCatalogue())
         std::fputs("variables: The recording was made with another catalogue\n", stderr);
     for (const Recorded& recorded : reader.variables())
         if (!recorded.variable)
             std::fprintf(stderr, "variables: not played, because this device does not have it: %s\n",
-                         recorded.description.c_str());
+                         printable(excerpt(recorded.description, SHOWN_BYTES)).c_str());
 }
 
 // Stores words by themselves, so that other processes read the old or the new value of a number. Returns
@@ -73,8 +83,8 @@ bool storeValue(const Recorded& recorded) {
 }
 
 Steady::duration scaled(microseconds time, double speed) {
-    return std::chrono::duration_cast<Steady::duration>(
-        std::chrono::duration<double, std::micro>(static_cast<double>(time.count()) / speed));
+    return std::chrono::duration_cast<Steady::duration>(std::chrono::duration<double, std::micro>(
+        std::min(static_cast<double>(time.count()) / speed, LONGEST_MICROSECONDS)));
 }
 
 // Returns false if the process has to terminate before that.
@@ -99,7 +109,7 @@ void storeStart(const Reader& reader) {
 
 // Posts each event, also of a value that the device has already. Returns false if the process has to
 // terminate.
-bool play(Reader& reader, const ReplayOptions& options, std::uint64_t early) {
+bool play(Reader& reader, const Connection& connection, const ReplayOptions& options, std::uint64_t early) {
     Entry entry;
     reader.rewind();
     for (std::uint64_t i = 0; i < early; ++i)
@@ -111,6 +121,7 @@ bool play(Reader& reader, const ReplayOptions& options, std::uint64_t early) {
         const Steady::time_point due = start + scaled(entry.time - options.from, options.speed);
         if (!waitUntil(due))
             return false;
+        connection.requireOpen();
         start += std::max(Steady::now() - due - LATENESS, Steady::duration(0));
         if (!recorded.variable)
             continue;
@@ -123,6 +134,8 @@ bool play(Reader& reader, const ReplayOptions& options, std::uint64_t early) {
 } // namespace
 
 int replay(const ReplayOptions& options) {
+    if (options.to && *options.to < options.from)
+        throw std::runtime_error("--to is before --from");
     Reader reader(options.file);
     const std::uint64_t early = check(reader, options);
     listMissing(reader);
@@ -132,7 +145,7 @@ int replay(const ReplayOptions& options) {
     connection->sendLimit = SEND_LIMIT;
     std::printf("Playing %s\n", options.file.c_str());
     std::fflush(stdout);
-    while (play(reader, options, early) && options.isLoop && waitUntil(Steady::now() + PAUSE)) {
+    while (play(reader, connection, options, early) && options.isLoop && waitUntil(Steady::now() + PAUSE)) {
     }
     return 0;
 }

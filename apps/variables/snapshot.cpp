@@ -4,11 +4,25 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+// The file to which symbolic links lead. A device or a pipe would be replaced by a file.
+std::string placeOf(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) < 0)
+        return path;
+    if (!S_ISREG(status.st_mode))
+        throw std::runtime_error(path + " is not a regular file");
+    const std::unique_ptr<char, decltype(&std::free)> place(realpath(path.c_str(), nullptr), std::free);
+    return place == nullptr ? path : place.get();
+}
 
 // A full disk or a power cut leaves the old file or the new one.
 void store(const std::string& path, const std::string& text) {
@@ -40,9 +54,9 @@ int snapshot(const SnapshotOptions& options) {
     const std::vector<VariableId> variables = matchingVariables(options.patterns);
     if (!options.isForced && access(options.file.c_str(), F_OK) == 0)
         throw std::runtime_error(options.file + " exists; --force replaces it");
-    if (isUpToDate(options.file, variables))
-        return 0;
-    store(options.file, snapshotText(variables));
+    const std::string place = placeOf(options.file);
+    if (!isUpToDate(place, variables))
+        store(place, snapshotText(variables));
     return 0;
 }
 

@@ -1,5 +1,5 @@
 #include "apps/common/introspection/introspection.h"
-#include "apps/common/values/plainvalue.h"
+#include "apps/common/values/readablevalue.h"
 #include "apps/variables/assignment.h"
 #include "apps/variables/clock.h"
 #include "apps/variables/commands.h"
@@ -45,10 +45,8 @@ public:
 
 private:
     void printChange(const Reference& leaf) {
-        std::string old;
-        std::string value;
-        appendPlainValue(old, leaf, printed_[leaf.variable.mem].data());
-        appendPlainValue(value, leaf, present_[leaf.variable.mem].data());
+        const std::string old = readableValue(leaf, printed_[leaf.variable.mem].data());
+        const std::string value = readableValue(leaf, present_[leaf.variable.mem].data());
         if (old != value)
             print(leaf.name(), old, value);
     }
@@ -86,7 +84,7 @@ public:
     bool isMet() const {
         if (!isGiven_)
             return false;
-        const std::string text = plainValue(reference_);
+        const std::string text = readableValue(reference_, *reference_.variable.descriptor().memory);
         const nlohmann::json present = nlohmann::json::parse(std::string_view(text), nullptr, false);
         if (present.is_number_float() || value_.is_number_float())
             return present.is_number() && present.get<float>() == value_.get<float>();
@@ -121,8 +119,7 @@ int watch(const WatchOptions& options) {
     while (!condition.isMet()) {
         if ((end && Steady::now() >= *end) || !flushOutput())
             return condition.isGiven() ? 1 : 0;
-        if (!connection->isOpen())
-            throw std::runtime_error("The message broker has closed the connection");
+        connection.requireOpen();
         if (gen::getEventPoll().wait(remainingMs(end), false) == EventPoll::Terminate)
             return condition.isGiven() ? 1 : 0;
     }

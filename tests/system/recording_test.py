@@ -1,9 +1,14 @@
 """Recordings made and played by the variables tool, read by the example of docs/recording.py."""
 
+import contextlib
+import os
+import pty
 import random
+import re
 import signal
 import subprocess
 import sys
+import zlib
 from pathlib import Path
 
 import pytest
@@ -14,7 +19,7 @@ from systemdevice import SystemDevice, wait_until
 
 sys.path.append(str(Path(__file__).resolve().parents[2] / "docs"))
 
-from recording import entries  # pylint: disable=wrong-import-position
+from recording import entries, frames  # pylint: disable=wrong-import-position
 
 VARIABLES = 816
 
@@ -108,6 +113,37 @@ def test_files_that_cannot_be_used_are_refused(killed, tmp_path):
         file.write_bytes(content[:-1000] + bytes(1000))
         status, _, error = end(start(device, "replay", str(file)))
         assert status == 1 and f"{file}: the recording is damaged after" in error
+
+
+def test_what_the_device_does_not_have_is_listed_and_the_rest_played(killed, tmp_path):
+    def sum_of(content):
+        return zlib.crc32(content).to_bytes(4, "little")
+
+    old, file = next(frames(killed.read_bytes())), tmp_path / "other"
+    new = re.sub(b"catalogue .", b"catalogue -", old).replace(b".FocusTorque int", b".Focus\x1borque int")
+    file.write_bytes(killed.read_bytes().replace(old + sum_of(old), new + sum_of(new)))
+    with SystemDevice(service=False) as device:
+        assert end(start(device, "replay", "--speed", "100", str(file)))[2].splitlines()[:2] == [
+            "variables: The recording was made with another catalogue",
+            "variables: not played, because this device does not have it: MemPersistent.Focus?orque int 4"]
+        assert end(start(device, "record", str(tmp_path / "again"), "--for", "0"))[0] == 0
+    assert state(read(tmp_path / "again")) == state(read(killed))
+
+
+def test_a_terminal_shows_the_size_and_rate_of_a_recording(tmp_path):
+    line, shown = r"00:0\d:\d\d  [1-9]\d* changes  0\.\d MB  \d+\.\d kB/s", ""
+    screen, terminal = pty.openpty()
+    with SystemDevice(simulation=(), service=False) as device:
+        with subprocess.Popen(device.command("variables", "record", "--for", "2m", str(tmp_path / "file")),
+                              env=device.environment(), stdout=terminal, stderr=terminal) as recorder:
+            os.close(terminal)
+            with contextlib.suppress(OSError):  # at the end of the recorder
+                while text := os.read(screen, 1000):
+                    shown += text.decode()
+                    if re.search(rf"\r{line}\x1b\[K", shown):
+                        recorder.send_signal(signal.SIGINT)
+    os.close(screen)
+    assert recorder.returncode == 0 and re.search(rf"\r{line}\x1b\[K.*\r\x1b\[K{line}\r\n$", shown), shown
 
 
 def test_a_device_plays_a_recording_instead_of_the_simulation(killed):

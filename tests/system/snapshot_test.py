@@ -1,6 +1,7 @@
 """Snapshots of the variables tool: taken, compared, restored."""
 
 import json
+import os
 import subprocess
 
 import pytest
@@ -11,18 +12,19 @@ CHANGES = {"MemPersistent.FocusTorque": "4", "MemPersistent.KnobColor": "Magenta
 
 
 @pytest.fixture(name="run")
-def run_tool(device):
+def run_tool(device, tmp_path):
     def run(*words):
         """Exit status, standard output and standard error of the tool."""
         result = subprocess.run(device.command("variables", *(str(word) for word in words)), env=device.environment(),
-                                capture_output=True, text=True, check=False, timeout=120, stdin=subprocess.DEVNULL)
+                                capture_output=True, text=True, check=False, timeout=120, stdin=subprocess.DEVNULL,
+                                cwd=tmp_path)
         return result.returncode, result.stdout, result.stderr
     return run
 
 
 def test_values_are_those_of_the_web_api_in_order(device, run, tmp_path):
     file = tmp_path / "all.json"
-    assert run("snapshot", file) == (0, "", "")
+    assert run("snapshot", file.name) == (0, "", "")
     tree = json.loads(device.ask("/api/v1/all.cgi"))["variables"]
     snapshot = json.loads(file.read_text())
     def plain(value):
@@ -76,4 +78,6 @@ def test_other_files_are_no_snapshots(run, tmp_path):
                  '{"snapshot": 1, "memories": {"M": {"v": %s}}}' % ("[" * 100000 + "]" * 100000), "[" * 1000000):
         file.write_text(text)
         assert run("diff", file) == (2, "", f"variables: {file}: this is not a snapshot of version 1\n")
+    os.mkfifo(tmp_path / "pipe")
+    assert run("snapshot", "--force", "pipe") == (1, "", "variables: pipe is not a regular file\n")
     assert run("diff", tmp_path / "none") == (2, "", f"variables: {tmp_path / 'none'}: No such file or directory\n")

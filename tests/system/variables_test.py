@@ -97,7 +97,9 @@ def test_changes_are_printed_until_a_value_is_there(device):
 @pytest.mark.parametrize("typed, completed", [
     ("wat\t", "variables watch "), ("list --lo\t", "list --long "), ("set RadioBo\tt\t", "set RadioBoost=true "),
     ("set MemPersistent.DisplayUnit=M\t", "MemPersistent.DisplayUnit=Meter "), ("get MemPersi\t", "MemPersistent."),
-    ("get 'LensFileList[2].LensFileN\t", "'LensFileList[2].LensFileName"), ("watch --until=DisplayUnit=Fe\t", "=Feet ")])
+    ("get 'LensFileList[2].LensFileN\t", "'LensFileList[2].LensFileName"),
+    ("set LensFileList[99\t.LensFileN\t", "[99].LensFileName="),
+    ("watch --until=DisplayUnit=Fe\t", "=Feet ")])
 def test_bash_completes_commands_names_and_entries(device, typed, completed):
     """In a terminal, because bash itself decides where words begin."""
     terminal, end = pty.openpty()
@@ -150,11 +152,31 @@ def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
     assert statuses[-1] == 0 and len(statuses) > 100
 
 
-def test_reading_works_without_a_broker():
-    with SystemDevice(service=False) as device:
-        device.end("broker")
+def test_texts_that_are_not_utf8_are_refused_and_hide_nothing(device):
+    assert run(device, "set", "ProductName=a\udcff") == (
+        1, "", 'variables: ProductName takes a text of UTF-8, not "a\\ufffd"\nNothing has been stored.\n')
+    place = json.loads(run(device, "list", "--json", "--long", "ProductName")[1])[0]["location"]
+    with (start(device, "watch", "--until", "ProductName=a?") as watch,
+          open(device.segment("MemPersistent"), "r+b") as memory):
+        memory.seek(4 + place)
+        memory.write(b"a\xff\0")
+        memory.flush()
+        assert watch.wait(120) == 0
+    assert run(device, "get", "ProductName") == (0, "a?\n", "")
+    assert run(device, "list")[1].count("\n") == 817
+    run(device, "set", "ProductName=Lens Control")
+
+
+@pytest.mark.parametrize("how, reason", [(signal.SIGTERM, "No such file or directory"),
+                                         (signal.SIGKILL, "Connection refused")])  # its socket stays
+def test_reading_works_without_a_broker(how, reason, tmp_path):
+    file = tmp_path / "recording"
+    file.write_text("an older one")
+    with SystemDevice(service=False, may_fail={"broker"}) as device:
+        device.end("broker", how)
         missing = "variables: The message broker is not running; the values may be out of date\n"
         assert run(device, "get", "FocusTorque") == (0, "2\n", missing)
-        assert run(device, "set", "FocusTorque=3") == (
-            1, "", "variables: The message broker cannot be reached: No such file or directory\n")
+        unreached = (1, "", f"variables: The message broker cannot be reached: {reason}\n")
+        assert run(device, "set", "FocusTorque=3") == run(device, "record", "--force", str(file)) == unreached
+        assert file.read_text() == "an older one"
         assert run(device, "get", "FocusTorque") == (0, "2\n", missing)

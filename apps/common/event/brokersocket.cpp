@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <poll.h>
 #include <semaphore.h>
 #include <stdexcept>
@@ -105,8 +104,9 @@ int connectToBroker(int fd) {
 }
 
 bool isBrokerMissing() {
-    const Descriptor place(open(SOCKET_PATH, O_PATH | O_CLOEXEC));
-    return !place.isOpen() && errno == ENOENT;
+    // The broker's stream socket refuses a datagram socket, with another error than a path without a process.
+    const Descriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    return connectToBroker(probe.get()) < 0 && (errno == ENOENT || errno == ECONNREFUSED);
 }
 
 Descriptor connectApart(std::chrono::milliseconds patience) {

@@ -11,8 +11,7 @@ constexpr const char* BROKER_SEMAPHORE = "/message-broker-ready";
 /// connect(2) returns, with errno.
 int connectToBroker(int fd);
 
-/// Whether the broker's socket does not exist. Does not connect, so the socket of a killed broker counts as
-/// there.
+/// Whether no process listens at the broker's socket. Does not connect.
 bool isBrokerMissing();
 
 /// Returns a new connection to the broker, made by a child process in a session of its own: a process that is

@@ -39,6 +39,6 @@ bool moveFile(const std::string& from, const std::string& to) {
     if (rename(from.c_str(), to.c_str()) < 0)
         return false;
     const std::string folder = to.substr(0, to.rfind('/') + 1);
-    const Descriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor fd(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return fsync(fd.get()) == 0;
 }

@@ -61,8 +61,18 @@ const std::string& requireString(const std::string& name, const char* expected, 
     return value.get_ref<const std::string&>();
 }
 
+bool isUtf8(const Json& text) {
+    try {
+        return !text.dump().empty();
+    } catch (const Json::type_error&) {
+        return false;
+    }
+}
+
 std::string stringText(const Acceptance& acceptance, const std::string& name, const Json& value) {
     const std::string& text = requireString(name, "a text", value);
+    if (!isUtf8(value))
+        refuseType(name, "a text of UTF-8", value);
     if (text.find('\0') != std::string::npos)
         refuseType(name, "a text without zero characters", value);
     requireLength(text.size(), acceptance.capacity - 1, "bytes", name);

@@ -1,4 +1,4 @@
-#include "apps/live/readablevalue.h"
+#include "apps/common/values/readablevalue.h"
 
 #include "apps/common/introspection/structures.h"
 #include "apps/common/values/plainvalue.h"
