@@ -30,7 +30,8 @@ class Description:
                    if re.fullmatch(re.sub(r"\\{\w+\\}", "[^/]+", re.escape(known)), path.partition("?")[0])]
         assert fitting[0] == template
         status, received, answer = device.http(path, body, method, **headers)
-        described = self._paths[template][method.lower()]["responses"][str(status)]
+        responses = self._paths[template][method.lower()]["responses"]
+        described = responses.get(str(status), responses["default"])
         if "$ref" in described:
             described = self._components["responses"][described["$ref"].rpartition("/")[2]]
         kind = received.get("Content-Type", "").partition(";")[0]

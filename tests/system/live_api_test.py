@@ -6,6 +6,7 @@ import json
 import pytest
 
 from description import Description
+from systemdevice import wait_until
 
 DESCRIPTION = Description("openapi-v2.json")
 VALUES, CATALOGUE, EVENTS = "/api/v2/values", "/api/v2/catalogue", "/api/v2/events"
@@ -32,6 +33,7 @@ def device_options():
     (422, "PATCH", VALUES, VALUES, b'{"MemPersistent.DisplayBrightness": 11, "MemPersistent.KnobAssignment": "Knob",'
      b' "No": 1, "MemPersistent.ProductName": "0123456789012345678901234567890", "MemPersistent.RadioPower": 1,'
      b' "MemLens.LensFileList[100].LensFileName": "a"}', {}),
+    (413, "PATCH", VALUES, VALUES, bytes(1100000), {}),
     (200, "GET", CATALOGUE, CATALOGUE, None, {}),
     (404, "GET", NAMED, CATALOGUE + "/0", None, {}),
     (200, "GET", HEALTH, HEALTH, None, {}),
@@ -40,6 +42,20 @@ def test_answer_is_as_described(device, status, method, template, path, body, he
     received, answer, described = DESCRIPTION.ask(device, method, template, path, body, **headers)
     assert received == status
     described.validate(json.loads(answer))
+
+
+def test_errors_of_the_web_server_are_as_described(device):
+    for status, headers in ((403, {"Origin": "http://evil.example"}), (421, {"Host": "evil.example"})):
+        received, answer, described = DESCRIPTION.ask(device, "PATCH", VALUES, VALUES, b"{}", **headers)
+        assert received == status
+        described.validate(answer.decode())
+    device.end("live")
+    for method, path in sorted(DESCRIPTION.operations):
+        status, answer, described = DESCRIPTION.ask(device, method, path, path.replace("{hash}", "0"))
+        assert (status, json.loads(answer)["title"]) == (502, "Bad Gateway")
+        described.validate(json.loads(answer))
+    device.start_live()
+    wait_until(lambda: device.http(HEALTH)[0] == 200, "the process through the web server")
 
 
 def test_known_content_is_not_sent_again(device):
