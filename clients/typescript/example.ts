@@ -1,7 +1,7 @@
 // Shows the brightness of the lights, sets that of the display, also only if it has not changed, and tries a value that is
 // refused:
 //
-//     npx tsc && node compiled/example.js http://192.168.1.20
+//     npm install && node compiled/example.js http://192.168.1.20
 import { Changed, Controller, Refused } from "./controller.js";
 
 declare const process: { argv: string[] };
