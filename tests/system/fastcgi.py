@@ -79,9 +79,13 @@ class Connection:
         """Reads up to END_REQUEST. Fails if the connection ends before it."""
         records = []
         while not records or records[-1][0] != END:
-            _, kind, request_id, size, padding, _ = HEADER.unpack(self._take(HEADER.size))
-            records.append((kind, request_id, self._take(size + padding)[:size]))
+            records.append(self.record())
         return Answer(records)
+
+    def record(self):
+        """The next record: its type, request id and content."""
+        _, kind, request_id, size, padding, _ = HEADER.unpack(self._take(HEADER.size))
+        return kind, request_id, self._take(size + padding)[:size]
 
     def is_silent(self, seconds=0.3):
         """Whether nothing arrives for a while, not even the end of the connection."""

@@ -1,12 +1,19 @@
-"""Texts of numbers are accepted, refused and stored alike by the 32-bit and the 64-bit service; the size of a program."""
+"""The 32-bit and the 64-bit programs answer alike, in texts of numbers above all; the sizes of programs."""
 
+import json
 import os
+import random
+import re
 import subprocess
 import sys
 from pathlib import Path
 
+import pytest
+
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "system"))
 
+from catalogue import Catalogue
+from fastcgi import Connection
 from systemdevice import BUILD, SystemDevice
 
 NUMBERS = ["0", "-0", "1", "7.5", "0.1", "1e-3", "3.4028235e38", "1e38", "-1e38", "1e39", "-1e39", "1e-37",
@@ -33,6 +40,43 @@ def test_numbers_mean_the_same_in_both_widths():
             assert got == expected, body
 
 
-def test_variables_tool_is_small(tmp_path):
-    subprocess.run(["arm-linux-gnueabihf-strip", "-o", tmp_path / "variables", Path(BUILD, "bin/variables")], check=True)
-    assert (tmp_path / "variables").stat().st_size <= 400_000
+WRONG = {"DisplayBrightness": 11, "KnobAssignment": "Knob", "ProductName": 30 * "a", "MemLens.LensFileList[100]": {},
+         "RadioRegionFlags": "0", "FocusMotor": {"MotorTarget": 1e39, "MotorState": "No"}, "No": 1}
+PATCHES = [f'{{"{memory}.{name}":{number}}}' for memory, name in VARIABLES for number in NUMBERS] + [json.dumps(WRONG)]
+
+
+def first_events(port):
+    """The events with the present values, without their numbers, which tell the time."""
+    with Connection(port) as stream:
+        stream.send_request("/api/v2/events", REQUEST_METHOD="GET")
+        text = b""
+        while sum(len(json.loads(data)) for data in re.findall(rb"data: (.*)\n\n", text)) < 816:
+            text += stream.record()[2]
+        return re.sub(rb"id: \d+", b"", text)
+
+
+def answers_of_version_2(device):
+    def ask(path, method="GET", body=""):
+        with Connection(device.live_port) as connection:
+            return connection.ask(f"/api/v2/{path}", body.encode(), REQUEST_METHOD=method).output.partition(b"\r\n\r\n")[2]
+
+    yield ask("catalogue")
+    yield ask("values")
+    yield first_events(device.live_port)
+    yield from (ask("values", "PATCH", body) for body in PATCHES)
+    for memory, size in Catalogue().sizes().items():
+        if memory != "MemApp":
+            device.write(memory, 0, random.Random(memory).randbytes(size))
+    yield ask("values")
+
+
+def test_version_2_has_the_same_bytes_in_both_widths():
+    with SystemDevice(build=os.environ["NATIVE_TEST_BUILD"], live=True) as native, SystemDevice(live=True) as other:
+        for number, (expected, got) in enumerate(zip(answers_of_version_2(native), answers_of_version_2(other))):
+            assert got == expected and len(got) > 10, number
+
+
+@pytest.mark.parametrize("program, size", [("variables", 400_000), ("webservice-live", 450_000)])
+def test_program_is_small(tmp_path, program, size):
+    subprocess.run(["arm-linux-gnueabihf-strip", "-o", tmp_path / program, Path(BUILD, "bin", program)], check=True)
+    assert (tmp_path / program).stat().st_size <= size
