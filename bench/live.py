@@ -29,7 +29,7 @@ import time
 import zlib
 from collections import deque
 
-from measure import Process, Repeated, ask, begin, exchange, connect, lift, print_table, progress
+from measure import MANY_STREAMS, Process, Repeated, ask, begin, connect, exchange, print_table, progress
 from virtualdevice import VirtualDevice
 
 sys.path.insert(0, str(__import__("pathlib").Path(__file__).resolve().parents[1] / "tests" / "system"))
@@ -192,15 +192,6 @@ class Streams(threading.Thread):
                 for when, values in self.events(number) for value in values.values()]
 
 
-def site():
-    """The web server's limits without those that a bench exceeds."""
-    def many(text):
-        return lift(text).replace("_of_address 1000", "_of_address 4000")
-
-    return {"limits.conf": many, "live/http.conf": lift,
-            "live/limits.conf": lambda text: re.sub(r"(limit_conn \w+ +)\d+", r"\1 4000", text)}
-
-
 def measure_delay(device, store, seconds, headers=""):
     """The streams, which go on, the delays of events and of update.cgi, and the number of clients with a wrong value."""
     streams = Streams(device.http_port, "vars=" + ",".join(store.names), CLIENTS, headers)
@@ -359,7 +350,7 @@ def main():
     options = begin("Events of version 2", seconds=(30, "seconds of changes"), idle=(20, "seconds of rest"),
                     rounds=(3, "times without and with a slow client"), disconnects=(10000, "disconnects"),
                     connections=(1000, "clients at once"))
-    with VirtualDevice(options.build, live=True, nginx=True, site=site()) as device:
+    with VirtualDevice(options.build, live=True, nginx=True, site=MANY_STREAMS) as device:
         store = Store(device)
         streams, zipped, _, wrong = measure_delay(device, store, options.seconds, GZIP)
         streams.stop()

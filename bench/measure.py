@@ -28,7 +28,14 @@ def lift(limits):
     return limits.replace("client_max_body_size 1m", "client_max_body_size 64m")
 
 
-UNLIMITED = {"limits.conf": lift}  # for the argument "site" of VirtualDevice
+def lift_numbers(limits):
+    """A limits.conf for as many connections of one address as the process for version 2 of the API serves."""
+    return re.sub(r"(limit_conn \w+ +)\d+", r"\1 4000", lift(limits))
+
+
+# For the argument "site" of VirtualDevice.
+UNLIMITED = {"limits.conf": lift}
+MANY_STREAMS = {"limits.conf": lift_numbers, "live/http.conf": lift, "live/limits.conf": lift_numbers}
 
 
 def begin(title, **numbers):

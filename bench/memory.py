@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Memory of the service: at its start, after the whole tree, after a screen capture, after large bodies.
+"""Memory of the service: at its start, after the whole tree, after a screen capture, after large bodies. Memory of the
+process for version 2 of the API: at its start, after the first load, with streams, after a set of all values.
 
 For an emulated program only the pages of its own address space are counted, not those of the emulator. The emulator
 maps the program's four gigabytes as one range without gaps, which contains the program's file. The kernel has no peak
@@ -10,7 +11,8 @@ import re
 import time
 from pathlib import Path
 
-from measure import FINISHED_SECONDS, UNLIMITED, Process, Repeated, ask, begin, print_table, progress  # and the launcher
+from measure import (FINISHED_SECONDS, MANY_STREAMS, UNLIMITED, Process, Repeated, ask, begin, connect,  # and the launcher
+                     print_table, progress)
 from emulation import emulator
 from virtualdevice import VirtualDevice
 
@@ -22,6 +24,7 @@ FORM = (b'--x\r\nContent-Disposition: form-data; name="deviceid"\r\n\r\nK1-K1-00
         b'--x\r\nContent-Disposition: form-data; name="file"; filename="f"\r\n\r\n%s\r\n--x--\r\n')
 FORM_TYPE = {"Content-Type": "multipart/form-data; boundary=x"}
 SIZE = MEGABYTES * 1_000_000
+STREAMS = (30, 1000)
 UPLOADS = {
     "firmware upload": ("POST", "/qorapp/v1/device/update", FORM % bytes(SIZE), FORM_TYPE),
     "text value in set.cgi": ("POST", "/api/v1/set.cgi", b'{"MemPersistent": {"ProductName": "%s"}}' % (b"x" * SIZE)),
@@ -31,9 +34,9 @@ UPLOADS = {
 class Memory:
     """Resident pages of the program in KiB: all, and the anonymous ones."""
 
-    def __init__(self, pid, build):
+    def __init__(self, pid, build, program="webservice"):
         self._smaps = Path(f"/proc/{pid}/smaps")
-        self._program = str(Path(build).resolve() / "bin" / "webservice")
+        self._program = str(Path(build).resolve() / "bin" / program)
         self.is_emulated = bool(emulator(build))
 
     def read(self):
@@ -82,6 +85,32 @@ def measure(build):
             yield f"{name} of {MEGABYTES} MB", *memory.read(), peak
 
 
+def measure_live(build):
+    """Rows of the table for version 2: what happened before, resident and anonymous pages."""
+    with VirtualDevice(build, nginx=True, live=True, site=MANY_STREAMS) as device:
+        memory = Memory(device.pids["live"], build, "webservice-live")
+        yield "start", *memory.read()
+        values, _ = (ask(device.http_port, "GET", f"/api/v2/{path}") for path in ("values", "catalogue"))
+        yield "values and catalogue", *memory.read()
+        streams = []
+        for count in STREAMS:
+            streams += [open_stream(device.http_port) for _ in range(count - len(streams))]
+            yield f"{count} streams of all variables", *memory.read()
+        ask(device.http_port, "PATCH", "/api/v2/values", values)
+        yield "PATCH of all values", *memory.read()
+        for stream in streams:
+            stream.close()
+
+
+def open_stream(port):
+    """A stream whose first event has arrived."""
+    connection = connect(port)
+    connection.request("GET", "/api/v2/events")
+    next(line for line in connection.getresponse() if line.startswith(b"data: "))
+    return connection
+
+
 options = begin("Memory")
 progress("measuring")
 print_table(("after", "resident KiB", "anonymous KiB", "peak KiB"), measure(options.build))
+print_table(("version 2, after", "resident KiB", "anonymous KiB"), measure_live(options.build))
