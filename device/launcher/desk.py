@@ -33,10 +33,9 @@ def is_free(port):
         return not is_listening(port)
 
 
-def free_port(besides=None):
-    """Returns a random free port other than `besides`."""
-    candidates = (port for port in random.sample(PORTS, 1000) if port != besides and is_free(port))
-    return next(candidates)
+def free_port():
+    """Claims a random free port."""
+    return next(port for port in random.sample(PORTS, 1000) if is_free(port) and claim(port))
 
 
 def claim(port):

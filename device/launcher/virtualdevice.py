@@ -25,8 +25,8 @@ REPOSITORY = Path(__file__).resolve().parents[2]
 PACKAGING = REPOSITORY / "packaging"
 SHARED_MEMORY = Path("/dev/shm")
 FOLDERS = ("dev", "tmp", "update", "var/volatile", "var/LDA", "var/FOR", "var/SETUPS", "log")
-READY_SECONDS = 20
-END_SECONDS = 10
+READY_SECONDS = 60
+END_SECONDS = 30
 
 
 class DeviceError(RuntimeError):
@@ -63,8 +63,8 @@ class VirtualDevice:  # pylint: disable=too-many-public-methods  # each part can
         self._emulator = emulator(self.build)
         self._library = self.build / "lib" / "libvirtualdevice.so"
         self.fcgi_port = fcgi_port or free_port()
-        self.http_port = http_port or free_port(besides=self.fcgi_port)
-        self.live_port = free_port(besides=self.http_port) if live else None
+        self.http_port = http_port or free_port()
+        self.live_port = free_port() if live else None
         self.http_address = http_address
         self.client = Path(client or self.build / "client").resolve()
         self.exit_codes = {}

@@ -14,7 +14,7 @@ import pytest
 
 from brokerclient import BrokerClient
 from fastcgi import END
-from systemdevice import LEVEL_NORMAL, SystemDevice, wait_until
+from systemdevice import LEVEL_NORMAL, WAIT_SECONDS, SystemDevice, wait_until
 from virtualdevice import DeviceError
 
 SET = "/api/v1/set.cgi"
@@ -128,6 +128,7 @@ def test_missing_resource_ends_the_start(catalogue):
 def test_watchdog_needs_the_broker(monkeypatch):
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as systemd:
         systemd.bind(b"\0service-manager-%d" % os.getpid())
+        systemd.settimeout(WAIT_SECONDS)
         monkeypatch.setenv("NOTIFY_SOCKET", f"@service-manager-{os.getpid()}")
         monkeypatch.setenv("WATCHDOG_USEC", "100000")
         with SystemDevice(simulation=["--still"]) as device:
@@ -136,7 +137,7 @@ def test_watchdog_needs_the_broker(monkeypatch):
             device.end("broker")
             while (message := systemd.recv(100)) != b"WATCHDOG=trigger":
                 assert message == b"WATCHDOG=1"
-            systemd.settimeout(2)
+            systemd.settimeout(1)
             with pytest.raises(TimeoutError):
                 systemd.recv(100)
 

@@ -85,10 +85,10 @@ class SystemDevice(VirtualDevice):
     def forget_changes(self):
         """Returns when no earlier change can answer the next request for updates."""
         with BrokerClient(self) as events:
-            self.ping()
-            # The first answer may hold earlier changes only. The event posted here is then still on its way, so the
-            # next round posts another one.
-            for event, name in UNUSED.items():
+            # An answer may hold earlier changes only. The event posted here is then still on its way, so the next round
+            # posts another one, after the broker has passed this one on.
+            for event, name in 20 * list(UNUSED.items()):
+                events.posted()
                 with self.wait_for_update() as waiting:
                     events.post(event)
                     if name in waiting.answer().body:

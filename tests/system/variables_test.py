@@ -84,6 +84,7 @@ def test_changes_are_printed_until_a_value_is_there(device):
             run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 3}")
             if select.select([watch.stdout], [], [], 0)[0]:  # it watches
                 break
+        run(device, "set", "LensFileList[3].LensFileName=last")
         run(device, "set", "ZoomTorque=4")
         changes = [json.loads(line) for line in watch.stdout]
     assert watch.returncode == 0

@@ -119,7 +119,7 @@ def test_compression_does_not_hold_back_log_text_that_a_client_waits_for(device)
     device.http(TREE)  # leaves a line in the log
     answer = waiting.getresponse()
     body = answer.read()
-    assert b"REQUEST" in (gzip.decompress(body) if answer.headers["Content-Encoding"] else body)
+    assert (gzip.decompress(body) if answer.headers["Content-Encoding"] else body).partition(b"\r\n")[2]
     waiting.close()
 
 

@@ -11,7 +11,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
-#include <utility>
 
 namespace {
 
@@ -43,9 +42,11 @@ void ServiceManager::feedWatchdog(Clock::time_point now) {
     next_ = now + (send("WATCHDOG=1") ? pause_ : std::min(pause_, RETRY));
 }
 
-void ServiceManager::askForRestart() {
-    if (!std::exchange(isRestartAsked_, true))
-        send("WATCHDOG=trigger");
+void ServiceManager::askForRestart(Clock::time_point now) {
+    if (isRestartAsked_ || now < nextAsk_)
+        return;
+    isRestartAsked_ = send("WATCHDOG=trigger");
+    nextAsk_ = now + RETRY;
 }
 
 bool ServiceManager::send(const std::string& message) const {

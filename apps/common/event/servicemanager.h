@@ -22,8 +22,8 @@ public:
     void feedWatchdog(Clock::time_point now = Clock::now());
 
     /// Lets systemd act at once as if the watchdog's period were over: "WATCHDOG=trigger". Does nothing when
-    /// it is called again.
-    void askForRestart();
+    /// it is called again; again after a second if it could not be sent.
+    void askForRestart(Clock::time_point now = Clock::now());
 
 private:
     /// Returns false if the message could not be sent, for example because no descriptor is left.
@@ -33,4 +33,5 @@ private:
     std::chrono::microseconds pause_; ///< between two reports; 0 without a watchdog
     Clock::time_point next_{};
     bool isRestartAsked_ = false;
+    Clock::time_point nextAsk_{};
 };

@@ -69,9 +69,14 @@ TEST_F(ServiceManagerTest, RepeatsAReportThatFailed) {
     const std::string away = socket_ + "-away";
     std::rename(socket_.c_str(), away.c_str());
     manager.feedWatchdog(start);
+    manager.askForRestart(start);
     std::rename(away.c_str(), socket_.c_str());
     manager.feedWatchdog(start + 1s);
     EXPECT_EQ(received(), "WATCHDOG=1");
+    for (const char* message : {"WATCHDOG=trigger", ""}) {
+        manager.askForRestart(start + 1s);
+        EXPECT_EQ(received(), message);
+    }
 }
 
 } // namespace
