@@ -145,7 +145,13 @@ int replay(const ReplayOptions& options) {
     connection->sendLimit = SEND_LIMIT;
     std::printf("Playing %s\n", options.file.c_str());
     std::fflush(stdout);
-    while (play(reader, connection, options, early) && options.isLoop && waitUntil(Steady::now() + PAUSE)) {
+    try {
+        while (play(reader, connection, options, early) && options.isLoop &&
+               waitUntil(Steady::now() + PAUSE)) {
+        }
+    } catch (const std::runtime_error&) {
+        if (!EventPoll::shouldTerminate()) // a signal also ends the wait for a broker that does not read
+            throw;
     }
     return 0;
 }

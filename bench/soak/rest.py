@@ -20,6 +20,7 @@ from pollers import TREE, flat
 WAIT_SECONDS = 60
 EXACT_SECONDS = 2  # by then every document has been compared with those of the others
 IDLE_SECONDS = 3
+SAME_TURNS, TURN_SECONDS = 20, 0.1  # an idle service runs every 100 ms
 BATCHES = 5  # the least cost of several counts, because the machine is shared
 TREES, SETS = 20, 100
 NOTHING = ("POST", "/api/v1/set.cgi", b"")
@@ -100,7 +101,7 @@ class Resting:
         life = self._soak.unit.life
         process = Process(life.pid)
         wanted = self.rests[0].descriptors if self.rests else 0
-        settle(process.descriptors, wanted)
+        settle(process, wanted)
         used = process.processor_share(IDLE_SECONDS)
         return (time.time(), len(self._soak.unit.lives), process.descriptors(), process.memory_kib("VmRSS"), log_kib,
                 used)
@@ -130,13 +131,15 @@ def connect_plain(port):
     return connection
 
 
-def settle(figure, wanted):
-    """Waits until a figure is as wanted, or does not change for two seconds."""
-    since, last, end = time.monotonic(), figure(), time.monotonic() + WAIT_SECONDS
-    while last != wanted and time.monotonic() < min(since + 2, end):
-        time.sleep(0.1)
-        if (now := figure()) != last:
-            since, last = time.monotonic(), now
+def settle(process, wanted):
+    """Waits until the process has as many descriptors as wanted, or until their number has stayed the same in SAME_TURNS
+    turns of its loop. A process that gets no processor closes nothing, so only looks between which it has run count."""
+    last, ran, same, end = -1, 0, 0, time.monotonic() + WAIT_SECONDS
+    while last != wanted and same < SAME_TURNS and time.monotonic() < end:
+        time.sleep(TURN_SECONDS)
+        now, seconds = process.descriptors(), process.processor_seconds()
+        same = same + (seconds > ran) if now == last else 0
+        last, ran = now, seconds
 
 
 def different(device, tree):

@@ -43,7 +43,7 @@ ENDING_SHARE = 1 / 3
 RESTS = 10  # of an hour or a shorter run
 CALM_SECONDS = (0.5, 4)  # between two faults
 WARM_SECONDS = 60
-READY_SECONDS = 60
+READY_SECONDS = 120
 MOST_COMPLAINTS = 40
 QUIET_LEVEL = b'{"MemApp": {"AppServiceLogLevel": "Warn"}}'
 

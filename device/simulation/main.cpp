@@ -141,6 +141,8 @@ int main(int argc, char** argv) {
     try {
         run(parseOptions(argc, argv));
     } catch (const std::exception& error) {
+        if (EventPoll::shouldTerminate()) // a signal also ends the wait for a broker that does not read
+            return 0;
         std::fprintf(stderr, "%s\n", error.what());
         return 1;
     }

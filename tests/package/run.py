@@ -55,7 +55,7 @@ def run_container(results):
          f"--bind-ro={REPOSITORY}/tests/package/package-test.service:/etc/systemd/system/package-test.service",
          "--console=pipe", "--boot", "systemd.wants=package-test.service"],
         env={**os.environ, "SYSTEMD_NSPAWN_UNIFIED_HIERARCHY": "1"}, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-        timeout=600, check=False)
+        timeout=1200, check=False)
     output = Path(results, "output")
     print(output.read_text() if output.exists() else console.stdout.decode(errors="replace"))
     return console.returncode

@@ -12,7 +12,7 @@ set(LIBRARY ${WORK}/node_modules/uplot)
 if(NPM)
     execute_process(
         COMMAND ${NPM} ci --ignore-scripts --no-audit --no-fund --prefer-offline --fetch-retries=1 --fetch-timeout=20000
-        WORKING_DIRECTORY ${WORK} OUTPUT_QUIET ERROR_VARIABLE PROBLEM RESULT_VARIABLE RESULT TIMEOUT 120)
+        WORKING_DIRECTORY ${WORK} OUTPUT_QUIET ERROR_VARIABLE PROBLEM RESULT_VARIABLE RESULT TIMEOUT 300)
 else()
     set(RESULT "npm is not installed")
 endif()
