@@ -117,21 +117,28 @@ def test_bash_completes_commands_names_and_entries(device, typed, completed):
     os.close(end)
 
 
-def status_after(device, steps, *words):
-    """The exit status of the tool, or None if it is killed at its start or end of a system call, after `steps` such."""
+def run_until(device, is_reached, *words):
+    """Kills the tool at the first start or end of a system call at which is_reached(process id, number of the step). Returns
+    the steps before that, and the tool's exit status or None."""
     command, environment = device.command("variables", *words), {**device.environment(), "ASAN_OPTIONS": "detect_leaks=0"}
     if (pid := os.fork()) == 0:
         LIBC.ptrace(PTRACE_TRACEME, 0, None, None)
         os.execvpe(command[0], command, environment)
     _, status = os.waitpid(pid, 0)
-    for _ in range(steps):
+    steps = 0
+    while not is_reached(pid, steps):
+        steps += 1
         LIBC.ptrace(PTRACE_SYSCALL, pid, None, None)
         _, status = os.waitpid(pid, 0)
         if os.WIFEXITED(status):
-            return os.WEXITSTATUS(status)
+            return steps, os.WEXITSTATUS(status)
     os.kill(pid, signal.SIGKILL)
     os.waitpid(pid, 0)
-    return None
+    return steps, None
+
+
+def has_socket(pid, _):
+    return any("socket:" in os.readlink(file) for file in Path(f"/proc/{pid}/fd").iterdir())
 
 
 def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
@@ -146,11 +153,13 @@ def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
 @pytest.mark.skipif(bool(emulator(BUILD)), reason="the steps would be the emulator's")
 def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
     semaphore = next(Path("/dev/shm").glob(f"sem.{device.name}*"))
-    statuses = []
-    while not statuses or statuses[-1] is None:
-        statuses.append(status_after(device, len(statuses), "set", f"FocusTorque={1 + len(statuses) % 4}"))
-        wait_until(lambda: semaphore.read_bytes()[0] == 1, f"the semaphore after {len(statuses)} steps")
-    assert statuses[-1] == 0 and len(statuses) > 100
+    before, status = run_until(device, has_socket, "set", "FocusTorque=1")  # without a socket it has no semaphore either
+    last = before - 5
+    while status is None:
+        last += 1
+        steps, status = run_until(device, lambda _, step: step >= last, "set", f"FocusTorque={1 + last % 4}")
+        wait_until(lambda: semaphore.read_bytes()[0] == 1, f"the semaphore after {last} steps")
+    assert status == 0 and steps > before + 50
 
 
 def test_texts_that_are_not_utf8_are_refused_and_hide_nothing(device):
