@@ -61,21 +61,22 @@ bool Broker::runOnce(int timeoutMs, int stopDescriptor) {
             throwErrorNumber(__FILE__, __LINE__, "poll");
         return true;
     }
-    auto events = polls.begin() + FIRST_CLIENT;
-    for (Connection& connection : connections_)
-        serve(connection, (events++)->revents);
-    flushAll();
-    connections_.remove_if([](const Connection& connection) { return connection.isGone; });
     if (isAcceptPaused_ || polls[1].revents != 0)
         acceptAll();
+    polls.resize(FIRST_CLIENT + connections_.size(), {-1, 0, POLLIN});
+    receiveAll(polls.data() + FIRST_CLIENT);
+    for (Connection& connection : connections_)
+        connection.client.routeAll([this](const Notify& event) { route(event); });
+    flushAll();
+    connections_.remove_if([](const Connection& connection) { return connection.isGone; });
     return polls[0].revents == 0;
 }
 
-void Broker::serve(Connection& connection, short events) {
-    // After a hang-up the socket may still hold records.
-    if (!connection.isGone && (events & (POLLIN | POLLHUP | POLLERR)) != 0 &&
-        !connection.client.receive([this](const Notify& event) { route(event); }))
-        connection.isGone = true;
+// After a hang-up the socket may still hold records.
+void Broker::receiveAll(const pollfd* events) {
+    for (Connection& connection : connections_)
+        if (((events++)->revents & (POLLIN | POLLHUP | POLLERR)) != 0 && !connection.client.receive())
+            connection.isGone = true;
 }
 
 void Broker::route(const Notify& event) {

@@ -4,6 +4,7 @@
 #include "device/broker/client.h"
 
 #include <list>
+#include <poll.h>
 #include <string>
 #include <utility>
 
@@ -23,9 +24,10 @@ public:
     Broker(const Broker&) = delete;
     Broker& operator=(const Broker&) = delete;
 
-    /// Waits at most `timeoutMs` (-1: without limit), reads once from each client that has sent data, and
-    /// accepts all new connections. Returns false if `stopDescriptor` has become readable; -1 is none. Throws
-    /// std::runtime_error with "poll" and the reason.
+    /// Waits at most `timeoutMs` (-1: without limit), accepts all new connections, and reads once from each
+    /// client that has sent data. What a client subscribes to at first applies to all events that are read
+    /// with it, so that it misses none that is posted later. Returns false if `stopDescriptor` has become
+    /// readable; -1 is none. Throws std::runtime_error with "poll" and the reason.
     bool runOnce(int timeoutMs, int stopDescriptor = -1);
 
     std::size_t clientCount() const { return connections_.size(); }
@@ -38,7 +40,7 @@ private:
         bool isGone = false;
     };
 
-    void serve(Connection& connection, short events);
+    void receiveAll(const pollfd* events);
     void route(const Notify& event);
     void flushAll();
     void acceptAll();

@@ -10,7 +10,7 @@ constexpr std::size_t RECORDS_PER_READ = 256;
 
 } // namespace
 
-bool Client::receive(const std::function<void(const Notify&)>& route) {
+bool Client::receive() {
     const std::size_t kept = input_.size();
     input_.resize(kept + RECORDS_PER_READ * sizeof(Notify));
     const ssize_t count = recv(socket_.get(), input_.data() + kept, input_.size() - kept, 0);
@@ -20,19 +20,26 @@ bool Client::receive(const std::function<void(const Notify&)>& route) {
         return count < 0 && (errno == EINTR || errno == EAGAIN);
     }
     input_.resize(kept + static_cast<std::size_t>(count));
-    std::size_t taken = 0;
-    for (; input_.size() - taken >= sizeof(Notify); taken += sizeof(Notify)) {
-        Notify record;
-        std::memcpy(&record, input_.data() + taken, sizeof record);
-        handle(record, route);
-    }
-    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(taken));
+    takeWhile([this](const Notify& record) { return handleControl(record); });
     return true;
 }
 
-void Client::handle(const Notify& record, const std::function<void(const Notify&)>& route) {
-    if (!handleControl(record))
-        route(record);
+void Client::routeAll(const std::function<void(const Notify&)>& route) {
+    takeWhile([&](const Notify& record) {
+        if (!handleControl(record))
+            route(record);
+        return true;
+    });
+}
+
+void Client::takeWhile(const std::function<bool(const Notify&)>& handle) {
+    std::size_t taken = 0;
+    for (Notify record; input_.size() - taken >= sizeof record; taken += sizeof record) {
+        std::memcpy(&record, input_.data() + taken, sizeof record);
+        if (!handle(record))
+            break;
+    }
+    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(taken));
 }
 
 bool Client::handleControl(const Notify& record) {

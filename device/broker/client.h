@@ -21,9 +21,12 @@ public:
 
     int descriptor() const { return socket_.get(); }
 
-    /// Reads once and passes each complete record that is not a control record to `route`, in order. Returns
-    /// false if the client has disconnected; an incomplete record is dropped.
-    bool receive(const std::function<void(const Notify&)>& route);
+    /// Reads once and handles the control records at the beginning of what it has read. Returns false if the
+    /// client has disconnected; an incomplete record is dropped.
+    bool receive();
+
+    /// Passes each complete record that is not a control record to `route`, in order.
+    void routeAll(const std::function<void(const Notify&)>& route);
 
     /// Queues an event if the client has subscribed to it. Returns false if the queue is full: the client
     /// does not read and should be dropped.
@@ -35,14 +38,14 @@ public:
     bool hasQueue() const { return sent_ < queue_.size(); }
 
 private:
-    void handle(const Notify& record, const std::function<void(const Notify&)>& route);
+    void takeWhile(const std::function<bool(const Notify&)>& handle);
     bool handleControl(const Notify& record);
     bool isQueueFull() const;
 
     Descriptor socket_;
     Subscriptions subscriptions_;
     std::uint32_t pendingControl_ = 0; ///< the control record that waits for its second record, or 0
-    std::vector<unsigned char> input_; ///< the beginning of a record
+    std::vector<unsigned char> input_; ///< between routeAll and receive the beginning of a record
     std::vector<unsigned char> queue_; ///< records to send
     std::size_t sent_ = 0;             ///< bytes of queue_ that are sent
 };

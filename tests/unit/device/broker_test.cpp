@@ -86,6 +86,14 @@ TEST_F(BrokerTest, EventsGoToSubscribersAndToTheirSender) {
     EXPECT_THAT(none->received(), IsEmpty());
 }
 
+TEST_F(BrokerTest, ASubscriberGetsWhatIsPostedAfterItsSubscription) {
+    const auto sender = connect();
+    Peer subscriber(path_);
+    subscriber.send(&SUBSCRIBE_ALL, sizeof(Notify));
+    send(*sender, {{7, 1, 2}}); // the broker has not run since
+    EXPECT_THAT(subscriber.received(), ElementsAre(Notify{7, 1, 2}));
+}
+
 TEST_F(BrokerTest, LastSubscriptionOfAnEventCounts) {
     const auto peer = connect();
     const std::pair<Events, std::vector<std::uint32_t>> cases[] = {
