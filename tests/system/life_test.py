@@ -14,7 +14,7 @@ import pytest
 
 from brokerclient import BrokerClient
 from fastcgi import END
-from systemdevice import LEVEL_NORMAL, WAIT_SECONDS, SystemDevice, wait_until
+from systemdevice import LEVEL_NORMAL, WAIT_SECONDS, SystemDevice, ending, wait_until
 from virtualdevice import DeviceError
 
 SET = "/api/v1/set.cgi"
@@ -59,7 +59,7 @@ def test_requests_in_an_inherited_queue_are_answered_and_miss_no_change():
     with SystemDevice(simulation=["--still"], service=False) as device, \
             socket.create_server(("127.0.0.1", device.fcgi_port)) as listening, device.connect() as waiting:
         waiting.send_request("/api/v1/update.cgi")
-        with subprocess.Popen(device.command("webservice"), env=device.environment(), stdin=listening) as service:
+        with ending(subprocess.Popen(device.command("webservice"), env=device.environment(), stdin=listening)) as service:
             tree = json.loads(device.ask("/api/v1/all.cgi"))
             assert json.loads(waiting.answer().body) == {**tree, "errors": []}
             service.terminate()

@@ -4,13 +4,14 @@ import contextlib
 import gzip
 import json
 import re
+import time
 
 import pytest
 from prometheus_client.openmetrics.parser import text_string_to_metric_families
 
 from api_test import JSON_ANSWERS, SCREEN, SET, TREE
 from app_test import FORM_TYPE
-from systemdevice import SystemDevice, wait_until
+from systemdevice import WAIT_SECONDS, SystemDevice, wait_until
 
 VALUES, EVENTS, CATALOGUE = "/api/v2/values", "/api/v2/events", "/api/v2/catalogue"
 BRIGHTNESS = "MemPersistent.DisplayBrightness"
@@ -40,10 +41,11 @@ class Stream:
 
     def next(self):
         """The next event: its fields, with "data" decoded. Comments and "retry" are left out."""
-        event = {}
+        event, end = {}, time.monotonic() + WAIT_SECONDS
         while True:
             line = self._response.readline().decode()
             assert line, "the stream has ended"
+            assert time.monotonic() < end, "only heartbeats"
             if line == "\n" and "data" in event:
                 return event
             name, _, value = line.rstrip("\n").partition(": ")

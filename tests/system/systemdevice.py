@@ -30,6 +30,17 @@ def wait_until(is_so, what):
         time.sleep(0.002)
 
 
+@contextlib.contextmanager
+def ending(process):
+    """Kills the process if the block fails, instead of waiting for an end that does not come."""
+    with process:
+        try:
+            yield process
+        except BaseException:
+            process.kill()
+            raise
+
+
 class SystemDevice(VirtualDevice):
     """A virtual device whose processes have to end with status 0 and without a sanitizer's report.
 

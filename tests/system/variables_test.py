@@ -12,7 +12,7 @@ from pathlib import Path
 
 import pytest
 from emulation import emulator
-from systemdevice import BUILD, SystemDevice, wait_until
+from systemdevice import BUILD, SystemDevice, ending, wait_until
 
 COMPLETION = Path(__file__).resolve().parents[2] / "packaging/bash-completion/variables"
 PTRACE_TRACEME, PTRACE_SYSCALL = 0, 24
@@ -79,7 +79,7 @@ def test_all_values_or_none_are_stored(device):
 
 
 def test_changes_are_printed_until_a_value_is_there(device):
-    with start(device, "watch", "MemLens.*", "MemPersistent.*", "--json", "--until", "ZoomTorque=4") as watch:
+    with ending(start(device, "watch", "MemLens.*", "MemPersistent.*", "--json", "--until", "ZoomTorque=4")) as watch:
         for turn in range(1000):
             run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 3}")
             if select.select([watch.stdout], [], [], 0)[0]:  # it watches
@@ -105,8 +105,8 @@ def test_bash_completes_commands_names_and_entries(device, typed, completed):
     """In a terminal, because bash itself decides where words begin."""
     terminal, end = pty.openpty()
     script = f"PS1=; variables() {{ {shlex.join(device.command('variables'))} \"$@\"; }}; . {COMPLETION}\n"
-    with subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=end, stdout=end, stderr=end,
-                          env={**device.environment(), "TERM": "dumb"}, start_new_session=True) as bash:
+    with ending(subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=end, stdout=end, stderr=end,
+                                 env={**device.environment(), "TERM": "dumb"}, start_new_session=True)) as bash:
         os.write(terminal, f"{script}variables {typed}".encode())
         shown = ""
         while completed not in shown:

@@ -18,11 +18,20 @@ namespace {
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
 constexpr std::chrono::seconds DRAIN_TIME{5};
+constexpr int QUEUE_TURNS = 1000; // more than connections wait in the queue
 
 // Returns the memory of large bodies to the system as soon as it is freed, instead of keeping it in the heap.
 void returnLargeBlocks() {
     mallopt(M_MMAP_THRESHOLD, 1 << 20);
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
+}
+
+// Reads the requests in the inherited queue. They may have waited while no service received changes, so the
+// next answer has all variables; a request that is read after that answer would miss it.
+void readQueue(EventPoll& poll, RequestHandler& handler) {
+    for (int turn = 0; turn < QUEUE_TURNS && poll.wait(0, false) == EventPoll::Dispatched; ++turn) {
+    }
+    handler.markAllChanged();
 }
 
 // Answers the accepted requests after SIGTERM, at most for DRAIN_TIME. New connections wait in systemd's
@@ -39,12 +48,12 @@ int run() {
     const bool isInherited = Listener::isListening(STDIN_FILENO); // systemd's
     Fcgi fcgi = isInherited ? Fcgi(poll) : Fcgi(PORT, poll);
     RequestHandler handler(poll, fcgi);
-    if (isInherited) // the requests in its queue may have waited while no service received changes
-        handler.markAllChanged();
     fcgi.callback = &handler;
     gen::getServerConnection()->handler = &handler;
     ServiceManager manager;
     manager.reportReady();
+    if (isInherited)
+        readQueue(poll, handler);
     // A lost broker connection is never renewed: systemd restarts the service.
     while (poll.wait(TURN_MS, false) != EventPoll::Terminate) {
         handler.periodic();
