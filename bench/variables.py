@@ -5,6 +5,9 @@ A process stores 50 variables every 100 ms and posts their events, as the device
 for each change; a client waits for updates through nginx at the same time. Each store has its own value, so lines and
 documents name the store that they show. Updates come at ticks of 100 ms, and values that are overwritten before a tick
 are not in them.
+
+The emulator counts the instructions of the ARM build, if it is there, with those of the loader and the libraries and without
+those of the kernel.
 """
 
 import contextlib
@@ -26,6 +29,8 @@ from brokerclient import BrokerClient
 
 VARIABLES, INTERVAL_SECONDS, SIZE_WORD = 50, 0.1, 4
 STARTS = 100
+COMMANDS = (("get", "FocusTorque"), ("list",), ("get", "--json", "*"))
+ARM_BUILD = REPOSITORY / "build" / "armhf"
 FIRST_VALUE = 1000
 MEMORIES = ("MemGuiLocal", "MemCamera", "MemDistanceMeasure")
 PATTERNS = [f"{memory}.*" for memory in MEMORIES]
@@ -111,6 +116,19 @@ def first_output(device, *words):
     return delay
 
 
+def instructions(device, *words):
+    emulator, *rest = device.command("variables", *words)
+    with subprocess.Popen([emulator, "-singlestep", "-d", "exec,nochain", *rest], env=device.environment(),
+                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as tool:
+        return sum(line.startswith(b"Trace") for line in tool.stderr)
+
+
+def count_instructions():
+    with VirtualDevice(ARM_BUILD, service=False) as device:
+        rows = [(" ".join(words), f"{instructions(device, *words) / 1e6:.2f}") for words in (("--version",), *COMMANDS)]
+    print_table(["run on ARM", "million instructions"], rows)
+
+
 def main():
     options = begin("The tool variables", seconds=(30, "time of the changes"))
     with VirtualDevice(options.build, nginx=True, site=UNLIMITED) as device:
@@ -126,7 +144,9 @@ def main():
                      figures("the update", (updates[key] - stored[key] for key in updates))])
         print_table(["from the start to the first output of", "runs", "median ms", "99 % ms", "largest ms"],
                     [figures(" ".join(words), (first_output(device, *words) for _ in range(STARTS)))
-                     for words in (("get", "FocusTorque"), ("list",), ("get", "--json", "*"))])
+                     for words in COMMANDS])
+    if (ARM_BUILD / "bin" / "variables").exists():
+        count_instructions()
 
 
 main()

@@ -17,11 +17,13 @@ namespace {
 using Steady = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds TURN{1000};
+constexpr std::chrono::milliseconds SHORT_TURN{50}; // while lines wait for their reader
 
 // Prints the changes of the variables that it knows, of structures each changed member.
 class ChangePrinter : public ServerConnection::EventHandler {
 public:
-    ChangePrinter(const std::vector<VariableId>& variables, bool isJson) : isJson_(isJson) {
+    ChangePrinter(const std::vector<VariableId>& variables, bool isJson, PatientOutput& output)
+        : isJson_(isJson), output_(output) {
         for (const MemoryDescriptor& memory : MEMORY_ARRAY) {
             printed_.emplace_back(*memory.basePointer, *memory.basePointer + memory.size);
             present_.push_back(printed_.back());
@@ -54,14 +56,15 @@ private:
     void print(const std::string& name, const std::string& old, const std::string& value) const {
         const auto now = std::chrono::system_clock::now();
         if (isJson_)
-            std::printf("{\"time\":\"%s\",\"variable\":\"%s\",\"old\":%s,\"value\":%s}\n",
-                        universalTime(now).c_str(), name.c_str(), old.c_str(), value.c_str());
+            output_.add(R"({"time":")" + universalTime(now) + R"(","variable":")" + name + R"(","old":)" +
+                        old + R"(,"value":)" + value + "}\n");
         else
-            std::printf("%s  %s  %s -> %s\n", styled(Style::Faint, localTime(now)).c_str(),
-                        styled(Style::Cyan, name).c_str(), old.c_str(), styled(Style::Bold, value).c_str());
+            output_.add(styled(Style::Faint, localTime(now)) + "  " + styled(Style::Cyan, name) + "  " + old +
+                        " -> " + styled(Style::Bold, value) + "\n");
     }
 
     bool isJson_;
+    PatientOutput& output_;
     std::set<VariableId> known_;
     // Copies of the memories: what has been printed, and what is compared with it.
     std::vector<std::vector<char>> printed_;
@@ -98,17 +101,16 @@ private:
 };
 
 // Milliseconds until the end, at most one turn.
-int remainingMs(const std::optional<Steady::time_point>& end) {
+int remainingMs(const std::optional<Steady::time_point>& end, std::chrono::milliseconds turn) {
     if (!end)
-        return static_cast<int>(TURN.count());
+        return static_cast<int>(turn.count());
     const auto remaining = std::chrono::ceil<std::chrono::milliseconds>(*end - Steady::now());
-    return static_cast<int>(std::clamp(remaining, std::chrono::milliseconds(0), TURN).count());
+    return static_cast<int>(std::clamp(remaining, std::chrono::milliseconds(0), turn).count());
 }
 
-} // namespace
-
-int watch(const WatchOptions& options) {
-    ChangePrinter printer(matchingVariables(options.patterns), options.isJson);
+// Returns the exit status.
+int follow(const WatchOptions& options, PatientOutput& output) {
+    ChangePrinter printer(matchingVariables(options.patterns), options.isJson, output);
     const Condition condition(options.until);
     std::optional<Steady::time_point> end;
     if (options.duration)
@@ -117,11 +119,26 @@ int watch(const WatchOptions& options) {
     connection->handler = &printer;
     connection->subscribeAll();
     while (!condition.isMet()) {
-        if ((end && Steady::now() >= *end) || !flushOutput())
+        if ((end && Steady::now() >= *end) || !output.flush())
             return condition.isGiven() ? 1 : 0;
         connection.requireOpen();
-        if (gen::getEventPoll().wait(remainingMs(end), false) == EventPoll::Terminate)
+        const int patience = remainingMs(end, output.isWaiting() ? SHORT_TURN : TURN);
+        if (gen::getEventPoll().wait(patience, false) == EventPoll::Terminate)
             return condition.isGiven() ? 1 : 0;
     }
     return 0;
+}
+
+} // namespace
+
+int watch(const WatchOptions& options) {
+    PatientOutput output;
+    try {
+        const int status = follow(options, output);
+        output.finish();
+        return status;
+    } catch (...) {
+        output.flush();
+        throw;
+    }
 }

@@ -1,6 +1,7 @@
 """The variables tool on a virtual device."""
 
 import ctypes
+import fcntl
 import json
 import os
 import pty
@@ -93,6 +94,25 @@ def test_changes_are_printed_until_a_value_is_there(device):
     assert all(change["old"] != change["value"] for change in changes)
     run(device, "set", "ZoomTorque=2")
     assert run(device, "watch", "--for", "100ms", "--until", "ZoomTorque=1")[0] == 1
+
+
+def sockets(pid):
+    """The number of the process's sockets."""
+    folder = Path(f"/proc/{pid}/fd")
+    return sum(file.name > "2" and os.readlink(file).startswith("socket:") for file in folder.iterdir())
+
+
+def test_watch_receives_events_while_its_lines_are_not_read(device):
+    run(device, "set", "FocusTorque=1")
+    with start(device, "watch", "--until", "FocusTorque=4") as watch:
+        fcntl.fcntl(watch.stdout, fcntl.F_SETPIPE_SZ, 4096)
+        wait_until(lambda: sockets(watch.pid) == 1, "a connection")
+        for turn in range(4):
+            run(device, "set", *(f"LensFileList[{place}].LensFileName={turn}" for place in range(100)))
+        run(device, "set", "FocusTorque=4")
+        wait_until(lambda: sockets(watch.pid) == 0, "the value")
+        assert watch.poll() is None and watch.stdout.read().count("\n") >= 100
+    assert watch.returncode == 0
 
 
 @pytest.mark.parametrize("typed, completed", [
