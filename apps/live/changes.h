@@ -9,8 +9,8 @@
 /// are below 2^53, so that JavaScript reads them exactly.
 ///
 /// The first numbers, one for each variable, come from the wall clock: a process that starts later begins
-/// above the last number of the one before, unless the clock was set back. A client that continues with a
-/// number outside of first() to last() has it from another process.
+/// above the last number of the one before, unless the clock was set back or is not set. A client that
+/// continues with a number outside of first() to last() has it from another process.
 class Changes {
 public:
     /// `milliseconds` since 1970 at the process's start.

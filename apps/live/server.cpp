@@ -3,21 +3,33 @@
 #include "apps/common/diagnostics/diagnostics.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
+#include <sys/random.h>
 #include <utility>
 
 namespace {
 
 constexpr int BACKLOG = 1024; // as the socket unit's
 constexpr std::chrono::milliseconds LONGEST_WAIT{1000};
+constexpr std::int64_t YEAR_2020 = 1577836800000;
+
+// The wall clock, or a random time if it is not set: a board whose clock has no battery starts each time at
+// almost the same one, and would take another start's numbers for its own.
+std::int64_t millisecondsAtStart() {
+    const std::int64_t now = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 std::chrono::system_clock::now().time_since_epoch())
+                                 .count();
+    std::uint64_t random = 0;
+    if (now >= YEAR_2020 || getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random)
+        return now;
+    return static_cast<std::int64_t>(random % YEAR_2020);
+}
 
 } // namespace
 
 Server::Server(EventPoll& poll, std::optional<int> port)
-    : poll_(poll),
-      changes_(values_.all(), std::chrono::duration_cast<std::chrono::milliseconds>(
-                                  std::chrono::system_clock::now().time_since_epoch())
-                                  .count()) {
+    : poll_(poll), changes_(values_.all(), millisecondsAtStart()) {
     if (port)
         listener_.emplace(*port, poll_, this, BACKLOG);
     else
