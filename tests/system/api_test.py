@@ -58,6 +58,18 @@ def test_every_json_answer_is_as_described(device):
     assert DESCRIPTION.operations == asked | OTHER_ANSWERS
 
 
+@pytest.mark.parametrize("status, asked, headers", [
+    (403, ("POST", SET, SET, b"{}"), {"Origin": "http://evil.example"}),
+    (404, ("GET", FILE, APP + "/setups/file/a%5cb"), {}),
+    (413, ("POST", SET, SET, bytes(1100000)), {}),
+    (421, ("GET", TREE, TREE), {"Host": "evil.example"}),
+])
+def test_errors_of_the_web_server_are_as_described(device, status, asked, headers):
+    received, answer, described = DESCRIPTION.ask(device, *asked, **headers)
+    assert received == status
+    described.validate(answer.decode())
+
+
 def test_update_is_as_described(device):
     described = DESCRIPTION.validator({"$ref": "#/components/schemas/Update"})
     device.forget_changes()
