@@ -50,6 +50,17 @@ test("changes come as events, and as polls while the process for them is away", 
     await console.isLive();
 });
 
+test("a frozen process for events is noticed, and the console polls instead", async () => {
+    const console = await open();
+    const thaw = device.freeze(device.live);
+    try {
+        await device.store(VARIABLE, 6);
+        await console.shows(VARIABLE, "6");
+    } finally {
+        thaw();
+    }
+});
+
 const NAME = "MemPersistent.ProductName";
 const LIST = "MemLens.LensFileList";
 const COUNTER = "MemDynamic.LostFrameCounter";

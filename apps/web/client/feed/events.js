@@ -6,16 +6,18 @@ const API = "/api/v2";
 const NAME = /[{,]"(\w+)\.(\w+)":/g;
 const TYPE = /"type": ?"(\w+)"/;
 const VALUE = /("value": ?)"(?:[^"\\]|\\.)*"/;
+const ANSWERED_WITHIN_MS = 2500;
 // From here on toFixed() writes an exponent.
 const LARGE = 1e21;
 
-// The number of the last change, or null where the controller has no version 2 or it does not answer.
+// The number of the last change, or null where the controller has no version 2 or it does not answer in time.
 export async function lastChange(signal) {
+  const late = AbortSignal.timeout(ANSWERED_WITHIN_MS);
   try {
-    const answer = await request(`${API}/values?vars=ProductName`, { method: "HEAD", signal });
-    return answer.headers.get("Event-Sequence");
+    const options = { method: "HEAD", signal: AbortSignal.any([signal, late]) };
+    return (await request(`${API}/values?vars=ProductName`, options)).headers.get("Event-Sequence");
   } catch (error) {
-    if (error instanceof RequestError && error.status > 0) return null;
+    if (late.aborted || error instanceof RequestError && error.status > 0) return null;
     throw error;
   }
 }

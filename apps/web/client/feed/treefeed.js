@@ -140,7 +140,7 @@ export class TreeFeed extends Loop {
     this.#emit({ type: "update", text });
   }
 
-  // A device out of radio range closes no connection: after a time without updates a small request checks the service.
+  // A device out of radio range closes no connection: after a time without updates a small request checks who sends them.
   async #orGone(change, signal) {
     for (;;) {
       let timer;
@@ -154,6 +154,10 @@ export class TreeFeed extends Loop {
   // Measures the way, too. The browser measures what is read to its end.
   async #probe(signal) {
     this.#probedAt = performance.now();
+    if (this.#isTyped) {
+      if (await lastChange(signal) === null) throw new RequestError(504);
+      return "";
+    }
     return (await request(PROBE, { signal: AbortSignal.any([signal, AbortSignal.timeout(PROBE_MS)]) })).text();
   }
 
