@@ -85,3 +85,16 @@ test("a slow service is asked for a picture in a tenth of the time at most", asy
     await until(() => begun.length >= 3, true, "pictures");
     assert.ok(begun[2] - begun[0] >= 2 * 9 * ANSWER_MS, `${begun}`);
 });
+
+test("a frozen service is named, and its pictures come as often as before when it continues", async () => {
+    const console = await open({ view: "screen" });
+    await console.says("#screen-note", /pictures/);
+    const thaw = device.freeze();
+    try {
+        await console.says("#screen-note", /^No picture for 2 s/);
+        await pause(6000); // ten times that is longer than any wait here
+    } finally {
+        thaw();
+    }
+    await console.says("#screen-note", /[1-5]\.\d pictures/);
+});

@@ -5,8 +5,10 @@ import { Loop } from "./loop.js";
 
 const EVERY_MS = 200;
 const EVERY_UNCHANGED_MS = 1000;
-// Of the time, as a share, in which the service may be encoding; the answer time is the most that it can be.
+// Of the time, as a share, in which the service may be encoding. The shorter of the last two answer times is the most that
+// it can be: the longer one may have waited for something else.
 const SHARE = 0.1;
+const LATE_MS = 2000;
 const FAST_MS = 30000;
 const STEP_MS = 50;
 
@@ -16,6 +18,7 @@ export class ScreenFeed extends Loop {
   #emit;
   #last = null;
   #bytes = new Uint8Array();
+  #took = Infinity;
   #fastUntil = 0;
 
   constructor(emit) {
@@ -40,10 +43,13 @@ export class ScreenFeed extends Loop {
 
   async turn(signal, succeeded) {
     const begun = performance.now();
-    const picture = await capture(signal);
+    const late = setTimeout(() => this.#say("No picture for 2 s: waiting for the service."), LATE_MS);
+    const picture = await capture(signal).finally(() => clearTimeout(late));
     const bytes = new Uint8Array(await picture.arrayBuffer());
     succeeded();
-    const took = performance.now() - begun;
+    const last = performance.now() - begun;
+    const took = Math.min(last, this.#took);
+    this.#took = last;
     const isSame = bytes.length === this.#bytes.length && bytes.every((byte, at) => byte === this.#bytes[at]);
     const everyMs = Math.max(isSame ? EVERY_UNCHANGED_MS : EVERY_MS, took / SHARE);
     this.#bytes = bytes;
@@ -55,7 +61,11 @@ export class ScreenFeed extends Loop {
   }
 
   failed(error) {
-    this.#emit({ type: "screen-state", text: `No picture: ${error.message}. Trying again.` });
+    this.#say(`No picture: ${error.message}. Trying again.`);
+  }
+
+  #say(text) {
+    this.#emit({ type: "screen-state", text });
   }
 
   get #isFast() {
