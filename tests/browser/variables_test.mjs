@@ -146,6 +146,26 @@ test("a value that another process changes right after a set is not taken for a 
     await until(() => editor.locator(".outcome").innerText(), "stored; changed since: it holds 7", "the outcome");
 });
 
+test("an error of the service is no refusal where the value is stored", async () => {
+    const console = await open();
+    await console.page.route("**/set.cgi", async (route) =>
+        route.fulfill({ response: await route.fetch(), body: '{"result": 0, "error": "" }' }));
+    await console.edit(BRIGHTNESS, entering("2"), "stored; the service reports an error");
+    await console.edit(BRIGHTNESS, entering("11"), /^refused/);
+});
+
+test("what is typed is not left without a question", async () => {
+    const console = await open();
+    const editor = await console.editor(NAME);
+    await editor.locator("input").pressSequentially("typed");
+    const leaving = console.page.waitForEvent("dialog");
+    await console.page.close({ runBeforeUnload: true });
+    const dialog = await leaving;
+    assert.equal(dialog.type(), "beforeunload");
+    await dialog.dismiss();
+    assert.match(await editor.locator("input").inputValue(), /typed/);
+});
+
 test("an edited element of a list arrives alone, and what is typed is not discarded without a question", async () => {
     const list = "MemLens.LensFileList";
     const expected = await device.load(list);

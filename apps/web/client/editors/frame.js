@@ -4,8 +4,9 @@ import { element, setText } from "../dom.js";
 
 const SLOW_MS = 1000;
 
-// A form with a button. capture() takes what is entered and returns {entered, act}: that in words, and what sends it and
-// resolves to {ok, text, later}. What is submitted while a request is on its way is sent after it.
+// A form with a button. capture() takes what is entered and returns {entered, confirm, act}: that in words, a question that
+// resolves to whether it is meant, and what sends it and resolves to {ok, text, later}. What is submitted while a request is
+// on its way is sent after it.
 export function frame({ name }, content, capture) {
   const outcome = element("output", { class: "outcome", role: "status" });
   const submit = element("button", { type: "submit", class: "primary" }, "Set");
@@ -24,12 +25,16 @@ export function frame({ name }, content, capture) {
   // An outcome beside a field that holds something else by now names what it is about.
   const show = (entered, { ok, text }) => say(isEdited ? `${entered}: ${text}` : text, ok);
 
-  async function run({ entered, act }) {
+  async function send(act) {
+    const slow = setTimeout(() => say("waiting for the service …"), SLOW_MS);
+    return act().finally(() => clearTimeout(slow));
+  }
+
+  async function run({ entered, confirm, act }) {
     const number = ++turn;
     isEdited = false;
     say("…");
-    const slow = setTimeout(() => say("waiting for the service …"), SLOW_MS);
-    const result = await act().finally(() => clearTimeout(slow));
+    const result = await confirm() ? await send(act) : { ok: false, text: "not sent" };
     show(entered, result);
     result.later?.then((late) => number === turn && show(entered, late));
   }

@@ -18,11 +18,9 @@ export function scalarEditor(app, variable) {
   };
   const capture = () => {
     const entered = field.text;
-    return { entered, act: async () => {
-      const { base } = entry;
-      const isMeant = base === variable.value
-        || await ask(`${variable.name} has changed from ${base} to ${variable.value} meanwhile. Set it to ${entered}?`, "Set");
-      if (!isMeant) return { ok: false, text: "not sent" };
+    const confirm = async () => entry.base === variable.value
+      || ask(`${variable.name} has changed from ${entry.base} to ${variable.value} meanwhile. Set it to ${entered}?`, "Set");
+    return { entered, confirm, act: async () => {
       const settle = (outcome) => {
         entry.mark(outcome.wrong?.length > 0);
         if (outcome.ok) entry.settle(entered, variable.value);

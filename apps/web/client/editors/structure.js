@@ -45,20 +45,26 @@ export function structureEditor(app, variable) {
 function captured(app, variable, members, index, item) {
   const entered = members.map(({ name, form, entry }) => ({ name, form, entry, text: entry.field.text }));
   entered.forEach(({ entry, text }) => { entry.sent = text; });
-  const act = () => store().finally(() => entered.filter(({ entry, text }) => entry.sent === text)
-    .forEach(({ entry }) => { entry.sent = null; }));
-  const store = async () => {
-    if (entered.length === 0) return { ok: false, text: "nothing is changed" };
+  const end = () => entered.filter(({ entry, text }) => entry.sent === text).forEach(({ entry }) => { entry.sent = null; });
+  const act = () => store().finally(end);
+  const confirm = async () => {
+    const isMeant = await question();
+    if (!isMeant) end();
+    return isMeant;
+  };
+  const question = async () => {
     const changed = entered.filter(({ name, entry }) => item()[name] !== entry.base)
       .map(({ name, entry }) => `${name} from ${memberText(entry.base)} to ${memberText(item()[name])}`);
-    const isMeant = changed.length === 0 || await ask(`Meanwhile changed: ${changed.join(", ")}. Set what is entered?`, "Set");
-    if (!isMeant) return { ok: false, text: "not sent" };
+    return changed.length === 0 || ask(`Meanwhile changed: ${changed.join(", ")}. Set what is entered?`, "Set");
+  };
+  const store = async () => {
+    if (entered.length === 0) return { ok: false, text: "nothing is changed" };
     const outcome = await assignMembers(app, variable, entered, index);
     entered.forEach(({ name, entry }) => entry.mark(outcome.wrong?.includes(name) ?? false));
     if (outcome.ok) entered.forEach(({ name, entry, text }) => entry.settle(text, item()[name]));
     return outcome;
   };
-  return { entered: entered.map(({ name, text }) => `${name} ${text}`).join(", "), act };
+  return { entered: entered.map(({ name, text }) => `${name} ${text}`).join(", "), confirm, act };
 }
 
 // A row with the member's name, its present value and its field.

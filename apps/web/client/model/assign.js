@@ -23,6 +23,7 @@ export function assign(app, variable, text) {
       stored: `stored${remark}`,
       refused: () => (isOutside(variable, value) ? `refused: ${bounds(variable)}` : "refused by the device"),
       now: () => `it holds ${variable.value}`,
+      wrong: () => [variable.name],
     });
   });
 }
@@ -41,6 +42,7 @@ export function assignMembers(app, variable, members, index) {
       stored: `stored${remarks.join("")}`,
       refused: () => `refused by the device: ${others().join(", ")}`,
       now: () => others().map((name) => `${name} is ${item()[name]}`).join(", "),
+      wrong: () => others(),
     });
   });
 }
@@ -79,9 +81,9 @@ async function send(app, variable, act, wish) {
     const answer = await act();
     if (answer === null) return null;
     if (answer.errors) return refusal(variable, answer.errors);
-    if (answer.result === 0) return failed(`refused: ${answer.error.trim() || "the service cannot take this"}`);
+    const words = answer.result === 0 ? withError(wish, answer.error) : wish;
     const isKnown = await watch.seen(REPORTED_WITHIN_MS) || await app.readBack();
-    if (isKnown) return outcome(variable, watch, wish);
+    if (isKnown) return outcome(variable, watch, words);
     if (answer.stored !== undefined && wish.isStored(answer.stored)) return done(wish.stored);
     return unknown(app, variable, wish, "reading it back failed");
   } catch (error) {
@@ -91,6 +93,10 @@ async function send(app, variable, act, wish) {
     watch.end();
   }
 }
+
+// An error says nothing about what is stored: without a broker the service stores, but cannot tell the other processes.
+const withError = (wish, error) => ({ ...wish, stored: `${wish.stored}; the service reports an error`,
+  refused: () => `refused: ${error.trim() || "the service cannot take this"}` });
 
 // Each message begins with a name: the variable's is known where it is shown.
 function refusal({ key }, errors) {
@@ -102,7 +108,7 @@ function refusal({ key }, errors) {
 function outcome(variable, watch, wish) {
   if (wish.isStored()) return done(wish.stored);
   if (watch.hasSeen) return done(`${wish.stored}; changed since: ${wish.now()}`);
-  if (!watch.hasChanged) return failed(wish.refused());
+  if (!watch.hasChanged) return failed(wish.refused(), wish.wrong());
   if (variable.kind === "unprintable") return failed("it cannot be printed now");
   return failed(`changed by another process: ${wish.now()}`);
 }

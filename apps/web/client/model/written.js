@@ -110,6 +110,7 @@ const mostBytes = ({ length }) => (length ? length - 1 : Infinity);
 // Version 1 counts braces wherever they are. It refuses a text of a structure where it cuts the text of a variable.
 function whyUnsendable(form, text) {
   if (text.includes("\"") && text.includes("'")) return "a text cannot be sent with both kinds of quotes";
+  if (text.includes("\0")) return "a text cannot be sent with zero characters";
   let depth = 0;
   for (const character of text) {
     depth += character === "{" ? 1 : character === "}" ? -1 : 0;
