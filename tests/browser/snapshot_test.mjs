@@ -79,3 +79,15 @@ test("each value that is not restored says why, and the others are stored", asyn
     }
     assert.deepEqual([await device.load(BRIGHTNESS), await device.load("MemPersistent.KnobBrightness")], ["5", "1"]);
 });
+
+test("a browser that keeps nothing is named, for snapshots and layouts", async () => {
+    const prepare = (page) => page.addInitScript(() => { Storage.prototype.setItem = () => { throw new DOMException("", "QuotaExceededError"); }; });
+    const console = await open({ view: "snapshot", prepare });
+    await console.page.locator("#snapshot-take").click();
+    await console.says("#snapshot-note", /^Snapshot of.*cannot keep it/);
+    await console.go("watch");
+    await console.page.locator("#watch-layouts summary").click();
+    await console.page.locator("#layout-name").fill("focus pull");
+    await console.page.locator("#layout-name").press("Enter");
+    await console.says("#layout-note", /^focus pull: .*cannot keep it/);
+});

@@ -8,13 +8,14 @@ export function recall(key, otherwise) {
   }
 }
 
-// An undefined value is forgotten.
+// An undefined value is forgotten. Returns whether the browser keeps it: private windows and full disks keep nothing.
 export function remember(key, value) {
   try {
     if (value === undefined) localStorage.removeItem(key);
     else localStorage.setItem(key, JSON.stringify(value));
+    return true;
   } catch {
-    // Private windows and full disks.
+    return false;
   }
 }
 
@@ -54,10 +55,13 @@ export class Kept {
     return this.#value;
   }
 
+  // Whether it survives this page.
+  isKept = true;
+
   // Changes what is kept at this moment, by whichever page: update() gets it and returns the new value.
   change(update) {
     this.#value = update(recall(this.#key, this.#value));
-    remember(this.#key, this.#value);
+    this.isKept = remember(this.#key, this.#value);
     this.#listeners.forEach((listener) => listener());
   }
 
@@ -85,13 +89,15 @@ export class KeptEach {
     });
   }
 
-  // Takes pairs of name and value; an undefined value is forgotten.
+  // Takes pairs of name and value; an undefined value is forgotten. Returns whether all of it survives this page.
   change(pairs) {
+    let isKept = true;
     for (const [name, value] of pairs) {
-      remember(this.#prefix + name, value);
+      isKept = remember(this.#prefix + name, value) && isKept;
       this.#take(name, value);
     }
     this.#listeners.forEach((listener) => listener());
+    return isKept;
   }
 
   // listener() is called after each change, also of another page.

@@ -17,6 +17,8 @@ export const keptSnapshot = () => kept.value;
 
 // Whether a file has it.
 export const isSnapshotSaved = () => saved.value;
+// Whether it survives this page.
+export const isSnapshotKept = () => kept.isKept;
 export const markSnapshotSaved = () => saved.change(() => true);
 
 export function keepSnapshot(snapshot, isSaved) {

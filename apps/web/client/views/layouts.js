@@ -5,6 +5,8 @@ import { timeStamp } from "../model/format.js";
 import { layoutsText, readLayouts } from "../model/layouts.js";
 import { KeptEach, takeFormer } from "../model/remember.js";
 
+const LOST = "this browser cannot keep it, it ends with this page unless it is exported";
+
 export class Layouts {
   #kept = new KeptEach("console.layout.");
   #get;
@@ -39,9 +41,9 @@ export class Layouts {
   async #save(name) {
     if (name === "") return this.#say("A layout needs a name.");
     if (!await this.#mayReplace([name])) return undefined;
-    this.#kept.change([[name, this.#get()]]);
+    const isKept = this.#kept.change([[name, this.#get()]]);
     byId("layout-name").value = "";
-    return this.#say(`${name} is saved in this browser.`);
+    return this.#say(isKept ? `${name} is saved in this browser.` : `${name}: ${LOST}.`);
   }
 
   async #mayReplace(names) {
@@ -61,8 +63,8 @@ export class Layouts {
     try {
       const layouts = readLayouts(await file.text());
       if (!await this.#mayReplace(Object.keys(layouts))) return;
-      this.#kept.change(Object.entries(layouts));
-      this.#say(`Imported: ${Object.keys(layouts).join(", ")}.`);
+      const isKept = this.#kept.change(Object.entries(layouts));
+      this.#say(`Imported: ${Object.keys(layouts).join(", ")}${isKept ? "" : `; ${LOST}`}.`);
     } catch (error) {
       this.#say(`${file.name} is not imported: ${error.message}.`);
     } finally {

@@ -2,9 +2,9 @@
 
 import { ask, byId, element, saveAs, setText } from "../dom.js";
 import { assign, assignMembers, memberForm } from "../model/assign.js";
-import { timeStamp } from "../model/format.js";
-import { differences, isSnapshotSaved, keepSnapshot, keptSnapshot, markSnapshotSaved, placeText, readSnapshot, snapshotText,
-  subscribeToSnapshot, takeSnapshot, valueAt } from "../model/snapshot.js";
+import { apart, timeStamp } from "../model/format.js";
+import { differences, isSnapshotKept, isSnapshotSaved, keepSnapshot, keptSnapshot, markSnapshotSaved, placeText,
+  readSnapshot, snapshotText, subscribeToSnapshot, takeSnapshot, valueAt } from "../model/snapshot.js";
 
 const ROWS_AT_ONCE = 300;
 
@@ -31,6 +31,7 @@ export class SnapshotView {
     on("restore", "click", () => this.#restore());
     app.store.subscribe((changed, isNew) => this.#follow(changed, isNew));
     subscribeToSnapshot(() => this.#renew());
+    addEventListener("beforeunload", (event) => this.#isRestoring && event.preventDefault());
     this.#offerMemories();
   }
 
@@ -232,7 +233,8 @@ export class SnapshotView {
     const taken = new Date(snapshot.taken).toLocaleString("en-GB");
     const scope = memories.length === 1 ? memories[0] : `${memories.length} memories`;
     const note = unread === 0 ? "" : ` ${unread} values could not be read.`;
-    this.#say(`Snapshot of ${snapshot.device || "a device"}, ${taken}, ${scope}.${note}`);
+    const lost = isSnapshotKept() ? "" : " This browser cannot keep it: it ends with this page unless it is saved as a file.";
+    this.#say(`Snapshot of ${apart(snapshot.device || "a device")}, ${taken}, ${scope}.${note}${lost}`);
   }
 
   #say(text) {
