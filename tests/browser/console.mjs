@@ -100,8 +100,10 @@ export class Console {
     // The open editor of a variable.
     async editor(variable) {
         const row = await this.row(variable);
-        if (!(await row.locator("form.editor").isVisible())) await row.locator("button.edit").click();
-        return row.locator("form.editor");
+        const editor = row.locator("form.editor");
+        if (!(await editor.isVisible())) await row.locator("button.edit").click();
+        await editor.waitFor();
+        return editor;
     }
 
     // Opens the editor of a variable, gives it to `fill`, submits it and waits for the outcome.

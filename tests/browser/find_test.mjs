@@ -85,3 +85,26 @@ test("the palette leads to variables, views and actions by the keyboard alone", 
     await page.keyboard.press("Escape");
     assert.equal(await page.locator("dialog[open]").count(), 0);
 });
+
+test("an editor or a palette that could not be loaded is loaded when a person tries again", async () => {
+    for (const [path, control, part] of [["**/editors/**", ".edit", "form.editor"], ["**/palette.js", "#find", ".palette[open]"]]) {
+        const { page } = await open({ prepare: (each) => each.route(path, (route) => route.abort()) });
+        await page.locator(control).first().click();
+        const again = page.locator("#question[open]").getByRole("button", { name: "Try again" });
+        await again.waitFor();
+        await page.unroute(path);
+        await again.click();
+        await page.locator(part).waitFor();
+    }
+});
+
+test("an editor that is loaded late takes no key that is typed elsewhere", async () => {
+    let release;
+    const isAsked = new Promise((resolve) => { release = resolve; });
+    const { page } = await open({ prepare: (each) => each.route("**/editors/**", (route) => isAsked.then(() => route.continue())) });
+    await page.locator(".edit").first().click();
+    await page.locator("#search").focus();
+    release();
+    await page.locator("form.editor").waitFor();
+    assert.equal(await focus(page), "search");
+});

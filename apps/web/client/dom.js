@@ -61,6 +61,17 @@ function showQuestion(text, yes) {
   });
 }
 
+// What load() resolves to; where it cannot be loaded now, a person may try again, and undefined if not.
+export async function loaded(load, what) {
+  for (;;) {
+    try {
+      return await load();
+    } catch {
+      if (!await ask(`${what} could not be loaded.`, "Try again")) return undefined;
+    }
+  }
+}
+
 // Does the steps of a generator, each when the page has nothing else to do. Safari has no idle times.
 export function whenIdle(steps) {
   const soon = globalThis.requestIdleCallback ?? setTimeout;

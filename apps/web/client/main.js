@@ -2,7 +2,7 @@
 
 import { Connection } from "./views/connection.js";
 import { addressOf, readAddress } from "./address.js";
-import { byId, setText } from "./dom.js";
+import { byId, loaded, setText } from "./dom.js";
 import { connect } from "./feed/client.js";
 import { keptNames, recall } from "./model/remember.js";
 import { Store } from "./model/store.js";
@@ -72,12 +72,14 @@ class App {
     const watched = keptNames("console.watch.");
     if (watched.length > 0) this.feed.record(watched);
     // So that it is there for the first key that is typed into it.
-    setTimeout(loadPalette, PALETTE_MS);
+    setTimeout(() => this.#makePalette(loadPalette).catch(() => {}), PALETTE_MS);
   }
 
   // The updates of this browser, which go on in each of its pages.
   async firmware() {
-    const { Firmware } = await import("./model/firmware.js");
+    const load = () => import("./model/firmware.js").catch(() =>
+      new Promise((resolve) => setTimeout(resolve, RETRY_MS)).then(load));
+    const { Firmware } = await load();
     return this.#firmware ??= new Firmware(this);
   }
 
@@ -117,10 +119,15 @@ class App {
     this.#openPalette();
   }
 
+  // At once where it is there: the next key is typed into it.
   async #openPalette() {
-    const { Palette } = await loadPalette();
-    this.#palette ??= new Palette(this);
-    this.#palette.open();
+    if (!this.#palette) await this.#makePalette(() => loaded(loadPalette, "The search over views, actions and variables"));
+    this.#palette?.open();
+  }
+
+  async #makePalette(load) {
+    const module = await load();
+    if (module) this.#palette ??= new module.Palette(this);
   }
 
   // A hidden page reads nothing, unless it records or follows an update.

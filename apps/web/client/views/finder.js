@@ -1,7 +1,7 @@
 // The search of the Variables view: what is asked for, and the rows that fit, best first.
 
 import { readAddress, writeAddress } from "../address.js";
-import { byId, setText, whenIdle } from "../dom.js";
+import { byId, loaded, setText, whenIdle } from "../dom.js";
 import { clockText } from "../model/format.js";
 import { SearchIndex } from "../model/search.js";
 
@@ -87,7 +87,7 @@ export class Finder {
   }
 
   async #loadSnapshots() {
-    this.#snapshots = await import("../model/snapshot.js");
+    this.#snapshots = await loaded(() => import("../model/snapshot.js"), "The comparison with the snapshot") ?? null;
     this.#show(false);
   }
 

@@ -1,6 +1,6 @@
 // A row of the Variables view.
 
-import { ask, element, setText } from "../dom.js";
+import { ask, element, loaded, setText } from "../dom.js";
 import { clockText, typeText, valueText } from "../model/format.js";
 
 export const loadEditors = () => import("../editors/editor.js");
@@ -78,22 +78,30 @@ export class Row {
     }
   }
 
+  // Whether something is typed that is not stored.
+  get isTouched() {
+    return this.#editor?.isTouched() ?? false;
+  }
+
   get isEdited() {
     return this.#editor !== null;
   }
 
   async #toggleEditor() {
     if (this.#editor) {
-      const isMeant = !this.#editor.isTouched() || await ask(`Discard what is entered for ${this.variable.name}?`, "Discard");
+      const isMeant = !this.isTouched || await ask(`Discard what is entered for ${this.variable.name}?`, "Discard");
       if (!isMeant) return;
       this.#editor.form.remove();
       this.#editor = null;
       this.#parts.edit.focus();
     } else {
-      const { createEditor } = await loadEditors();
+      const focused = document.activeElement;
+      const { createEditor } = await loaded(loadEditors, "The editor") ?? {};
+      if (!createEditor) return;
       this.#editor ??= createEditor(this.#app, this.variable);
       this.node.append(this.#editor.form);
-      this.#editor.form.querySelector("input, select, textarea, button")?.focus();
+      const first = this.#editor.form.querySelector("input, select, textarea, button");
+      if (document.activeElement === focused) first?.focus(); // else a person types somewhere else by now
     }
     this.#parts.edit.setAttribute("aria-expanded", this.#editor !== null);
     setText(this.#parts.edit, this.#editor ? "Close" : "Edit");

@@ -32,7 +32,9 @@ export class VariablesView {
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     if (app.store.variables.size > 0) this.#addRows();
     setInterval(() => this.#calmDown(), SWEEP_MS);
-    setTimeout(loadEditors, EDITORS_MS);
+    const isTouched = () => [...this.#rows.values()].some((row) => row.isTouched);
+    addEventListener("beforeunload", (event) => isTouched() && event.preventDefault());
+    setTimeout(() => loadEditors().catch(() => {}), EDITORS_MS);
   }
 
   show() {
