@@ -38,13 +38,17 @@ const OPEN = {
     }],
 };
 
-// What sticks out to the side: the page as a whole, or controls that do not scroll into view.
+// What sticks out to the side: the page as a whole, or controls that do not scroll into view; and names without room.
 function overhang(size) {
     const root = document.documentElement;
     root.style.fontSize = size;
-    const isOut = (control) => control.checkVisibility({ contentVisibilityAuto: true }) && !control.closest(".scroll")
-        && control.getBoundingClientRect().right > root.clientWidth + 1;
+    const isSeen = (node) => node.checkVisibility({ contentVisibilityAuto: true }) && !node.closest(".scroll");
+    const rightOf = (node) => node.getBoundingClientRect().right;
+    const isOut = (control) => isSeen(control)
+        && rightOf(control) > Math.min(rightOf(control.closest(".memory, .card, .plot, body")), root.clientWidth) + 1;
+    const isNarrow = (name) => isSeen(name) && name.clientWidth < 100;
     const controls = [...document.querySelectorAll("button, input, select, textarea, a")].filter(isOut);
+    controls.push(...[...document.querySelectorAll(".what")].filter(isNarrow));
     const isSmall = size === "200%" && parseFloat(getComputedStyle(document.body).fontSize) < 24;
     const found = [isSmall ? "text that does not grow" : [], root.scrollWidth > root.clientWidth ? "the page" : [], controls.map((control) => control.outerHTML)].flat();
     root.style.fontSize = "";

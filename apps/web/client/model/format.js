@@ -53,6 +53,9 @@ function shortened(words) {
   return text;
 }
 
+// A text that is part of a sentence: one that runs from right to left leaves the order of the rest as it is.
+export const apart = (text) => (/[\u0590-\u08ff\u202a-\u202e\ufb1d-\ufeff]/.test(text) ? `\u2068${text}\u2069` : text);
+
 // 4265201664 as "4.27 GB".
 export function sizeText(bytes) {
   const power = Math.min(Math.floor(Math.log10(Math.max(bytes, 1)) / 3), 3);

@@ -61,13 +61,14 @@ function identity(info) {
       element("pre", {}, info.text)];
   }
   const facts = { Name: info.name, Id: info._id, "Serial number": info.serialnumber, Firmware: info.firmwareversion };
-  const used = Math.max(info.space_total - info.space_available, 0);
-  const space = `${sizeText(info.space_available)} of ${sizeText(info.space_total)} free`;
+  const used = info.space_total - info.space_available;
+  // The service counts with 32 bits.
+  const space = used < 0 ? "not known" : `${sizeText(info.space_available)} of ${sizeText(info.space_total)} free`;
   return [
     element("dl", {}, ...Object.entries(facts).flatMap(([name, value]) =>
       [element("dt", {}, name), element("dd", {}, value)]),
     element("dt", {}, "Space"), element("dd", {}, space,
-      element("meter", { min: 0, max: info.space_total, value: used, "aria-label": "Used space" }))),
+      element("meter", { min: 0, max: info.space_total, value: Math.max(used, 0), "aria-label": "Used space" }))),
     element("h3", {}, "Accessories"),
     info.devices.length === 0 ? element("p", { class: "note" }, "None is connected.") : accessories(info.devices),
   ];

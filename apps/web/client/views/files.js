@@ -2,6 +2,7 @@
 
 import { deleteFile, fileAddress, listFiles, putFile } from "../feed/api.js";
 import { ask, element, setText } from "../dom.js";
+import { apart } from "../model/format.js";
 
 // The card with the list, for one kind of the API ("lenstables"). onChange is called when the device's space may have
 // changed.
@@ -12,6 +13,7 @@ export class FileList {
   #state = element("p", { class: "note", role: "status" });
   #names = null;
   #isProblem = false;
+  #isUploading = false;
   isReading = false;
 
   constructor(kind, title, onChange) {
@@ -24,6 +26,7 @@ export class FileList {
     });
     this.node = element("section", { class: "card files-of", id: `file-list-${kind}` },
       element("h2", {}, title), this.#list, element("label", { class: "drop" }, input, `Drop files here, or choose some`), this.#state);
+    addEventListener("beforeunload", (event) => this.#isUploading && event.preventDefault());
     this.#takeDrops();
   }
 
@@ -79,10 +82,12 @@ export class FileList {
   // One after the other: the service holds each whole.
   async #upload(files) {
     const said = [];
+    this.#isUploading = true;
     for (const file of files) {
-      this.#say(`Uploading ${file.name} …`);
+      this.#say(`Uploading ${apart(file.name)} …`);
       said.push(await this.#uploadOne(file));
     }
+    this.#isUploading = false;
     await this.refresh();
     this.#say(said.filter(Boolean).join(" "));
     this.#onChange();
@@ -90,21 +95,21 @@ export class FileList {
 
   // The list is read before: another client may have stored a file of this name.
   async #uploadOne(file) {
-    if (!await this.refresh()) return `${file.name} is not stored: the files cannot be listed.`;
-    if (this.#names.includes(file.name) && !await ask(`Replace ${file.name} on the device?`, "Replace")) return "";
+    if (!await this.refresh()) return `${apart(file.name)} is not stored: the files cannot be listed.`;
+    if (this.#names.includes(file.name) && !await ask(`Replace ${apart(file.name)} on the device?`, "Replace")) return "";
     try {
       const result = await putFile(this.#kind, file.name, file);
-      return result === "Success" ? `${file.name} is stored.` : `${file.name} is not stored: ${result}.`;
+      return result === "Success" ? `${apart(file.name)} is stored.` : `${apart(file.name)} is not stored: ${result}.`;
     } catch (error) {
       return failure(file.name, "stored", error);
     }
   }
 
   async #delete(name) {
-    if (!await ask(`Delete ${name} from the device?`, "Delete")) return;
+    if (!await ask(`Delete ${apart(name)} from the device?`, "Delete")) return;
     try {
       const result = await deleteFile(this.#kind, name);
-      this.#say(result === "Success" ? `${name} is deleted.` : `${name} is not deleted: ${result}.`);
+      this.#say(result === "Success" ? `${apart(name)} is deleted.` : `${apart(name)} is not deleted: ${result}.`);
     } catch (error) {
       this.#say(failure(name, "deleted", error));
     }
@@ -113,5 +118,5 @@ export class FileList {
   }
 }
 
-const failure = (name, done, error) => (error.isRefusal ? `${name} is not ${done}: ${error.message}.`
-  : `It is unknown whether ${name} is ${done}: ${error.message}.`);
+const failure = (name, done, error) => (error.isRefusal ? `${apart(name)} is not ${done}: ${error.message}.`
+  : `It is unknown whether ${apart(name)} is ${done}: ${error.message}.`);
