@@ -122,9 +122,9 @@ class Shell:
 
     def _deliver_earlier_changes(self):
         """Returns when no earlier change can answer the next request for updates."""
-        # The first waiting request may be answered with earlier changes. The change made here is then still on its
-        # way, so the next round uses another variable.
-        for name in UNUSED:
+        # The waiting request may be answered with earlier changes, or with those of a device that moves. The change made
+        # here is then still on its way, so the next round uses another variable.
+        for name in 20 * UNUSED:
             waiting = HTTPConnection(self._device.http_address, self._device.http_port, timeout=WAIT_SECONDS)
             waiting.request("GET", "/api/v1/update.cgi")
             self._sync()
