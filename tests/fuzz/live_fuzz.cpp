@@ -89,19 +89,19 @@ public:
         return records::content(text);
     }
 
-    std::string everything() const {
-        std::string bytes;
+    // Copies all memories into `bytes`, whose allocation is kept for the next input.
+    void copyTo(std::string& bytes) {
+        bytes.clear();
         for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
-            bytes += memories_.bytes(mem);
-        return bytes;
+            bytes.append(memories_.base(mem), MEMORY_ARRAY[mem].size);
     }
 
     // The memories are zero, but another process has stored something.
     void reset(std::string_view stored) {
         for (const MemoryDescriptor& memory : MEMORY_ARRAY)
             std::memset(*memory.basePointer, 0, memory.size);
-        for (const char* const name : {"ProductName", "LensFileList", "FocusMotor"})
-            stored.copy(address(Variable(name)), Variable(name).row().size);
+        for (const Variable& variable : stored_)
+            stored.copy(address(variable), variable.row().size);
     }
 
 private:
@@ -142,6 +142,7 @@ private:
     PostedEvents events_;
     sockaddr_un address_ = records::listenOnStandardInput();
     Server server_{poll_, std::nullopt};
+    const Variable stored_[3]{Variable("ProductName"), Variable("LensFileList"), Variable("FocusMotor")};
     char* const brightness_ = address(Variable("DisplayBrightness"));
     Server::Clock::time_point now_ = Server::Clock::now();
 };
@@ -227,11 +228,14 @@ void checkStored(Process& process, const Input& input, const Answer& answer) {
     const bool hasInvalid = answer.body.find("INVALID_VALUE") != std::string::npos; // members that nobody set
     if (hasInvalid || !input.stored.empty())
         return;
-    const std::string stored = process.everything();
+    static std::string before;
+    static std::string after;
+    process.copyTo(before);
     const Answer again(process.exchange(Input("PATCH\nvalues\n\n\n\n\n\n" + answer.body).records()));
     EXPECT_EQ(again.status(), 200) << again.body;
     EXPECT_EQ(again.document(), answer.document());
-    EXPECT_TRUE(process.everything() == stored);
+    process.copyTo(after);
+    EXPECT_TRUE(after == before);
 }
 
 // `{"DisplayBrightness":<number>}` is stored if the number is whole and within the bounds.
@@ -264,17 +268,20 @@ void checkPresent(Process& process, Input input, const Answer& now) {
 
 void handle(std::string_view text) {
     static Process process;
-    process.reset("");
     if (text.starts_with('\x01')) {
+        process.reset("");
         process.exchange(text);
         return;
     }
     const Input input(text);
     process.reset(input.stored);
-    const std::string before = process.everything();
+    static std::string before;
+    static std::string after;
+    process.copyTo(before);
     const Answer answer(process.exchange(input.records()));
     if (answer.status() >= 400) {
-        EXPECT_TRUE(process.everything() == before);
+        process.copyTo(after);
+        EXPECT_TRUE(after == before);
         if (input.method != "HEAD")
             checkProblem(answer);
     }
