@@ -1,10 +1,13 @@
-"""The TypeScript and the Python client on a virtual device: their examples, and watching across lost connections."""
+"""The TypeScript and the Python client on a virtual device: their examples, watching across lost connections, and sets of
+unchanged variables only.
+"""
 
 import json
 import os
 import shutil
 import subprocess
 import sys
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import pytest
@@ -12,6 +15,10 @@ import pytest
 from systemdevice import BUILD, WAIT_SECONDS, wait_until
 
 CLIENTS = Path(BUILD, "generated/clients").resolve()
+sys.path.insert(0, str(CLIENTS / "python"))
+
+from controller import Changed, Controller  # pylint: disable=import-error; the build generates it
+
 BRIGHTNESS = ["MemPersistent.ButtonBrightness", "MemPersistent.DisplayBrightness", "MemPersistent.KnobBrightness"]
 WATCH = {
     "python": """
@@ -96,3 +103,21 @@ def test_watching_continues_after_lost_connections(device, web_server, language,
             wait_for({**present, "MemPersistent.ButtonBrightness": 4}, "all values after a restart")
         finally:
             process.terminate()
+
+
+def test_none_of_many_increments_is_lost(device):
+    name = BRIGHTNESS[0]
+
+    def increment(controller):
+        reading = controller.read(name)
+        value, version = reading.values[name], reading.version
+        while True:
+            try:
+                return controller.set({name: value + 1}, unchanged_since=version)
+            except Changed as changed:
+                value, version = changed.values[name], changed.version
+
+    Controller(device.url).set({name: 0})
+    with ThreadPoolExecutor() as threads:
+        list(threads.map(increment, [Controller(device.url)] * 10))
+    assert Controller(device.url).values(name) == {name: 10}
