@@ -82,6 +82,7 @@ def parent_and_state(pid):
 
 def test_child_ends_when_the_service_is_killed(feed):
     with SystemDevice(environment=feed.environment, may_fail={"service"}) as device, feed:
+        device.ping()  # it listens before it starts the child
         children = [pid for pid in os.listdir("/proc")
                     if pid.isdigit() and parent_and_state(pid)[0] == device.pids["service"]]
         assert children

@@ -1,5 +1,6 @@
 """The variables tool on a virtual device."""
 
+import contextlib
 import ctypes
 import fcntl
 import json
@@ -79,14 +80,19 @@ def test_all_values_or_none_are_stored(device):
     assert run(device, "fetch")[0] == 2
 
 
+def change_until_printed(device, watch):
+    """Returns when the process prints changes."""
+    for turn in range(1000):
+        run(device, "set", f"LensFileList[3].LensFileName=turn {turn}")
+        if select.select([watch.stdout], [], [], 0)[0]:
+            return
+    raise AssertionError("no change is printed")
+
+
 def test_changes_are_printed_until_a_value_is_there(device):
     with ending(start(device, "watch", "MemLens.*", "MemPersistent.*", "--json", "--until", "ZoomTorque=4")) as watch:
-        for turn in range(1000):
-            run(device, "set", f"LensFileList[3].LensFileName={turn}", "IrisTorque=2", f"ZoomTorque={1 + turn % 3}")
-            if select.select([watch.stdout], [], [], 0)[0]:  # it watches
-                break
-        run(device, "set", "LensFileList[3].LensFileName=last")
-        run(device, "set", "ZoomTorque=4")
+        change_until_printed(device, watch)
+        run(device, "set", "IrisTorque=2", "ZoomTorque=4")
         changes = [json.loads(line) for line in watch.stdout]
     assert watch.returncode == 0
     assert {change["variable"] for change in changes} >= {"MemLens.LensFileList[3].LensFileName",
@@ -98,15 +104,18 @@ def test_changes_are_printed_until_a_value_is_there(device):
 
 def sockets(pid):
     """The number of the process's sockets."""
-    folder = Path(f"/proc/{pid}/fd")
-    return sum(file.name > "2" and os.readlink(file).startswith("socket:") for file in folder.iterdir())
+    links = []
+    for file in Path(f"/proc/{pid}/fd").iterdir():
+        with contextlib.suppress(FileNotFoundError):  # closed since the folder was read
+            links += [os.readlink(file)] if file.name > "2" else []
+    return sum(link.startswith("socket:") for link in links)
 
 
 def test_watch_receives_events_while_its_lines_are_not_read(device):
     run(device, "set", "FocusTorque=1")
-    with start(device, "watch", "--until", "FocusTorque=4") as watch:
+    with ending(start(device, "watch", "--until", "FocusTorque=4")) as watch:
         fcntl.fcntl(watch.stdout, fcntl.F_SETPIPE_SZ, 4096)
-        wait_until(lambda: sockets(watch.pid) == 1, "a connection")
+        change_until_printed(device, watch)
         for turn in range(4):
             run(device, "set", *(f"LensFileList[{place}].LensFileName={turn}" for place in range(100)))
         run(device, "set", "FocusTorque=4")
@@ -157,10 +166,6 @@ def run_until(device, is_reached, *words):
     return steps, None
 
 
-def has_socket(pid, _):
-    return any("socket:" in os.readlink(file) for file in Path(f"/proc/{pid}/fd").iterdir())
-
-
 def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
     def status(pipeline):
         script = pipeline.replace("TOOL", shlex.join(device.command("variables"))) + "; exit ${PIPESTATUS[0]}"
@@ -173,7 +178,8 @@ def test_output_that_cannot_be_written_fails_unless_its_reader_has_gone(device):
 @pytest.mark.skipif(bool(emulator(BUILD)), reason="the steps would be the emulator's")
 def test_a_tool_that_is_killed_at_any_step_gives_the_semaphore_back(device):
     semaphore = next(Path("/dev/shm").glob(f"sem.{device.name}*"))
-    before, status = run_until(device, has_socket, "set", "FocusTorque=1")  # without a socket it has no semaphore either
+    # Without a socket it has no semaphore either.
+    before, status = run_until(device, lambda pid, _: sockets(pid) > 0, "set", "FocusTorque=1")
     last = before - 5
     while status is None:
         last += 1
@@ -186,7 +192,7 @@ def test_texts_that_are_not_utf8_are_refused_and_hide_nothing(device):
     assert run(device, "set", "ProductName=a\udcff") == (
         1, "", 'variables: ProductName takes a text of UTF-8, not "a\\ufffd"\nNothing has been stored.\n')
     place = json.loads(run(device, "list", "--json", "--long", "ProductName")[1])[0]["location"]
-    with (start(device, "watch", "--until", "ProductName=a?") as watch,
+    with (ending(start(device, "watch", "--until", "ProductName=a?")) as watch,
           open(device.segment("MemPersistent"), "r+b") as memory):
         memory.seek(4 + place)
         memory.write(b"a\xff\0")
