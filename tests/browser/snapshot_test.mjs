@@ -91,3 +91,27 @@ test("a browser that keeps nothing is named, for snapshots and layouts", async (
     await console.page.locator("#layout-name").press("Enter");
     await console.says("#layout-note", /^focus pull: .*cannot keep it/);
 });
+
+test("a restore that is stopped ends behind the value on its way, however often the button is pressed", async () => {
+    const console = await open({ view: "snapshot" });
+    const { page } = console;
+    await taken(console);
+    for (const name of ["KnobBrightness", "ButtonBrightness"]) await device.store(`MemPersistent.${name}`, 9);
+    await until(async () => {
+        await page.locator("#snapshot-compare").click();
+        return (await places(page)).length;
+    }, 2, "what differs");
+    await page.locator("#snapshot-all").check();
+    const thaw = device.freeze();
+    try {
+        await page.locator("#snapshot-restore").click();
+        await page.locator("#question [value=yes]").click();
+        for (const label of ["Stop", "Stopping …"]) {
+            await console.says("#snapshot-restore", label);
+            await page.locator("#snapshot-restore").click();
+        }
+    } finally {
+        thaw();
+    }
+    await count(console, "1 stored, 0 not stored, 1 not sent.");
+});

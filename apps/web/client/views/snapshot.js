@@ -14,6 +14,7 @@ export class SnapshotView {
   #rows = [];
   #most = ROWS_AT_ONCE;
   #isRestoring = false;
+  #isStopping = false;
 
   constructor(app) {
     this.#app = app;
@@ -188,16 +189,17 @@ export class SnapshotView {
   // One after the other; a second press stops behind the one that is on its way.
   async #restore() {
     if (this.#isRestoring) {
-      this.#isRestoring = false;
+      this.#isStopping = true;
+      setText(byId("snapshot-restore"), "Stopping …");
       return;
     }
     const chosen = this.#chosen();
     if (!await ask(`Store ${chosen.length} values of the snapshot on the device?`, "Restore")) return;
-    this.#isRestoring = true;
+    [this.#isRestoring, this.#isStopping] = [true, false];
     setText(byId("snapshot-restore"), "Stop");
     let [sent, stored] = [0, 0];
     for (const { difference, node } of chosen) {
-      if (!this.#isRestoring) break;
+      if (this.#isStopping) break;
       setText(byId("snapshot-count"), `Restoring ${++sent} of ${chosen.length}`);
       stored += await this.#restoreOne(difference, node) ? 1 : 0;
     }
