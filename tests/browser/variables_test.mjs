@@ -148,10 +148,13 @@ test("a value that another process changes right after a set is not taken for a 
 
 test("an error of the service is no refusal where the value is stored", async () => {
     const console = await open();
-    await console.page.route("**/set.cgi", async (route) =>
-        route.fulfill({ response: await route.fetch(), body: '{"result": 0, "error": "" }' }));
+    let body = '{"result": 0, "error": "" }';
+    await console.page.route("**/set.cgi", async (route) => route.fulfill({ response: await route.fetch(), body }));
     await console.edit(BRIGHTNESS, entering("2"), "stored; the service reports an error");
     await console.edit(BRIGHTNESS, entering("11"), /^refused/);
+    body = "{"; // the rest is lost
+    await console.edit(BRIGHTNESS, entering("4"), "stored");
+    await console.edit(BRIGHTNESS, entering("11"), "unknown: the answer is not readable; it may be stored later");
 });
 
 test("what is typed is not left without a question", async () => {

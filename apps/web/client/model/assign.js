@@ -87,8 +87,9 @@ async function send(app, variable, act, wish) {
     if (answer.stored !== undefined && wish.isStored(answer.stored)) return done(wish.stored);
     return unknown(app, variable, wish, "reading it back failed");
   } catch (error) {
-    if (!(error instanceof RequestError)) throw error;
-    return error.isRefusal ? failed(`not sent: ${error.message}`) : unknown(app, variable, wish, error.message);
+    if (error.isRefusal) return failed(`not sent: ${error.message}`);
+    if (watch.hasSeen) return outcome(variable, watch, wish);
+    return unknown(app, variable, wish, error instanceof RequestError ? error.message : "the answer is not readable");
   } finally {
     watch.end();
   }
