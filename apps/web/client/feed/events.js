@@ -10,14 +10,22 @@ const ANSWERED_WITHIN_MS = 2500;
 // From here on toFixed() writes an exponent.
 const LARGE = 1e21;
 
-// The number of the last change, or null where the controller has no version 2 or it does not answer in time.
+// The number of the last change, or null where the controller has no version 2 or it does not answer. It is asked a second
+// time when no answer comes: this machine may have stalled.
 export async function lastChange(signal) {
+  const first = await askLastChange(signal);
+  return first === undefined ? await askLastChange(signal) ?? null : first;
+}
+
+// As lastChange(), but undefined where no answer comes in time.
+async function askLastChange(signal) {
   const late = AbortSignal.timeout(ANSWERED_WITHIN_MS);
   try {
     const options = { method: "HEAD", signal: AbortSignal.any([signal, late]) };
     return (await request(`${API}/values?vars=ProductName`, options)).headers.get("Event-Sequence");
   } catch (error) {
-    if (late.aborted || error instanceof RequestError && error.status > 0) return null;
+    if (error instanceof RequestError && error.status > 0) return null;
+    if (late.aborted && !signal.aborted) return undefined;
     throw error;
   }
 }

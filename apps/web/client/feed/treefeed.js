@@ -16,7 +16,7 @@ const LOST_AFTER_MS = 5000;
 const QUIET_MS = 2000;
 const PROBE_MS = 2500;
 // Version 2 may be installed or started later.
-const RETRY_TYPED_MS = 30000;
+const RETRY_TYPED_MS = 10000;
 // After a poll that may have come too late the tree is read: a little later, so that what changes together comes together,
 // and not more often than this, because the service keeps a line of each in its log.
 const SETTLE_MS = 300;
