@@ -2,7 +2,7 @@
 
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/web/service/fastcgi/bodybudget.h"
-#include "apps/web/service/fastcgi/sendall.h"
+#include "apps/web/service/fastcgi/recordbatch.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -31,13 +31,6 @@ std::size_t announcedSize(const std::string& text) {
 void clear(std::stringstream& stream) {
     stream.str({});
     stream.clear();
-}
-
-// Removes up to `count` bytes from the front of `text` and returns them.
-std::string_view takeFront(std::string_view& text, std::size_t count) {
-    const std::string_view front = text.substr(0, count);
-    text.remove_prefix(front.size());
-    return front;
 }
 
 } // namespace
@@ -244,19 +237,24 @@ void Request::sendError() {
 // Sends the stream's content and behind it `text`.
 void Request::sendStream(RecordType type, std::stringstream& stream, std::string_view text) {
     requireRegistry();
-    header_[1] = type;
-    sendRecords({stream.view(), text}, true); // at least END_REQUEST follows
+    RecordBatch records(header_, requestId_);
+    records.add(type, stream.view());
+    records.add(type, text);
+    sendRecords(records, true); // at least END_REQUEST follows
     stream.str({});
 }
 
 void Request::end() {
-    sendOutput();
-    sendError();
-    header_[1] = EndRequest;
-    sendRecords({std::string_view(ZEROS, sizeof(ZEROS))}, false); // status 0, FCGI_REQUEST_COMPLETE
+    requireRegistry();
+    RecordBatch records(header_, requestId_);
+    records.add(Stdout, output_.view());
+    records.add(Stderr, error_.view());
+    records.add(EndRequest, std::string_view(ZEROS, sizeof(ZEROS))); // status 0, FCGI_REQUEST_COMPLETE
+    sendRecords(records, false);
     LOG_MESSAGE(DebugMost, "REQUEST    end(%i, %i)", static_cast<int>(id_), requestId_);
     finished_ = true;
     context.reset();
+    error_.str({});
     output_ = std::stringstream(); // an emptied stream keeps its memory
     freeBody();
     if (!keepConnection_ || sendFailed_ || !fcgi_->keepsConnections()) {
@@ -301,44 +299,16 @@ void Request::freeInput() {
 }
 
 int Request::writeRecord(const char* data, unsigned int length) {
-    return sendRecords({std::string_view(data, length)}, false);
+    RecordBatch records(header_, requestId_);
+    records.add(header_[1], {data, length});
+    return sendRecords(records, false);
 }
 
-// Sends both texts as one. `more` says that another record follows at once.
-int Request::sendRecords(Texts texts, bool more) {
+// `more` says that another record follows at once.
+int Request::sendRecords(const RecordBatch& records, bool more) {
     if (isClosed())
         throwErrorNumber(__FILE__, __LINE__, "Request is already closed.");
-    if (sendFailed_)
-        return -1;
-    std::size_t remaining = texts[0].size() + texts[1].size();
-    const auto padding = static_cast<unsigned int>((8 - remaining % 8) % 8);
-    while (remaining > 0) {
-        const std::size_t chunk = std::min<std::size_t>(remaining, MAX_CONTENT);
-        const std::string_view first = takeFront(texts[0], chunk);
-        const std::string_view second = takeFront(texts[1], chunk - first.size());
-        remaining -= chunk;
-        if (sendRecord({first, second}, remaining == 0 ? padding : 0, more || remaining > 0) < 0) {
-            sendFailed_ = true; // part of a record may have been sent: the connection is unusable
-            return -1;
-        }
-    }
-    return 0;
-}
-
-int Request::sendRecord(const Texts& content, unsigned int padding, bool more) {
-    const std::size_t length = content[0].size() + content[1].size();
-    LOG_MESSAGE(DebugAll, "REQUEST     tx(%i, %i, %i)", requestId_, header_[1], static_cast<int>(length));
-    header_[2] = static_cast<unsigned char>(requestId_ >> 8);
-    header_[3] = static_cast<unsigned char>(requestId_ & 0xFF);
-    header_[4] = static_cast<unsigned char>(length >> 8);
-    header_[5] = static_cast<unsigned char>(length & 0xFF);
-    header_[6] = static_cast<unsigned char>(padding);
-    const std::string_view header(reinterpret_cast<const char*>(header_.data()), header_.size());
-    const std::size_t sent = sendAll(
-        socket_.get(), {header, content[0], content[1], std::string_view(ZEROS, padding)}, more, patience_);
-    if (sent < header.size() + length)
-        return -1;
-    if (sent < header.size() + length + padding)
-        LOG_MESSAGE(Warn, "Could not write padding: %s", strerror(errno));
-    return 0;
+    // After a failure, part of a record may have been sent: the connection is unusable.
+    sendFailed_ = sendFailed_ || !records.send(socket_.get(), more, patience_);
+    return sendFailed_ ? -1 : 0;
 }

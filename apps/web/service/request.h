@@ -14,6 +14,8 @@
 #include <string>
 #include <string_view>
 
+class RecordBatch;
+
 /// One FastCGI connection from the web server and the request that runs on it, in the responder role of
 /// FastCGI version 1, one request at a time. fastcgi/records.h describes the records.
 ///
@@ -129,8 +131,6 @@ public:
     bool waitsFor(int tag) const;
 
 private:
-    using Texts = std::array<std::string_view, 2>;
-
     void receive();
     void checkPeer();
     void askForBody();
@@ -140,8 +140,7 @@ private:
     void fail(const char* reason);
     void freeInput();
     void sendStream(RecordType type, std::stringstream& stream, std::string_view text = {});
-    int sendRecords(Texts texts, bool more);
-    int sendRecord(const Texts& content, unsigned int padding, bool more);
+    int sendRecords(const RecordBatch& records, bool more);
     void requireRegistry() const;
 
     RequestRegistry* fcgi_;

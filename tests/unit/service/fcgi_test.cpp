@@ -212,7 +212,7 @@ TEST(SendAll, StopsWhenItsPatienceOrTheProcessEnds) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     const std::string text(1 << 24, 'x');
     const auto send = [&](std::chrono::nanoseconds patience) {
-        return sendAll(ends[0], {text, "", "", ""}, false, patience);
+        return sendAll(ends[0], std::array<std::string_view, 1>{text}, false, patience);
     };
     std::jthread slow([&] { // takes something all the time
         for (char bytes[4096]; recv(ends[1], bytes, sizeof(bytes), 0) > 0;)

@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <poll.h>
-#include <span>
 #include <sys/socket.h>
 #include <sys/uio.h>
+#include <vector>
 
 namespace {
 
@@ -49,9 +50,9 @@ bool waitWritable(int fd, std::chrono::nanoseconds& patience) {
 
 } // namespace
 
-std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more,
+std::size_t sendAll(int fd, std::span<const std::string_view> pieces, bool more,
                     std::chrono::nanoseconds& patience) {
-    std::array<iovec, 4> storage{};
+    std::vector<iovec> storage(pieces.size());
     std::transform(pieces.begin(), pieces.end(), storage.begin(), [](std::string_view piece) {
         return iovec{const_cast<char*>(piece.data()), piece.size()}; // sendmsg does not write to it
     });
@@ -61,7 +62,7 @@ std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool 
     while (!parts.empty()) {
         msghdr message{};
         message.msg_iov = parts.data();
-        message.msg_iovlen = parts.size();
+        message.msg_iovlen = std::min<std::size_t>(parts.size(), IOV_MAX);
         const ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0));
         if (sent >= 0) {
             total += static_cast<std::size_t>(sent);

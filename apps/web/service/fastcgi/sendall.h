@@ -1,8 +1,8 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 /// Sends the pieces one after the other on a stream socket, in one system call where the kernel takes them
@@ -11,5 +11,5 @@
 /// `patience`, and after SIGINT or SIGTERM from one second that all calls of the process share. Stops with
 /// the reason in errno on an error, and with ETIMEDOUT when that time is used up. Returns the number of bytes
 /// that were sent. Does not own the descriptor.
-std::size_t sendAll(int fd, const std::array<std::string_view, 4>& pieces, bool more,
+std::size_t sendAll(int fd, std::span<const std::string_view> pieces, bool more,
                     std::chrono::nanoseconds& patience);

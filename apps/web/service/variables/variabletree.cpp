@@ -2,6 +2,7 @@
 
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/introspection/introspection.h"
+#include "apps/common/sharedmemory/samebytes.h"
 #include "apps/common/values/variablejson.h"
 
 #include <algorithm>
@@ -14,11 +15,12 @@ VariableTree::VariableTree() {
 }
 
 void VariableTree::print(std::ostream& out) {
-    for (unsigned int mem = 0; mem < Introspection::getMemCount(); ++mem) {
-        if (mem > 0)
-            out << ',';
-        out << memoryText(mem);
-    }
+    for (unsigned int mem = 0; mem < memories_.size(); ++mem)
+        refreshMemory(mem);
+    if (text_.empty())
+        for (unsigned int mem = 0; mem < memories_.size(); ++mem)
+            text_.append(mem > 0 ? "," : "").append(memoryText(mem));
+    out << text_;
 }
 
 const std::string& VariableTree::variable(unsigned int mem, unsigned int var) {
@@ -28,7 +30,6 @@ const std::string& VariableTree::variable(unsigned int mem, unsigned int var) {
 }
 
 const std::string& VariableTree::memoryText(unsigned int mem) {
-    refreshMemory(mem);
     Memory& memory = memories_[mem];
     if (!memory.text.empty())
         return memory.text;
@@ -43,7 +44,7 @@ const std::string& VariableTree::memoryText(unsigned int mem) {
 void VariableTree::refreshMemory(unsigned int mem) {
     Memory& memory = memories_[mem];
     const char* live = *MEMORY_ARRAY[mem].basePointer;
-    if (memory.isPrinted && live != nullptr && std::memcmp(memory.copy.data(), live, memory.copy.size()) == 0)
+    if (memory.isPrinted && live != nullptr && sameBytes(memory.copy.data(), live, memory.copy.size()))
         return;
     for (unsigned int var = 0; var < memory.variables.size(); ++var)
         refreshVariable(mem, var);
@@ -67,4 +68,5 @@ void VariableTree::refreshVariable(unsigned int mem, unsigned int var) {
     variable.isPrinted = live != nullptr && variable.text.find("INVALID_VALUE:") == std::string::npos;
     memory.isPrinted = memory.isPrinted && variable.isPrinted;
     memory.text.clear();
+    text_.clear();
 }

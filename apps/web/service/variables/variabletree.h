@@ -15,7 +15,7 @@ public:
     VariableTree();
 
     /// Writes the whole tree with the present values, "<memory>" : {"<variable>" : <value>,...},... without
-    /// outer braces, one memory at a time: the first can be sent while the last is compared.
+    /// outer braces, as one text: it is sent with one system call.
     void print(std::ostream& out);
 
     /// One variable's value. The reference is valid until the next call.
@@ -39,4 +39,5 @@ private:
     void refreshVariable(unsigned int mem, unsigned int var);
 
     std::vector<Memory> memories_;
+    std::string text_; // of all memories; empty when a variable has changed
 };
