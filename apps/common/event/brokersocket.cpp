@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <poll.h>
 #include <semaphore.h>
 #include <stdexcept>
@@ -48,12 +49,21 @@ struct Passed {
     }
 };
 
+timespec after(std::chrono::milliseconds time) {
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(time);
+    timespec end{};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    end.tv_sec += static_cast<time_t>(seconds.count());
+    return end;
+}
+
 // Returns 0 or the error number.
-int connectInTurn(int fd) {
+int connectInTurn(int fd, std::chrono::milliseconds patience) {
     sem_t* const semaphore = sem_open(BROKER_SEMAPHORE, 0);
     if (semaphore == SEM_FAILED)
         return errno;
-    while (sem_wait(semaphore) < 0)
+    const timespec end = after(patience);
+    while (sem_clockwait(semaphore, CLOCK_MONOTONIC, &end) < 0)
         if (errno != EINTR)
             return errno;
     const int error = connectToBroker(fd) == 0 ? 0 : errno;
@@ -61,13 +71,13 @@ int connectInTurn(int fd) {
     return error;
 }
 
-// Signals of the terminal go to the parent alone.
-[[noreturn]] void runChild(int parent) {
+// Signals of the terminal go to the parent alone. The child ends after its parent has stopped waiting.
+[[noreturn]] void runChild(int parent, std::chrono::milliseconds patience) {
     setsid();
     signal(SIGTERM, SIG_IGN);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Passed passed;
-    passed.error = fd < 0 ? errno : connectInTurn(fd);
+    passed.error = fd < 0 ? errno : connectInTurn(fd, 2 * patience);
     if (passed.error == 0)
         passed.attach(fd);
     else
@@ -117,7 +127,7 @@ Descriptor connectApart(std::chrono::milliseconds patience) {
     Descriptor childs(ends[1]);
     const pid_t child = fork();
     if (child == 0)
-        runChild(childs.get());
+        runChild(childs.get(), patience);
     childs.close();
     if (child < 0)
         fail(std::strerror(errno));
