@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <set>
 #include <stdexcept>
 #include <vector>
@@ -36,21 +37,43 @@ std::size_t countNames(const Json& value) {
     return count;
 }
 
-// The limits hold while parsing: handling a deep value needs a stack frame for each level, and a name a
-// hundred bytes. Of a name that occurs twice the parser keeps the last value, and the others would never be
-// checked.
-Json parsed(const std::string& body) {
+// Counts the names of a JSON text. Refuses one that is too deep, because handling a deep value needs a stack
+// frame for each level, or has too many names or values, which need a hundred bytes each. A callback of the
+// library's parser could do so, but with a callback the parser goes through all of an array after each object
+// in it.
+std::size_t namesIn(const std::string& text) {
     std::size_t names = 0;
-    const auto limit = [&names](int depth, Json::parse_event_t event, const Json&) {
-        if (depth > Patch::MAX_DEPTH)
-            throw Problem(413, "The values are nested too deeply");
-        if (event == Json::parse_event_t::key && ++names > Patch::MAX_NAMES)
-            throw Problem(413, "At most " + std::to_string(Patch::MAX_NAMES) + " names fit into a request");
-        return true;
-    };
+    std::size_t commas = 0;
+    int depth = 0;
+    int deepest = 0;
+    bool isInString = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char character = text[i];
+        if (character == '"')
+            isInString = !isInString;
+        else if (isInString)
+            i += character == '\\' ? 1 : 0;
+        else if (character == '{' || character == '[')
+            deepest = std::max(deepest, ++depth);
+        else if (character == '}' || character == ']')
+            --depth;
+        names += !isInString && character == ':' ? 1 : 0;
+        commas += !isInString && character == ',' ? 1 : 0;
+    }
+    if (deepest > Patch::MAX_DEPTH)
+        throw Problem(413, "The values are nested too deeply");
+    if (std::max(names, commas) > Patch::MAX_NAMES)
+        throw Problem(413,
+                      "At most " + std::to_string(Patch::MAX_NAMES) + " names and values fit into a request");
+    return names;
+}
+
+// Of a name that occurs twice the parser keeps the last value, and the others would never be checked.
+Json parsed(const std::string& body) {
+    const std::size_t names = namesIn(body);
     Json document;
     try {
-        document = Json::parse(body, limit);
+        document = Json::parse(body);
     } catch (const Json::exception& error) {
         throw Problem(400, std::string("The body is not JSON: ") + error.what());
     }

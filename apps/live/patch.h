@@ -18,7 +18,8 @@ class PresentValues;
 /// stored then. 500 if the broker does not take an event; the values are stored.
 class Patch {
 public:
-    /// Names of variables and of members together: the present values of all variables have 10,934.
+    /// Names of variables and of members together, and commas: the present values of all variables have
+    /// 10,934 names.
     static constexpr std::size_t MAX_NAMES = 16384;
     static constexpr int MAX_DEPTH = 8;
 

@@ -131,6 +131,8 @@ TEST_F(PatchTest, RefusesWhatIsNoObjectOfValues) {
         many[std::to_string(i)] = 1;
     EXPECT_EQ(apply(many.dump()).first, 413);
     EXPECT_EQ(apply(Json{{"FocusMotor", many}}.dump()).first, 413);
+    EXPECT_EQ(apply(Json{{"LensFileList", std::vector<int>(Patch::MAX_NAMES + 2)}}.dump()).first, 413);
+    EXPECT_EQ(apply(R"({"ProductName": "[[[[[[[[[:,\"{{{{{{{{{"})").first, 422) << "a text that is too long";
     EXPECT_THAT(changed_, ElementsAre());
 }
 
