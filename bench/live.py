@@ -347,7 +347,7 @@ def measure_load(device, count):
 
 
 def main():
-    options = begin("Events of version 2", seconds=(30, "seconds of changes"), idle=(20, "seconds of rest"),
+    options = begin("Events of version 2", seconds=(30, "seconds of changes"), idle=(40, "seconds of rest"),
                     rounds=(3, "times without and with a slow client"), disconnects=(10000, "disconnects"),
                     connections=(1000, "clients at once"))
     with VirtualDevice(options.build, live=True, nginx=True, site=MANY_STREAMS) as device:
