@@ -2,9 +2,9 @@
 
     device/board FOLDER [--machine NAME] [--keep] [-- COMMAND...]
 
-FOLDER keeps what runs share: "kernel" (the unpacked packages), "debian.img" (the card as makeroot made it) and
-"configured.img". COMMAND is "test" (the default), "cuts NUMBER", "bench", "flash MINUTES", or a command for the board's
-shell.
+FOLDER keeps what runs share: "kernel" (the unpacked packages) and the cards "debian.img" (as makeroot made it),
+"configured.img" and "installed.img", with the package. COMMAND is "test" (the default), "cuts NUMBER", "bench",
+"flash MINUTES", or a command for the board's shell.
 """
 
 import argparse
@@ -24,7 +24,7 @@ from bench import QEMU as COUNTED, bench
 from board import Board, BoardError, copy_card
 from flash import flash
 from initrd import make_device_tree, make_initrd
-from install import install
+from install import contents, install, stamp_of, wait_for_service
 from machines import MACHINES
 from progress import step, summary
 
@@ -55,6 +55,25 @@ def configure(folder):
         if "board-configure: done" not in board.console_tail():
             raise BoardError("Debian's packages cannot be configured\n" + board.console_tail())
         board.card.rename(folder / "configured.img")
+
+
+def install_package(folder):
+    """Installs the package in the fastest machine, once for all machines, if it is not the one on "installed.img"."""
+    files = contents(REPOSITORY)
+    stamp, stamp_file = stamp_of(files), folder / "installed.stamp"
+    if stamp_file.exists() and stamp_file.read_text() == stamp:
+        return
+    stamp_file.unlink(missing_ok=True)
+    board = make_board(folder, "virt", "installing.img")
+    copy_card(folder / "configured.img", board.card)
+    with board:
+        with step("Starting the machine virt for the installation"):
+            board.start()
+            board.wait_for_shell()
+        install(board, files)
+        board.switch_off()
+        board.card.rename(folder / "installed.img")
+    stamp_file.write_text(stamp)
 
 
 class ForTests:
@@ -110,13 +129,15 @@ def main():
     options = parser.parse_args()
     if not (options.folder / "configured.img").exists():
         configure(options.folder)
+        (options.folder / "installed.stamp").unlink(missing_ok=True)
+    install_package(options.folder)
     board = make_board(options.folder, options.machine, "card.img", options.port)
-    copy_card(options.folder / "configured.img", board.card)
+    copy_card(options.folder / "installed.img", board.card)
     with board:
         with step(f"Starting the machine {options.machine}"):
             board.start(*(COUNTED if options.command[0] == "bench" else ()))
             board.wait_for_shell()
-        install(board, REPOSITORY)
+        wait_for_service(board)
         status = execute(board, options.command)
         if options.keep:
             prompt(board)

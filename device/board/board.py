@@ -161,10 +161,14 @@ class Board:
 
     def reboot(self):
         """Shuts the system down in order and starts it again."""
-        with contextlib.suppress(BoardError):  # the shutdown may end the connection first
-            self.run("systemctl --no-block reboot")
-        self.wait_for_end(BOOT_SECONDS)
+        self.switch_off()
         self.restart()
+
+    def switch_off(self):
+        """Shuts the system down in order."""
+        with contextlib.suppress(BoardError):  # the shutdown may end the connection first
+            self.run("systemctl --no-block reboot")  # with -no-reboot, qemu ends
+        self.wait_for_end(BOOT_SECONDS)
 
 
 def copy_card(source, target):

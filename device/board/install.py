@@ -1,5 +1,6 @@
 """Makes a controller of a board with bare Debian: the device's other processes and the package of the service."""
 
+import hashlib
 from pathlib import Path
 
 from hardwareinfo import FACTORY_VALUES
@@ -7,17 +8,29 @@ from progress import step
 
 GUEST = Path(__file__).with_name("guest")
 PROGRAMS = ("message-broker", "device-simulation", "device-display")
+BINARIES = "/opt/board/bin"
 PACKAGE = "/opt/board/webservice.deb"
 
 
-def install(board, repository):
-    """Returns when the service answers."""
+def contents(repository):
+    """The files that an installation needs, as path on the board and bytes: the programs, units and the package."""
+    binaries = repository / "build" / "armhf" / "bin"
+    package = next((repository / "build" / "packages").glob("webservice_*_armhf.deb"))
+    return {**{f"{BINARIES}/{name}": (binaries / name).read_bytes() for name in PROGRAMS},
+            **{f"/{file.relative_to(GUEST)}": file.read_bytes() for file in sorted(GUEST.rglob("*")) if file.is_file()},
+            PACKAGE: package.read_bytes()}
+
+
+def stamp_of(files):
+    """A text that differs if an installation with other files, or by another program, would differ."""
+    return hashlib.sha256(b"".join([Path(__file__).read_bytes(), *files.values()])).hexdigest()
+
+
+def install(board, files):
+    """Returns when the service answers. `files` are those of contents()."""
     with step("Copying the programs"):
-        binaries = repository / "build" / "armhf" / "bin"
-        board.put({f"/opt/board/bin/{name}": (binaries / name).read_bytes() for name in PROGRAMS}, mode=0o755)
-        units = {f"/{file.relative_to(GUEST)}": file.read_bytes() for file in GUEST.rglob("*") if file.is_file()}
-        package = next((repository / "build" / "packages").glob("webservice_*_armhf.deb"))
-        board.put({**units, PACKAGE: package.read_bytes()})
+        board.put({path: content for path, content in files.items() if path.startswith(BINARIES)}, mode=0o755)
+        board.put({path: content for path, content in files.items() if not path.startswith(BINARIES)})
     with step("Installing the package"):
         board.run("systemctl daemon-reload; systemctl enable --now message-broker device-simulation")
         board.run(f"dpkg --install {PACKAGE} && hwinfo create --force {' '.join(FACTORY_VALUES)}")
