@@ -33,6 +33,7 @@ export class Console {
         await prepare?.(result.page);
         await result.page.goto(`${url}/${prepare ? "?alone" : ""}#${view}`);
         await result.isLive();
+        await result.isIn(view);
         return result;
     }
 
