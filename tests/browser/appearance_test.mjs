@@ -38,7 +38,7 @@ const OPEN = {
     }],
 };
 
-// What sticks out to the side: the page as a whole, or controls that do not scroll into view; and names without room.
+// What sticks out to the side: the page as a whole, or controls that do not scroll into view; and texts without room.
 function overhang(size) {
     const root = document.documentElement;
     root.style.fontSize = size;
@@ -48,7 +48,8 @@ function overhang(size) {
         && rightOf(control) > Math.min(rightOf(control.closest(".memory, .card, .plot, body")), root.clientWidth) + 1;
     const isNarrow = (name) => isSeen(name) && name.clientWidth < 100;
     const controls = [...document.querySelectorAll("button, input, select, textarea, a")].filter(isOut);
-    controls.push(...[...document.querySelectorAll(".what")].filter(isNarrow));
+    controls.push(...[...document.querySelectorAll(".what, dd")].filter(isNarrow));
+    controls.push(...[...document.querySelectorAll("#snapshot-rows td, .members td")].filter((cell) => cell.scrollWidth > cell.clientWidth));
     const isSmall = size === "200%" && parseFloat(getComputedStyle(document.body).fontSize) < 24;
     const found = [isSmall ? "text that does not grow" : [], root.scrollWidth > root.clientWidth ? "the page" : [], controls.map((control) => control.outerHTML)].flat();
     root.style.fontSize = "";
