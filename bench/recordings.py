@@ -17,7 +17,7 @@ import sys
 import tempfile
 import time
 from concurrent.futures import ThreadPoolExecutor
-from itertools import islice
+from itertools import cycle, islice
 from pathlib import Path
 
 from measure import REPOSITORY, print_conditions, print_table, progress  # and the launcher
@@ -30,25 +30,37 @@ VARIABLES = 816
 SCENES = {"usual": (), "busiest": ("--changes", "50", "--interval", "100")}
 SPEEDS = (1, 10)
 WAIT_SECONDS = 60
-PRIORITY = 10
+PRIORITIES = {"replay": 10, "broker": 11, "record": 12}  # and the simulation as the broker
 
 
 class Bench:
-    """Records and plays; with is_real_time, all programs are in the real-time class."""
+    """Records and plays. With is_real_time, the programs of a device are in the real-time class on one processor, and the
+    recorder and the broker go before the replay: it stores nothing while an event is on its way to the recorder."""
 
     def __init__(self, is_real_time):
-        self._prefix = ["chrt", "-r", str(PRIORITY)] if is_real_time else []
+        self._is_real_time = is_real_time
+        self._processors = cycle(os.sched_getaffinity(0))
+        self._processor_of = {}
 
     @contextlib.contextmanager
     def device(self, build, scene=("--still",)):
         with VirtualDevice(build, simulation=scene, service=False) as device:
-            for pid in device.pids.values() if self._prefix else ():
-                os.sched_setscheduler(pid, os.SCHED_RR, os.sched_param(PRIORITY))
+            if self._is_real_time:
+                self._pin(device, next(self._processors))
             yield device
 
-    def tool(self, device, *words):
-        return subprocess.Popen([*self._prefix, *device.command("variables", *words)], env=device.environment(),
-                                stdout=subprocess.DEVNULL)
+    def _pin(self, device, processor):
+        for pid in device.pids.values():
+            os.sched_setaffinity(pid, {processor})
+            os.sched_setscheduler(pid, os.SCHED_FIFO, os.sched_param(PRIORITIES["broker"]))
+        self._processor_of[device.name] = processor
+
+    def tool(self, device, command, *words):
+        program = device.command("variables", command, *words)
+        if device.name in self._processor_of:
+            processor, priority = str(self._processor_of[device.name]), str(PRIORITIES[command])
+            program = ["taskset", "-c", processor, "chrt", "-f", priority, *program]
+        return subprocess.Popen(program, env=device.environment(), stdout=subprocess.DEVNULL)
 
     @contextlib.contextmanager
     def recorded(self, device, file):
@@ -123,7 +135,8 @@ def main():
     parser.add_argument("--other", type=Path, help="another build folder to exchange recordings with")
     parser.add_argument("--seconds", type=int, default=60, help="length of a recording (%(default)s)")
     parser.add_argument("--scene", choices=SCENES, action="append", help="one scene instead of all")
-    parser.add_argument("--real-time", action="store_true", help="all programs are in the real-time class (chrt -r)")
+    parser.add_argument("--real-time", action="store_true",
+                        help="the programs of a device are in the real-time class on one processor")
     parser.add_argument("--side-by-side", action="store_true", help="the replays of a recording run at the same time")
     parser.add_argument("--folder", type=Path, help="an existing folder, in which the recordings are kept")
     options = parser.parse_args()
