@@ -116,9 +116,11 @@ class Soak:
         self.resting.rest()
         self._warm = time.time()
         end, period = self._warm + seconds, min(HOUR, seconds)
-        while time.time() < end:
+        is_over = False
+        while not is_over:
             self._disturb(min(time.time() + period / RESTS, end), period)
-            self.resting.rest(prove if time.time() >= end else ())
+            is_over = time.time() >= end
+            self.resting.rest(prove if is_over else ())
 
     def stop(self):
         """Ends everything. Returns the seconds that it ran."""
