@@ -71,16 +71,22 @@ struct Answer {
 
 class Process {
 public:
+    // The broker ends, then the process does, which closes a stream.
     ~Process() {
+        gServerConnection->close();
+        EXPECT_EQ(Answer(exchange(Input("GET\nhealth").records())).status(), 503);
+        reset("");
+        const Input set("PATCH\nvalues\n\n\n\n\n\n{\"DisplayBrightness\":1}");
+        EXPECT_EQ(Answer(exchange(set.records())).status(), 500);
+        const Descriptor client = connected(Input("GET\nevents").records());
+        collect(client);
         server_.stop();
         EXPECT_FALSE(server_.isBusy());
     }
 
     // What the process answers until it waits for more.
     std::string exchange(std::string_view bytes) {
-        Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        EXPECT_EQ(connect(client.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_), 0);
-        EXPECT_EQ(send(client.get(), bytes.data(), bytes.size(), 0), std::ssize(bytes));
+        Descriptor client = connected(bytes);
         std::string text = collect(client);
         if (headOf(text).find("text/event-stream") != std::string::npos)
             text += watch(client);
@@ -105,6 +111,13 @@ public:
     }
 
 private:
+    Descriptor connected(std::string_view bytes) const {
+        Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(connect(client.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_), 0);
+        EXPECT_EQ(send(client.get(), bytes.data(), bytes.size(), 0), std::ssize(bytes));
+        return client;
+    }
+
     void turn() {
         while (poll_.wait(0, true) == EventPoll::Dispatched) {
         }
