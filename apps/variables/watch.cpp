@@ -34,9 +34,14 @@ public:
     void handleEvent(const Notify& event) override {
         VariableId id;
         Introspection::getVarLocation(event, id.mem, id.var);
-        const VariableDescriptor& variable = id.descriptor();
         // Events that are not a variable's have the place of the first variable.
-        if (variable.event.id != event.id || !known_.contains(id))
+        if (id.descriptor().event.id == event.id)
+            printChanges(id);
+    }
+
+    void printChanges(const VariableId& id) {
+        const VariableDescriptor& variable = id.descriptor();
+        if (!known_.contains(id))
             return;
         char* const present = present_[id.mem].data() + variable.location;
         std::memcpy(present, *variable.memory + variable.location, variable.size);
@@ -93,6 +98,8 @@ public:
             return present.is_number() && present.get<float>() == value_.get<float>();
         return present == value_;
     }
+    // REQUIRES: isGiven()
+    const VariableId& variable() const { return reference_.variable; }
 
 private:
     bool isGiven_;
@@ -126,6 +133,7 @@ int follow(const WatchOptions& options, PatientOutput& output) {
         if (gen::getEventPoll().wait(patience, false) == EventPoll::Terminate)
             return condition.isGiven() ? 1 : 0;
     }
+    printer.printChanges(condition.variable()); // its event may be on its way
     return 0;
 }
 
