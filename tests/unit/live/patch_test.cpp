@@ -1,10 +1,12 @@
 #include "apps/live/patch.h"
 
+#include "apps/common/values/check.h"
 #include "apps/live/changes.h"
 #include "apps/live/presentvalues.h"
 #include "apps/live/problem.h"
 #include "tests/unit/introspection/fixture.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -154,12 +156,22 @@ TEST_F(PatchTest, FaultsStoreNoPartOfAnInvalidBatch) {
     EXPECT_EQ(changed_.size(), 3u) << "this process's clients get the changes";
 }
 
-// The code and a value that the leaf refuses with it.
-std::vector<std::pair<std::string, Json>> wrongValues(const Reference& leaf) {
-    const std::int32_t type =
-        leaf.member != nullptr ? leaf.member->baseType : leaf.variable.descriptor().baseType;
-    if (type == BaseInt || type == BaseFloat)
-        return {{"out-of-bounds", 1e39}, {"out-of-bounds", -1e39}, {"wrong-type", "1"}};
+Acceptance acceptanceOf(const Reference& leaf) {
+    return leaf.member != nullptr ? Acceptance::ofMember(*leaf.member)
+                                  : Acceptance::ofVariable(leaf.variable);
+}
+
+// The code and a value that the leaf refuses with it: of a number, those next to its bounds.
+std::vector<std::pair<std::string, Json>> wrongValues(const Acceptance& acceptance) {
+    const std::int32_t type = acceptance.baseType;
+    if (type == BaseInt)
+        return {{"out-of-bounds", std::stoll(acceptance.min) - 1},
+                {"out-of-bounds", std::stoll(acceptance.max) + 1},
+                {"wrong-type", "1"}};
+    if (type == BaseFloat)
+        return {{"out-of-bounds", std::nextafter(std::stod(acceptance.min), -HUGE_VAL)},
+                {"out-of-bounds", std::nextafter(std::stod(acceptance.max), HUGE_VAL)},
+                {"wrong-type", "1"}};
     if (type == BaseBool)
         return {{"wrong-type", 1}};
     if (type == BaseEnum)
@@ -173,7 +185,9 @@ TEST_F(PatchTest, EveryLeafNamesItsErrorAndNothingIsStored) {
     const std::string before = everything();
     for (const VariableId& variable : matchingVariables({})) {
         const Reference leaf = leaves(variable).back();
-        for (const auto& [code, wrong] : wrongValues(leaf)) {
+        const Acceptance acceptance = acceptanceOf(leaf);
+        const bool isNumber = acceptance.baseType == BaseInt || acceptance.baseType == BaseFloat;
+        for (const auto& [code, wrong] : wrongValues(acceptance)) {
             Json body = {{"DisplayBrightness", 5}};
             body[leaf.name()] = wrong;
             const auto [status, problem] = apply(body.dump());
@@ -182,10 +196,17 @@ TEST_F(PatchTest, EveryLeafNamesItsErrorAndNothingIsStored) {
             const Json& error = problem["errors"][0];
             ASSERT_EQ(error["variable"], leaf.name());
             ASSERT_EQ(error["code"], code) << error;
+            ASSERT_TRUE(!isNumber || error["given"] == wrong) << error << wrong;
             ASSERT_TRUE(error.contains("given") &&
                         error["message"].get<std::string>().starts_with(leaf.name()));
-            const bool isEntry = code == "not-an-entry" || error.contains("entries");
-            ASSERT_EQ(error.contains("min") && error.contains("max"), !isEntry && wrong != 1) << error;
+            ASSERT_EQ(error.contains("entries"), acceptance.baseType == BaseEnum) << error;
+            ASSERT_EQ(error.contains("min") && error.contains("max"),
+                      acceptance.baseType != BaseEnum && acceptance.baseType != BaseBool)
+                << error;
+            if (isNumber) {
+                ASSERT_EQ(error["min"], std::stod(acceptance.min)) << error;
+                ASSERT_EQ(error["max"], std::stod(acceptance.max)) << error;
+            }
         }
     }
     EXPECT_EQ(everything(), before);
