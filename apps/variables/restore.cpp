@@ -41,7 +41,7 @@ bool isConfirmed(const RestoreOptions& options, std::size_t count) {
         return true;
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0)
         throw std::runtime_error("Nothing has been stored: --yes stores the values");
-    std::printf("Store %zu values? [y/N] ", count);
+    std::printf("Store %zu value%s? [y/N] ", count, count == 1 ? "" : "s");
     std::fflush(stdout);
     char answer[8] = "";
     return std::fgets(answer, sizeof answer, stdin) != nullptr && (*answer == 'y' || *answer == 'Y');
@@ -69,7 +69,7 @@ int restore(const RestoreOptions& options) {
     if (count > 0 && !options.isPreview && isConfirmed(options, count)) {
         const Connection connection;
         set.store();
-        std::printf("%zu values stored, %zu refused\n", count, refused);
+        std::printf("%zu value%s stored, %zu refused\n", count, count == 1 ? "" : "s", refused);
     }
     return refused == 0 ? 0 : 1;
 }

@@ -63,7 +63,7 @@ def test_refused_values_are_listed_and_the_others_stored(run, tmp_path):
     snapshot["memories"]["MemPersistent"] |= {"FocusTorque": "5", "IrisTorque": "3", "ProductName": None, "Gone": "1"}
     file.write_text(json.dumps(snapshot))
     assert run("restore", "--yes", file) == (
-        1, "MemPersistent.IrisTorque  1 -> 3\n1 values stored, 3 refused\n",
+        1, "MemPersistent.IrisTorque  1 -> 3\n1 value stored, 3 refused\n",
         "variables: MemPersistent.FocusTorque: 5 is not between 1 and 4\n"
         "variables: MemPersistent.Gone is not a variable\n"
         "variables: MemPersistent.ProductName could not be printed for the snapshot\n")
