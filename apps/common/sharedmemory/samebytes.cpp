@@ -35,7 +35,8 @@ __attribute__((target("fpu=neon"))) bool sameBlocks(Bytes left, Bytes right, std
 bool sameBytes(const char* left, const char* right, std::size_t size) {
     static const bool hasNeon = (getauxval(AT_HWCAP) & HWCAP_NEON) != 0;
     const std::size_t blocks = hasNeon ? size - size % BLOCK : 0;
-    return sameBlocks(reinterpret_cast<Bytes>(left), reinterpret_cast<Bytes>(right), blocks) &&
+    return (blocks == 0 ||
+            sameBlocks(reinterpret_cast<Bytes>(left), reinterpret_cast<Bytes>(right), blocks)) &&
            std::memcmp(left + blocks, right + blocks, size - blocks) == 0;
 }
 
