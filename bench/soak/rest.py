@@ -13,6 +13,7 @@ from collections import namedtuple
 from contextlib import closing
 from pathlib import Path
 
+from desk import has_pending_connections
 from faults import wait_until
 from measure import REPOSITORY, Process, ask, connect, exchange, progress
 from pollers import TREE, flat
@@ -47,7 +48,7 @@ class Resting:
             soak.counter.pause()
             page_kib = self._compare("loss" in prove)
             log_kib = soak.log_size() // 1024
-            leaked = [connect_plain(soak.device.fcgi_port) for _ in range(LEAKED if "leak" in prove else 0)]
+            leaked = leak(soak.device.fcgi_port) if "leak" in prove else []
             with self._tally.window("web server restart"):
                 soak.device.end("nginx")
                 figures = self._measure_idle(log_kib)
@@ -125,10 +126,13 @@ def cost(process, connection, count, request):
     return (process.processor_seconds() - before) / count * 1e6, min(times) * 1000
 
 
-def connect_plain(port):
-    connection = connect(port)
-    connection.connect()
-    return connection
+def leak(port):
+    """Connections that the service has accepted: before, it has no descriptors of them."""
+    connections = [connect(port) for _ in range(LEAKED)]
+    for connection in connections:
+        connection.connect()
+    wait_until(lambda: not has_pending_connections(port), WAIT_SECONDS, "leaked connections")
+    return connections
 
 
 def settle(process, wanted):

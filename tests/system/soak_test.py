@@ -20,4 +20,4 @@ def test_soak_finds_a_lost_change_and_leaked_descriptors():
     assert result.returncode == 1
     assert "- poller 19: MemGuiLocal.EditIntegerMaxValue_Local is " in result.stdout, result.stdout + result.stderr
     found = re.search(r"- rest 2: (\d+) descriptors, (\d+) at the first rest", result.stdout)
-    assert int(found[1]) == int(found[2]) + 3
+    assert found and int(found[1]) == int(found[2]) + 3, result.stdout
