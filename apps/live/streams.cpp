@@ -19,6 +19,13 @@ constexpr char HEAD[] = "Status: 200 OK\r\n"
                         "retry: 1000\n\n";
 constexpr char HEARTBEAT_LINE[] = ":\n\n";
 
+// When a client that gets nothing from now on needs a heartbeat: a multiple of some seconds, so that many
+// quiet clients need few turns of the loop.
+Streams::Clock::time_point nextHeartbeat(Streams::Clock::time_point now) {
+    using Grid = std::chrono::duration<Streams::Clock::rep, std::ratio<5>>;
+    return std::chrono::floor<Grid>(now + Streams::HEARTBEAT);
+}
+
 } // namespace
 
 void Streams::open(Connection& connection, const Wish& wish) {
@@ -27,7 +34,7 @@ void Streams::open(Connection& connection, const Wish& wish) {
     stream.period = wish.period;
     stream.isReset = wish.wantsReset;
     stream.pending = wish.since ? changes_.since(*wish.since, wish.variables) : wish.variables;
-    stream.heartbeat = Clock::now() + HEARTBEAT;
+    stream.heartbeat = nextHeartbeat(Clock::now());
     connection.beginStream(HEAD);
     askForTurn();
 }
@@ -59,7 +66,7 @@ void Streams::serve(Connection& connection, Stream& stream, Clock::time_point no
         return;
     if (now >= stream.heartbeat) {
         connection.send(std::make_shared<const Output>(connection.frame(HEARTBEAT_LINE)));
-        stream.heartbeat = now + HEARTBEAT;
+        stream.heartbeat = nextHeartbeat(now);
         ++counters_.heartbeats;
     }
     due_ = std::min(due_, stream.pending.any() ? stream.next : stream.heartbeat);
@@ -69,7 +76,7 @@ void Streams::sendChanges(Connection& connection, Stream& stream, Clock::time_po
     const Message& next = message(connection, stream);
     stream.pending &= ~next.contents;
     stream.isReset = false;
-    stream.heartbeat = now + HEARTBEAT;
+    stream.heartbeat = nextHeartbeat(now);
     if (stream.pending.none()) // the pieces of a long message follow each other at once
         stream.next = now + stream.period;
     ++counters_.messages;

@@ -28,7 +28,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::size_t MAX_STREAMS = 1000;
-    static constexpr std::chrono::seconds HEARTBEAT{30};
+    static constexpr std::chrono::seconds HEARTBEAT{30}; ///< the longest time between two pieces
 
     struct Wish {
         VariableSet variables;
