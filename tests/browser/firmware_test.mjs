@@ -124,6 +124,17 @@ test("the device's own update ends with its version, and one that fails is named
     });
 });
 
+test("a page that is left before its upload has begun says so when it is back", async () => {
+    await page.evaluate(() => { indexedDB.open = () => ({}); });
+    await choose("Ultrasonic Ranger");
+    await question("Update");
+    await until(() => page.evaluate(() => sessionStorage.length), 1, "the claim");
+    for (const text of [/^Not updated: the page was left before the upload, /, /^Not updated: the page was left/]) {
+        await page.reload();
+        await says(text);
+    }
+});
+
 test("an upload that stalls is reported in every tab, can be cancelled, and is not left without a question", async () => {
     const second = await open({ view: "device", context });
     for (const each of [console, second]) {

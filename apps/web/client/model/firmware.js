@@ -4,9 +4,10 @@
 
 import { set, updateStatus } from "../feed/api.js";
 import { claim } from "./claim.js";
-import { Kept } from "./remember.js";
+import { Kept, TAB, recall, remember } from "./remember.js";
 import { Upload } from "./upload.js";
 
+const CLAIMING = "console.claiming";
 const TICK_MS = 500;
 const START_MS = 3000;
 const BEAT_MS = 15000;
@@ -59,6 +60,7 @@ export class Firmware {
 
   constructor(app) {
     this.#app = app;
+    this.#endClaim();
     app.store.subscribe(() => this.#look());
     this.#kept.subscribe(() => this.#look());
     addEventListener("pagehide", () => this.#isSending && this.#keep({ phase: "left" }));
@@ -92,12 +94,24 @@ export class Firmware {
     const former = this.#kept.value?.id;
     const own = { id: Math.random(), target, file: file.name, phase: "uploading", percent: 0, beat: Date.now(), seen: [],
       from: this.#version(target), before: this.#signature(target.isHost ? HOST : ACCESSORY) };
-    if (!await claim(own.id, former)) return false;
-    this.#kept.change(() => own);
+    remember(CLAIMING, own, TAB);
+    const isFree = await claim(own.id, former);
+    if (isFree) this.#kept.change(() => own);
+    remember(CLAIMING, undefined, TAB);
+    if (!isFree) return false;
     this.#isSending = true;
     await this.#send(own, file);
     this.#isSending = false;
     return true;
+  }
+
+  // Where this page was left before it had its claim, nothing has been sent.
+  #endClaim() {
+    const own = recall(CLAIMING, null, TAB);
+    remember(CLAIMING, undefined, TAB);
+    if (own === null || own.id === this.#kept.value?.id || this.isActive) return;
+    this.#kept.change(() => own);
+    this.#end("upload", false, `Not updated: the page was left before the upload, ${own.target.name} has got nothing`);
   }
 
   // Ends an upload. What has been sent whole cannot be taken back.

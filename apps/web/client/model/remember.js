@@ -1,18 +1,22 @@
 // What the browser keeps over a reload. Where it may keep nothing, the page works without.
 
-export function recall(key, otherwise) {
+const BROWSER = () => localStorage;
+// What only this tab keeps.
+export const TAB = () => sessionStorage;
+
+export function recall(key, otherwise, storage = BROWSER) {
   try {
-    return JSON.parse(localStorage.getItem(key)) ?? otherwise;
+    return JSON.parse(storage().getItem(key)) ?? otherwise;
   } catch {
     return otherwise;
   }
 }
 
 // An undefined value is forgotten. Returns whether the browser keeps it: private windows and full disks keep nothing.
-export function remember(key, value) {
+export function remember(key, value, storage = BROWSER) {
   try {
-    if (value === undefined) localStorage.removeItem(key);
-    else localStorage.setItem(key, JSON.stringify(value));
+    if (value === undefined) storage().removeItem(key);
+    else storage().setItem(key, JSON.stringify(value));
     return true;
   } catch {
     return false;
