@@ -18,7 +18,8 @@ namespace {
 constexpr int PORT = 9000;
 constexpr int TURN_MS = 100;
 constexpr std::chrono::seconds DRAIN_TIME{5};
-constexpr int QUEUE_TURNS = 1000; // more than connections wait in the queue
+// Ends the reading of a queue that fills as fast as it is read.
+constexpr int QUEUE_TURNS = 1000;
 
 // Returns the memory of large bodies to the system as soon as it is freed, instead of keeping it in the heap.
 void returnLargeBlocks() {
