@@ -11,6 +11,7 @@
 #include <cstring>
 #include <malloc.h>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 void processPreInit() {}
@@ -20,6 +21,7 @@ namespace {
 
 constexpr int PORT = 9001;
 constexpr std::chrono::seconds DRAIN_TIME{5};
+constexpr std::chrono::seconds SUBSCRIPTION_TIME{2};
 constexpr rlim_t DESCRIPTORS = 4096;
 
 constexpr char USAGE[] = "Usage: webservice-live [--port PORT] | --version";
@@ -40,6 +42,16 @@ void drain(EventPoll& poll, Server& server) {
         poll.wait(server.waitMs(Server::Clock::now()), true);
 }
 
+// Changes are pushed from when the broker has read the subscription: a value that a client gets before could
+// stay its last one. A broker that does not read does not keep clients from the values.
+void awaitSubscription(const ServerConnection& broker) {
+    const auto end = Server::Clock::now() + SUBSCRIPTION_TIME;
+    while (!broker.isRead() && Server::Clock::now() < end && !EventPoll::shouldTerminate())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!broker.isRead())
+        LOG_MESSAGE(Error, "The broker does not read. Changes may be missing until it does.");
+}
+
 int run(int port) {
     gen::init();
     EventPoll& poll = gen::getEventPoll();
@@ -47,6 +59,7 @@ int run(int port) {
     Server server(poll, isInherited ? std::nullopt : std::optional(port));
     ServerConnection& broker = *gen::getServerConnection();
     broker.handler = &server;
+    awaitSubscription(broker);
     ServiceManager manager;
     manager.reportReady();
     while (broker.isOpen() && poll.wait(server.waitMs(Server::Clock::now()), false) != EventPoll::Terminate) {

@@ -7,11 +7,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <linux/sockios.h>
 #include <poll.h>
 #include <sched.h>
 #include <semaphore.h>
 #include <stdexcept>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -110,6 +112,11 @@ void ServerConnection::connect() {
         errno = reason;
         throwErrorNumber(__FILE__, __LINE__, "connect");
     }
+}
+
+bool ServerConnection::isRead() const {
+    int unread = 0;
+    return ioctl(socket_.get(), SIOCOUTQ, &unread) == 0 && unread == 0;
 }
 
 void ServerConnection::close() {

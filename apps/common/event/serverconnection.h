@@ -57,6 +57,10 @@ public:
     /// throwError with "Could not send message to server"; the event is lost then.
     void postEvent(const Notify& event);
 
+    /// Whether the broker has read everything that was sent. An event that another process posts later comes
+    /// after a subscription that the broker has read. False when closed. Uses SIOCOUTQ of linux/sockios.h.
+    bool isRead() const;
+
     /// The number of events that postEvent has sent.
     std::uint64_t posted() const { return posted_; }
 

@@ -3,6 +3,7 @@
 #include "apps/common/event/unhandledevents.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -202,6 +203,16 @@ TEST(ServerConnectionDeathTest, TerminationEndsTheWaitForTheBroker) {
             std::_Exit(waited < 100 * LIMIT ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ServerConnectionTest, KnowsWhenTheBrokerHasReadTheSubscription) {
+    connection_->subscribeAll();
+    EXPECT_FALSE(connection_->isRead());
+    std::array<char, 64> bytes{};
+    EXPECT_EQ(recv(broker_, bytes.data(), bytes.size(), 0), 12);
+    EXPECT_TRUE(connection_->isRead());
+    connection_->close();
+    EXPECT_FALSE(connection_->isRead());
 }
 
 TEST_F(ServerConnectionTest, ClosingReadsTheRestSoThatTheBrokerSeesNoReset) {
