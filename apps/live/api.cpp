@@ -116,8 +116,7 @@ void Api::route(Connection& connection, const HttpRequest& request) {
     if (name == "health")
         return connection.answer(health());
     if (name == "metrics")
-        return connection.answer({200, "application/openmetrics-text; version=1.0.0; charset=utf-8",
-                                  "Cache-Control: no-store\r\n", metricsText(counters_, streams_.size())});
+        return connection.answer(metrics(request));
     throw Problem(404, "There is nothing at this path");
 }
 
@@ -170,6 +169,12 @@ HttpAnswer Api::catalogue(const HttpRequest& request, const std::string& name) c
     if (hasTag(request, catalogueHash_))
         return {304, {}, headers};
     return {200, "application/json", headers, catalogue_};
+}
+
+HttpAnswer Api::metrics(const HttpRequest& request) const {
+    const MetricsFormat format = metricsFormat(request.param("HTTP_ACCEPT"));
+    return {200, mediaType(format), "Cache-Control: no-store\r\n",
+            metricsText(format, counters_, streams_.size())};
 }
 
 // The sequence number comes from the header of a client that connects again, or from the first request.

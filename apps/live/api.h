@@ -16,7 +16,7 @@ class PresentValues;
 ///     GET   /api/v2/events?vars=...     a stream of changes
 ///     GET   /api/v2/catalogue[/<hash>]  what each variable is
 ///     GET   /api/v2/health              ready, or why not
-///     GET   /api/v2/metrics             OpenMetrics text
+///     GET   /api/v2/metrics             counters for Prometheus
 ///
 /// Every failure is a Problem. docs/api/live.md describes requests and answers.
 class Api {
@@ -36,6 +36,7 @@ private:
     HttpAnswer values(const HttpRequest& request);
     HttpAnswer patch(const HttpRequest& request);
     HttpAnswer catalogue(const HttpRequest& request, const std::string& name) const;
+    HttpAnswer metrics(const HttpRequest& request) const;
     void events(Connection& connection, const HttpRequest& request);
     VariableSet wanted(const HttpRequest& request) const;
 

@@ -8,6 +8,7 @@ import time
 
 import pytest
 from prometheus_client.openmetrics.parser import text_string_to_metric_families
+from prometheus_client.parser import text_string_to_metric_families as plain_metrics
 
 from api_test import JSON_ANSWERS, SCREEN, SET, TREE
 from app_test import FORM_TYPE
@@ -120,6 +121,10 @@ def test_health_and_metrics(device):
     families = {family.name: family for family in text_string_to_metric_families(text.decode())}
     assert families["live_segments_mapped"].samples[0].value == 18
     assert families["live_requests"].samples[0].value >= 1
+    _, headers, text = device.http("/api/v2/metrics", Accept="text/plain")
+    assert headers["Content-Type"].startswith("text/plain; version=0.0.4")
+    older = {(family.name, family.type, family.documentation) for family in plain_metrics(text.decode())}
+    assert older == {(family.name, family.type, family.documentation) for family in families.values()}
 
 
 def test_a_client_continues_and_notices_a_restart(device):
