@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <map>
-#include <vector>
 
 // Name-value parameters of FastCGI against a literal decoder, and records against a literal writer. Input:
 // the contents of records, each behind a byte that holds its length.

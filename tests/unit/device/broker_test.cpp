@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <sys/socket.h>

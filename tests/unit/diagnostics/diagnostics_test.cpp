@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -9,8 +9,6 @@
 #include <fcntl.h>
 #include <functional>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <pthread.h>
 #include <sstream>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
@@ -138,7 +136,7 @@ TEST_F(EventPollTest, TimerTicksUntilStoppedOrDeleted) {
         EXPECT_NE(poll_.wait(20, true), 1);
     }
     EXPECT_THAT(textThrownBy([&] { poll_.setTimer(-2); }), EndsWith(" timer set: Invalid argument"));
-    poll_.setTimer(1500);
+    poll_.setTimer(90'500);
     EXPECT_EQ(poll_.wait(0, true), 2);
     poll_.setTimer(5);
     poll_.add(pipe_[0], &recorder_, EPOLLIN);

@@ -7,14 +7,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <optional>
 #include <sched.h>
 #include <signal.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 

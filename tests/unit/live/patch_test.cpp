@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <functional>
 #include <gmock/gmock.h>

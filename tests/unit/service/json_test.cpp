@@ -37,16 +37,6 @@ TEST(Json, ReportsTheErrorPosition) {
     EXPECT_EQ(parsed(R"({"a":"1"]})"), "@8");
 }
 
-TEST(Json, DropsAnIncompleteValue) {
-    const std::string body = R"({"a":1,"b":"x",'c':[{"d":2}]})";
-    const std::pair<std::size_t, const char*> ends[] = {
-        {7, ""}, {14, "a=1"}, {28, "a=1|b=x"}, {body.size() + 1, R"(a=1|b=x|c:[{"d":2}])"}};
-    std::size_t size = 0;
-    for (const auto& [end, pairs] : ends)
-        for (; size < end; ++size)
-            EXPECT_EQ(parsed(body.substr(0, size)), pairs) << size;
-}
-
 TEST(Json, EachStateIsACallOfItsOwn) {
     Json json;
     EXPECT_EQ(json.nextChar<0>('['), 4);

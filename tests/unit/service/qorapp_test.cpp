@@ -9,7 +9,6 @@
 #include "records.h"
 #include "tests/unit/introspection/fixture.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -56,16 +55,9 @@ const std::string WRITE_ERROR = R"({"result": "Write error" })";
 const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
 const std::string UNKNOWN = R"({"result": "Unknown request" })";
 
-// The content of all STDOUT records after the default header.
+// The answer after the default header.
 std::string outputOf(const std::string& bytes) {
-    std::string output;
-    for (std::size_t at = 0; at + 8 <= bytes.size();) {
-        const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
-        const std::size_t length = static_cast<std::size_t>(byte(4)) << 8 | byte(5);
-        if (byte(1) == 6)
-            output += bytes.substr(at + 8, length);
-        at += 8 + length + byte(6);
-    }
+    const std::string output = records::content(bytes);
     const std::string header = "Content-type: application/json\r\n\r\n";
     return output.starts_with(header) ? output.substr(header.size()) : "no header: " + output;
 }

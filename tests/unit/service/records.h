@@ -49,6 +49,12 @@ inline std::string received(int fd) {
     return bytes;
 }
 
+/// Whether the other end has closed the connection, and its bytes are read.
+inline bool isClosed(int fd) {
+    char byte;
+    return recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
 const std::string END_RECORD = std::string("\1\3\0\1\0\10\0\0", 8) + std::string(8, '\0');
 
 inline std::ptrdiff_t openDescriptors() {

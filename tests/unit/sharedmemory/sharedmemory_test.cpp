@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 
