@@ -12,5 +12,6 @@ struct Counters {
     std::uint64_t printed = 0;     ///< messages, each for all clients that need the same
     std::uint64_t messages = 0;    ///< sent to clients
     std::uint64_t heartbeats = 0;
-    std::uint64_t late = 0; ///< changes that were overwritten before a slow client had the one before
+    std::uint64_t disconnected = 0; ///< slow clients, while messages held too much memory
+    std::uint64_t late = 0;         ///< changes that were overwritten before a slow client had the one before
 };

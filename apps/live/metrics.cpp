@@ -83,6 +83,9 @@ std::string metricsText(MetricsFormat format, const Counters& counters, std::siz
     text.counter("live_heartbeats", "Heartbeats sent to clients.", counters.heartbeats);
     text.counter("live_changes_overwritten",
                  "Changes that a slow client did not get because a later one replaced them.", counters.late);
+    text.counter("live_clients_disconnected",
+                 "Slow clients disconnected because their output held too much memory.",
+                 counters.disconnected);
     text.gauge("live_output_bytes", "Bytes that clients have not taken yet.", Output::held());
     text.gauge("live_resident_memory_bytes", "Resident memory.", residentBytes());
     text.gauge("live_broker_connected", "1 while the message broker is connected.", hasBroker() ? 1 : 0);

@@ -34,7 +34,8 @@ void Streams::open(Connection& connection, const Wish& wish) {
     stream.period = wish.period;
     stream.isReset = wish.wantsReset;
     stream.pending = wish.since ? changes_.since(*wish.since, wish.variables) : wish.variables;
-    stream.heartbeat = nextHeartbeat(Clock::now());
+    stream.sent = Clock::now();
+    stream.heartbeat = nextHeartbeat(stream.sent);
     connection.beginStream(HEAD);
     askForTurn();
 }
@@ -44,6 +45,8 @@ void Streams::turn(Clock::time_point now) {
         return;
     isAsked_ = false;
     due_ = Clock::time_point::max();
+    if (Output::held() > Output::LIMIT)
+        closeStalled(now);
     for (auto& [connection, stream] : streams_) {
         counters_.late += (stream.pending & changed_ & stream.wanted).count();
         stream.pending |= changed_ & stream.wanted;
@@ -51,6 +54,16 @@ void Streams::turn(Clock::time_point now) {
     }
     changed_.reset();
     messages_.clear();
+}
+
+// Such a client connects again and misses nothing, but all others would wait for it. Closing frees its
+// output.
+void Streams::closeStalled(Clock::time_point now) {
+    for (auto& [connection, stream] : streams_)
+        if (!connection->isReady() && now - stream.sent > MAX_STALL) {
+            connection->close();
+            ++counters_.disconnected;
+        }
 }
 
 // A connection that takes nothing now asks for a turn when it does.
@@ -77,6 +90,7 @@ void Streams::sendChanges(Connection& connection, Stream& stream, Clock::time_po
     stream.pending &= ~next.contents;
     stream.isReset = false;
     stream.heartbeat = nextHeartbeat(now);
+    stream.sent = now;
     if (stream.pending.none()) // the pieces of a long message follow each other at once
         stream.next = now + stream.period;
     ++counters_.messages;

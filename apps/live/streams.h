@@ -19,7 +19,9 @@ class PresentValues;
 /// Of each client the process keeps one set of variables that the client has not got, however slow it is, and
 /// no queue. When the connection takes more, the client gets the present values of that set, those that
 /// changed first in front, at most some 16 KiB at a time. A message is printed once for all clients that need
-/// the same. Its "id" is the sequence number up to which its client has everything:
+/// the same. While the messages on their way hold more than Output::LIMIT, nothing is printed, and
+/// clients that have not taken a message within MAX_STALL are disconnected. A message's "id" is the sequence
+/// number up to which its client has everything:
 ///
 ///     id: 7443234234
 ///     data: {"MemPersistent.DisplayBrightness":7}
@@ -29,6 +31,7 @@ public:
 
     static constexpr std::size_t MAX_STREAMS = 1000;
     static constexpr std::chrono::seconds HEARTBEAT{30}; ///< the longest time between two pieces
+    static constexpr std::chrono::seconds MAX_STALL{5};
 
     struct Wish {
         VariableSet variables;
@@ -70,6 +73,7 @@ private:
         bool isReset = false; // the next message says so
         Clock::time_point next{};
         Clock::time_point heartbeat{};
+        Clock::time_point sent{}; // the last message
     };
     struct Message {
         VariableSet pending;
@@ -79,6 +83,7 @@ private:
         SharedOutput output;
     };
 
+    void closeStalled(Clock::time_point now);
     void serve(Connection& connection, Stream& stream, Clock::time_point now);
     void sendChanges(Connection& connection, Stream& stream, Clock::time_point now);
     const Message& message(const Connection& connection, const Stream& stream);

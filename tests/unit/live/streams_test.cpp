@@ -36,7 +36,13 @@ protected:
         return fd;
     }
 
-    void turn() { streams_.turn(now_); }
+    void turn() {
+        streams_.turn(now_);
+        for (Connection* const connection : std::exchange(closed_, {})) {
+            streams_.remove(*connection);
+            std::erase_if(connections_, [&](const auto& owned) { return owned.get() == connection; });
+        }
+    }
 
     void change(VariableNumber number, std::int32_t value) {
         const Variable variable(number == BRIGHTNESS ? "DisplayBrightness" : "ButtonBrightness");
@@ -60,7 +66,7 @@ protected:
             connection.answer({200, "text/plain", {}, request.param("SCRIPT_NAME") + request.body});
     }
     void ready(Connection&) override { streams_.askForTurn(); }
-    void closed(Connection& connection) override { streams_.remove(connection); }
+    void closed(Connection& connection) override { closed_.push_back(&connection); }
     bool accountBody(std::ptrdiff_t bytes) override { return bytes <= 50000; }
 
     EventPoll poll_;
@@ -73,6 +79,7 @@ protected:
     std::vector<std::string> bodies_;
     std::vector<Descriptor> clients_;
     std::vector<std::unique_ptr<Connection>> connections_;
+    std::vector<Connection*> closed_;
     const VariableSet both_ = VariableSet().set(BRIGHTNESS).set(BUTTONS);
 };
 
@@ -148,6 +155,25 @@ TEST_F(StreamsTest, ASlowClientGetsTheLatestValuesAndNobodyWaits) {
                 testing::StartsWith(std::to_string(20000 % 11)));
     EXPECT_THAT(lastOf("MemPersistent.ButtonBrightness\":"), testing::StartsWith(std::to_string(19999 % 11)));
     EXPECT_THAT(slowText, HasSubstr("id: " + std::to_string(changes_.last()) + "\n"));
+}
+
+// No two of the clients need the same.
+TEST_F(StreamsTest, StalledClientsAreDisconnectedWhenTheyHoldTooMuchMemory) {
+    const int fast = open({both_});
+    for (VariableNumber number = 0; number < EVENT_COUNT; ++number)
+        if (values_.all()[number])
+            open({VariableSet(values_.all()).reset(number)});
+    ASSERT_GT(Output::held(), Output::LIMIT);
+    text(fast);
+    change(BRIGHTNESS, 7);
+    turn();
+    EXPECT_EQ(text(fast), "");
+    EXPECT_EQ(counters_.disconnected, 0u);
+    now_ += Streams::MAX_STALL + std::chrono::seconds(1);
+    turn();
+    EXPECT_THAT(text(fast), HasSubstr("Brightness\":7"));
+    EXPECT_LT(Output::held(), Output::LIMIT);
+    EXPECT_EQ(streams_.size() + counters_.disconnected, values_.all().count() + 1);
 }
 
 TEST_F(StreamsTest, AnyPiecesAreOneRequestAndFlippedBitsCloseAtMostTheirConnection) {
