@@ -65,16 +65,26 @@ type Known<Pattern extends string> = [Named<Pattern>] extends [never] ? never : 
 const API = "/api/v2";
 const RETRY_MS = 1000;
 const SILENCE_MS = 75000; // the controller sends something every 30 s
+const ADDRESS = /^https?:\/\/[^/@?#]+(\/[^/?#]+)*\/*$/;
 
+/** Without a connection the methods reject with the TypeError of fetch, without an answer for 75 s with a TimeoutError. */
 export class Controller {
+    private readonly address: string;
+
     /**
-     * @param address "http://192.168.1.20"; empty for the page's own controller
+     * @param address "http://192.168.1.20", or with a path that is in front of /api/v2; empty for the page's own controller.
+     * Another form throws TypeError.
      * @param headers of every request, for example Authorization
      */
     constructor(
-        private readonly address = "",
+        address = "",
         private readonly headers: Record<string, string> = {},
-    ) {}
+    ) {
+        const isPage = address === "" && typeof location !== "undefined";
+        if (!isPage && !ADDRESS.test(address))
+            throw new TypeError(`"${address}" is not an address such as "http://192.168.1.20"`);
+        this.address = address.replace(/\/+$/, "");
+    }
 
     /** The present values of the variables that the patterns name, of all without a pattern. */
     async values(): Promise<Values>;
@@ -129,8 +139,8 @@ export class Controller {
         let last: Record<string, string> = {};
         while (!signal.aborted) {
             try {
-                const response = await this.ask(path, { signal, headers: last, cache: "no-store" });
-                for await (const event of eventsOf(response, SILENCE_MS)) {
+                const connect = (signal: AbortSignal) => this.ask(path, { signal, headers: last, cache: "no-store" });
+                for await (const event of eventsOf(connect, signal, SILENCE_MS)) {
                     if (signal.aborted) return;
                     last = { "Last-Event-ID": event.id };
                     yield JSON.parse(event.data);
@@ -144,7 +154,8 @@ export class Controller {
 
     private async ask(path: string, init: RequestInit = {}): Promise<Response> {
         const headers = { ...this.headers, ...(init.headers as Record<string, string>) };
-        const response = await fetch(this.address + API + path, { ...init, headers });
+        const signal = init.signal ?? AbortSignal.timeout(SILENCE_MS);
+        const response = await fetch(this.address + API + path, { ...init, signal, headers });
         if (response.ok) return response;
         const problem = await response.json().catch(() => ({}));
         if (response.status === 412 && problem.errors) throw new Changed(problem.detail, problem.errors);
@@ -164,9 +175,10 @@ function list(patterns: readonly string[]): string {
     return patterns.map(encodeURIComponent).join(",");
 }
 
-/** Whether the same request can succeed later: a network error, or a web server without the service or at its limits. */
+/** Whether the same request can succeed later: no connection, silence, or a web server without the service or at its limits. */
 function isTemporary(error: unknown): boolean {
-    return error instanceof Refused ? error.status >= 500 || error.status === 429 : error instanceof TypeError;
+    if (error instanceof Refused) return error.status >= 500 || error.status === 429;
+    return error instanceof TypeError || (error instanceof DOMException && error.name === "AbortError");
 }
 
 function pause(ms: number, signal: AbortSignal): Promise<void> {

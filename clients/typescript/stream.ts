@@ -7,11 +7,14 @@ export interface StreamEvent {
     data: string;
 }
 
-/** The events of a response until it ends or nothing has arrived for `silenceMs`. */
-export async function* eventsOf(response: Response, silenceMs: number): AsyncGenerator<StreamEvent> {
+/** Sends the request and resolves to its response. The signal ends the connection. */
+export type Connect = (signal: AbortSignal) => Promise<Response>;
+
+/** The events of a response until it ends. Throws when `end` is aborted, or when nothing has arrived for `silenceMs`. */
+export async function* eventsOf(connect: Connect, end: AbortSignal, silenceMs: number): AsyncGenerator<StreamEvent> {
     let text = "";
     let event: StreamEvent = { id: "", data: "" };
-    for await (const piece of piecesOf(response, silenceMs)) {
+    for await (const piece of piecesOf(connect, end, silenceMs)) {
         const lines = (text + piece).split("\n");
         text = lines.pop() ?? "";
         for (const line of lines) {
@@ -27,23 +30,24 @@ export async function* eventsOf(response: Response, silenceMs: number): AsyncGen
     }
 }
 
-async function* piecesOf(response: Response, silenceMs: number): AsyncGenerator<string> {
-    const reader = response.body!.pipeThrough(new TextDecoderStream()).getReader();
+async function* piecesOf(connect: Connect, end: AbortSignal, silenceMs: number): AsyncGenerator<string> {
+    const connection = new AbortController();
+    const close = () => connection.abort();
+    end.addEventListener("abort", close);
+    let timer = setTimeout(close, silenceMs);
     try {
+        const response = await connect(connection.signal);
+        const reader = response.body!.pipeThrough(new TextDecoderStream()).getReader();
         while (true) {
-            const { done, value } = await beforeSilence(reader.read(), silenceMs);
+            const { done, value } = await reader.read();
+            clearTimeout(timer);
             if (done) return;
             yield value;
+            timer = setTimeout(close, silenceMs);
         }
     } finally {
-        reader.cancel().catch(() => undefined);
+        clearTimeout(timer);
+        end.removeEventListener("abort", close);
+        close();
     }
-}
-
-async function beforeSilence<Result>(result: Promise<Result>, silenceMs: number): Promise<Result> {
-    let timer: ReturnType<typeof setTimeout> | undefined;
-    const silence = new Promise<never>((_, reject) => {
-        timer = setTimeout(() => reject(new TypeError("The connection is silent.")), silenceMs);
-    });
-    return Promise.race([result, silence]).finally(() => clearTimeout(timer));
 }

@@ -17,7 +17,7 @@ from systemdevice import BUILD, WAIT_SECONDS, wait_until
 CLIENTS = Path(BUILD, "generated/clients").resolve()
 sys.path.insert(0, str(CLIENTS / "python"))
 
-from controller import Changed, Controller  # pylint: disable=import-error; the build generates it
+from controller import Changed, Controller, Refused  # pylint: disable=import-error; the build generates it
 
 BRIGHTNESS = ["MemPersistent.ButtonBrightness", "MemPersistent.DisplayBrightness", "MemPersistent.KnobBrightness"]
 WATCH = {
@@ -103,6 +103,17 @@ def test_watching_continues_after_lost_connections(device, web_server, language,
             wait_for({**present, "MemPersistent.ButtonBrightness": 4}, "all values after a restart")
         finally:
             process.terminate()
+
+
+def test_answers_are_read_packed_and_plain(device):
+    controller = Controller(device.url)
+    answer = controller._ask("GET", "/values")  # pylint: disable=protected-access
+    assert answer.getheader("Content-Encoding") == "gzip"
+    assert controller.values() == Controller(f"{device.url}/", {"Accept-Encoding": "identity"}).values()
+    with pytest.raises(Refused, match="NoSuch does not match any variable"):
+        controller.values("NoSuch")
+    with pytest.raises(ValueError, match="is not an address"):
+        Controller(device.url.partition("//")[2])
 
 
 def test_none_of_many_increments_is_lost(device):

@@ -1,19 +1,24 @@
 """Reads, sets and watches variables."""
 
 import json
+import re
 import time
+import zlib
 from dataclasses import dataclass
 from http.client import HTTPConnection, HTTPException, HTTPResponse, HTTPSConnection
 from typing import (Dict, Generic, Iterator, List, Mapping, NewType, Optional, Tuple, TypedDict, TypeVar, Union, cast,
                     overload)
-from urllib.parse import quote, urlsplit
+from urllib.parse import quote
 
 from .variables import Changes, SomeValues, Values  # pylint: disable=import-error; the build generates it
 
+ADDRESS = re.compile(r"(https?)://([^/@?#]+)((?:/[^/?#]+)*)/*")
 API = "/api/v2"
 RETRY_SECONDS = 1
 SILENCE_SECONDS = 75  # the controller sends something every 30 s
-
+PIECE_BYTES = 65536
+GZIP = 16 + zlib.MAX_WBITS  # the format that zlib expects
+HEADERS = {"Accept-Encoding": "gzip", "Connection": "close"}
 
 # A moment in the history of some variables: what `read`, `set` and `Changed` give and `set` takes.
 Version = NewType("Version", str)
@@ -79,7 +84,7 @@ class Changed(Refused):
 class Controller:
     """The variables of one controller.
 
-    address   "http://192.168.1.20"
+    address   "http://192.168.1.20", or with a path that is in front of /api/v2. Another form raises ValueError.
     headers   of every request, for example Authorization
 
     Every method raises OSError or HTTPException without a connection, and Refused if the controller answers with an
@@ -87,8 +92,11 @@ class Controller:
     """
 
     def __init__(self, address: str, headers: Optional[Mapping[str, str]] = None) -> None:
-        self._address = urlsplit(address)
-        self._headers = dict(headers or {})
+        parts = ADDRESS.fullmatch(address)
+        if parts is None:
+            raise ValueError(f'"{address}" is not an address such as "http://192.168.1.20"')
+        self._scheme, self._host, self._path = parts.groups()
+        self._headers = {**HEADERS, **(headers or {})}
 
     @overload
     def values(self) -> Values: ...
@@ -112,7 +120,7 @@ class Controller:
 
     def _read(self, patterns: Tuple[str, ...]) -> Reading[Values]:
         response = self._ask("GET", f"/values?vars={_list(patterns)}" if patterns else "/values")
-        return Reading(cast(Values, json.loads(response.read())), _version(response))
+        return Reading(cast(Values, json.loads(_body(response))), _version(response))
 
     def set(self, *changes: Changes, unchanged_since: Optional[Version] = None) -> Version:
         """Stores all values, or none and raises Refused. Returns their version.
@@ -144,15 +152,15 @@ class Controller:
             except Refused as error:
                 if error.status < 500 and error.status != 429:
                     raise
-            except (OSError, HTTPException):
+            except (OSError, HTTPException, zlib.error):
                 pass
             time.sleep(RETRY_SECONDS)
 
     def _ask(self, method: str, path: str, body: Optional[str] = None,
              headers: Optional[Mapping[str, str]] = None) -> HTTPResponse:
-        kind = HTTPSConnection if self._address.scheme == "https" else HTTPConnection
-        connection: HTTPConnection = kind(self._address.netloc, timeout=SILENCE_SECONDS)
-        connection.request(method, API + path, body, {**self._headers, **(headers or {})})
+        kind = HTTPSConnection if self._scheme == "https" else HTTPConnection
+        connection: HTTPConnection = kind(self._host, timeout=SILENCE_SECONDS)
+        connection.request(method, self._path + API + path, body, {**self._headers, **(headers or {})})
         response = connection.getresponse()
         if response.status >= 400:
             raise _refused(response)
@@ -161,7 +169,7 @@ class Controller:
 
 def _refused(response: HTTPResponse) -> Refused:
     try:
-        problem = json.loads(response.read())
+        problem = json.loads(_body(response))
     except ValueError:  # the web server's own page
         problem = {}
     if response.status == 412 and "errors" in problem:
@@ -176,7 +184,7 @@ def _version(response: HTTPResponse) -> Version:
 def _events(response: HTTPResponse) -> Iterator[Tuple[str, str]]:
     """The lines "id:" and "data:" of each event until the connection ends."""
     number, data = "", ""
-    for line in (line.decode().rstrip("\n") for line in response):
+    for line in _lines(response):
         if line.startswith("id: "):
             number = line[len("id: "):]
         elif line.startswith("data: "):
@@ -185,6 +193,24 @@ def _events(response: HTTPResponse) -> Iterator[Tuple[str, str]]:
             if data:
                 yield number, data
             number, data = "", ""
+
+
+def _lines(response: HTTPResponse) -> Iterator[str]:
+    """The lines of the body, each as soon as it has arrived, also when it is compressed."""
+    unpacker = zlib.decompressobj(GZIP) if _is_packed(response) else None
+    rest = b""
+    for piece in iter(lambda: response.read1(PIECE_BYTES), b""):
+        *lines, rest = (rest + (unpacker.decompress(piece) if unpacker else piece)).split(b"\n")
+        yield from (line.decode() for line in lines)
+
+
+def _body(response: HTTPResponse) -> bytes:
+    body = response.read()
+    return zlib.decompress(body, GZIP) if _is_packed(response) else body
+
+
+def _is_packed(response: HTTPResponse) -> bool:
+    return response.getheader("Content-Encoding") == "gzip"
 
 
 def _list(patterns: Tuple[str, ...]) -> str:
