@@ -69,6 +69,22 @@ test("a frozen process for events is noticed, and the console polls instead", as
     }
 });
 
+test("the console polls while other clients have all streams of its address", async () => {
+    const others = new AbortController();
+    const take = () => fetch(`${device.url}/api/v2/events?vars=ProductName`, others);
+    while ((await take()).ok);
+    const asked = [];
+    const console = await open({ prepare: (page) => page.on("request", (request) => asked.push(request.url())) });
+    await device.store(VARIABLE, 1);
+    await console.shows(VARIABLE, "1");
+    await console.says("#connection", "Live");
+    assert.ok(asked.some((url) => url.endsWith("/update.cgi")));
+    others.abort();
+    const begun = asked.length;
+    await until(() => asked.slice(begun).some((url) => url.endsWith("/all.cgi")), true, "a new begin, once there is a place");
+    await console.isLive();
+});
+
 const NAME = "MemPersistent.ProductName";
 const LIST = "MemLens.LensFileList";
 const COUNTER = "MemDynamic.LostFrameCounter";

@@ -30,9 +30,18 @@ async function askLastChange(signal) {
   }
 }
 
-// Yields all changes behind the number `since`, each as the text of an object of names and values, until the stream ends.
-export async function* changesSince(since, signal) {
-  const answer = await request(`${API}/events?since=${since}`, { signal });
+// Resolves to all changes behind the number `since`, each as the text of an object of names and values, until the stream
+// ends; to null where the controller has no place for another stream.
+export async function changesSince(since, signal) {
+  try {
+    return textsOf(await request(`${API}/events?since=${since}`, { signal }));
+  } catch (error) {
+    if (error.status === 503) return null;
+    throw error;
+  }
+}
+
+async function* textsOf(answer) {
   const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
   let text = "";
   for (let piece = await reader.read(); !piece.done; piece = await reader.read()) {

@@ -22,9 +22,15 @@ const RETRY_TYPED_MS = 10000;
 const SETTLE_MS = 300;
 const REREAD_MS = 10000;
 
+// The promise, whose failure may come before anything waits for it.
+function handled(promise) {
+  promise.catch(() => {});
+  return promise;
+}
+
 // Reads the whole tree, then follows its changes; after any gap again. emit() gets messages:
 //   {type: "tree" | "update", text}
-//   {type: "state", state: "live" | "reconnecting" | "lost", text, isTyped}: whether the controller has version 2
+//   {type: "state", state: "live" | "reconnecting" | "lost", text, isTyped}: whether version 2 is used
 export class TreeFeed extends Loop {
   #emit;
   #known;
@@ -76,19 +82,20 @@ export class TreeFeed extends Loop {
   async turn(signal, succeeded) {
     const either = new AbortController();
     const both = AbortSignal.any([signal, either.signal]);
-    const since = await lastChange(both);
-    this.#isTyped = since !== null;
-    const polls = this.#isTyped ? null : Promise.race([this.#follow(both), this.#untilTyped(both)]);
-    const tree = this.#readTree(both);
-    const changes = polls ?? tree.then(() => this.#listen(since, both));
     try {
+      const since = await lastChange(both);
+      const besideEvents = since === null ? null : handled(this.#readTree(both));
+      const events = since === null ? null : await changesSince(since, both);
+      this.#isTyped = events !== null;
+      const polls = events ? null : handled(Promise.race([this.#follow(both), this.#untilTyped(both)]));
+      const tree = events ? besideEvents : this.#readTree(both);
+      const changes = polls ?? handled(tree.then(() => this.#listen(events, both)));
       await Promise.race([tree, changes]);
       succeeded();
       this.#failingSince = null;
       this.#setState("live", "Live");
       await changes;
     } finally {
-      changes.catch(() => {});
       either.abort();
     }
   }
@@ -118,14 +125,16 @@ export class TreeFeed extends Loop {
     }
   }
 
-  // Returns when version 2 is there.
+  // Returns when version 2 is there and has a place.
   async #untilTyped(signal) {
-    do await pause(RETRY_TYPED_MS);
-    while (!signal.aborted && await lastChange(signal) === null);
+    for (;;) {
+      await pause(RETRY_TYPED_MS);
+      const since = await lastChange(signal);
+      if (since !== null && await changesSince(since, signal) !== null) return;
+    }
   }
 
-  async #listen(since, signal) {
-    const events = changesSince(since, signal);
+  async #listen(events, signal) {
     for (;;) {
       const { value, done } = await this.#orGone(events.next(), signal);
       if (done) throw new RequestError(0);
