@@ -15,14 +15,26 @@ using Reason = Refusal::Reason;
 
 constexpr std::size_t SHOWN_BYTES = 100; // of a name; no name is longer
 
-const std::vector<VariableId>& allVariables() {
-    static const std::vector<VariableId> all = [] {
-        std::vector<VariableId> variables;
+std::string_view ownName(const VariableId& variable) {
+    return variable.descriptor().name;
+}
+
+struct Variables {
+    std::vector<VariableId> inOrder; // the catalogue's
+    std::vector<VariableId> byName;  // sorted by their own names, which are unique
+
+    Variables() {
         for (std::uint32_t mem = 0; mem < MEMORY_ARRAY_SIZE; ++mem)
             for (std::uint32_t var = 0; var < MEMORY_ARRAY[mem].count; ++var)
-                variables.push_back({mem, var});
-        return variables;
-    }();
+                inOrder.push_back({mem, var});
+        byName = inOrder;
+        std::sort(byName.begin(), byName.end(),
+                  [](const auto& left, const auto& right) { return ownName(left) < ownName(right); });
+    }
+};
+
+const Variables& allVariables() {
+    static const Variables all;
     return all;
 }
 
@@ -63,10 +75,12 @@ bool isNamed(const VariableId& variable, std::string_view name) {
 }
 
 VariableId findVariable(std::string_view name, const std::string& whole) {
-    const auto& all = allVariables();
+    const std::vector<VariableId>& sorted = allVariables().byName;
+    const std::string_view own = name.substr(name.find('.') + 1); // the whole name without a dot
     const auto found =
-        std::find_if(all.begin(), all.end(), [&](const auto& id) { return isNamed(id, name); });
-    if (found == all.end())
+        std::lower_bound(sorted.begin(), sorted.end(), own,
+                         [](const auto& id, std::string_view text) { return ownName(id) < text; });
+    if (found == sorted.end() || !isNamed(*found, name))
         throw Refusal(Reason::UnknownVariable, (whole.empty() ? "\"\"" : whole) + " is not a variable");
     return *found;
 }
@@ -150,10 +164,10 @@ std::vector<Reference> leaves(const VariableId& variable) {
 
 std::vector<VariableId> matchingVariables(const std::vector<std::string>& patterns) {
     if (patterns.empty())
-        return allVariables();
+        return allVariables().inOrder;
     std::vector<bool> isMatched(patterns.size());
     std::vector<VariableId> matched;
-    for (const VariableId& variable : allVariables()) {
+    for (const VariableId& variable : allVariables().inOrder) {
         bool isWanted = false;
         for (std::size_t i = 0; i < patterns.size(); ++i) {
             if (!matches(patterns[i], variable))
