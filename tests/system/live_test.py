@@ -149,7 +149,7 @@ def test_a_client_continues_and_notices_a_restart(device):
 
 
 def since_query(sequence):
-    return f"vars={BRIGHTNESS}&since={sequence}"
+    return f"vars=MemPersistent.Display?rightness&since={sequence}"
 
 
 def version_1(device, change_brightness):
