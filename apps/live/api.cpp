@@ -38,9 +38,11 @@ std::optional<Number> numberFrom(std::string_view text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
-// Whether the client has this version. A web server that compresses an answer makes its tag a weak one.
+// Whether the client has this version. A web server that compresses an answer changes its tag "1" to W/"1" or
+// "1-gzip".
 bool hasTag(const HttpRequest& request, const std::string& tag) {
-    return request.param("HTTP_IF_NONE_MATCH").find(tag) != std::string::npos;
+    const std::string& known = request.param("HTTP_IF_NONE_MATCH");
+    return known == "*" || known.find('"' + tag) != std::string::npos;
 }
 
 // The sequence number of If-Match: "7443234234", or with more behind a dot, as the tag of values has it. A
@@ -63,6 +65,15 @@ std::chrono::milliseconds periodOf(const HttpRequest& request) {
     if (!period || *period < 0 || *period > MAX_PERIOD_MS)
         throw Problem(400, "period is not a number of milliseconds up to " + std::to_string(MAX_PERIOD_MS));
     return std::chrono::milliseconds(*period);
+}
+
+void addMatching(VariableSet& numbers, const std::string& pattern) {
+    try {
+        for (const VariableId& variable : matchingVariables({pattern}))
+            numbers.set(PresentValues::numberOf(variable));
+    } catch (const Refusal& refusal) {
+        throw Problem(400, refusal.what(), refusalJson(pattern, refusal, nullptr));
+    }
 }
 
 HttpAnswer health() {
@@ -91,9 +102,9 @@ void Api::handle(Connection& connection, const HttpRequest& request) {
         ++counters_.refused;
         connection.answer(problem.answer());
     }
+    // The JSON of a body takes ten times its size, in pieces that keep the heap from shrinking.
     if (request.body.size() > LARGE_BODY)
-        malloc_trim(
-            0); // the JSON of a body takes ten times its size, in pieces that keep the heap from shrinking
+        malloc_trim(0);
 }
 
 void Api::route(Connection& connection, const HttpRequest& request) {
@@ -110,14 +121,15 @@ void Api::route(Connection& connection, const HttpRequest& request) {
         const bool isChange = request.param("REQUEST_METHOD") == "PATCH";
         return connection.answer(isChange ? patch(request) : values(request));
     }
+    const bool isCatalogue = name == "catalogue" || name == "catalogue/" + catalogueHash_;
+    if (!isCatalogue && name != "health" && name != "metrics")
+        throw Problem(404, "There is nothing at this path");
     requireMethod(request, {"GET", "HEAD"});
-    if (name == "catalogue" || name == "catalogue/" + catalogueHash_)
+    if (isCatalogue)
         return connection.answer(catalogue(request, name));
     if (name == "health")
         return connection.answer(health());
-    if (name == "metrics")
-        return connection.answer(metrics(request));
-    throw Problem(404, "There is nothing at this path");
+    connection.answer(metrics(request));
 }
 
 VariableSet Api::wanted(const HttpRequest& request) const {
@@ -130,13 +142,8 @@ VariableSet Api::wanted(const HttpRequest& request) const {
     if (patterns.empty())
         return values_.all();
     VariableSet numbers;
-    try {
-        for (const VariableId& variable : matchingVariables(patterns))
-            numbers.set(PresentValues::numberOf(variable));
-    } catch (const Refusal& refusal) {
-        const std::string name = std::string(refusal.what()).substr(0, std::string(refusal.what()).find(' '));
-        throw Problem(400, refusal.what(), refusalJson(name, refusal, nullptr));
-    }
+    for (const std::string& pattern : patterns)
+        addMatching(numbers, pattern);
     return numbers;
 }
 

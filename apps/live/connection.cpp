@@ -118,6 +118,7 @@ void Connection::begin(unsigned short requestId, bool keep) {
     paramsSize_ = 0;
     requestId_ = requestId;
     keep_ = keep;
+    isHead_ = false;
     isReceiving_ = true;
 }
 
@@ -147,9 +148,7 @@ void Connection::refuse(int status) {
     keep_ = false;
     isReceiving_ = false;
     const std::string reason = reasonPhrase(status);
-    answer({status,
-            "application/problem+json",
-            {},
+    answer({status, "application/problem+json", "Cache-Control: no-store\r\n",
             R"({"type":"about:blank","title":")" + reason + R"(","status":)" + std::to_string(status) +
                 R"(,"detail":"The body is too large, or too many are under way"})"});
 }

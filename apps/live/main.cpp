@@ -89,8 +89,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s\n", USAGE);
         return 2;
     }
-    mallopt(M_MMAP_THRESHOLD,
-            1 << 20); // the memory of large bodies goes back to the system, that of answers stays
+    // The memory of large bodies goes back to the system, that of answers stays.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
     mallopt(M_TRIM_THRESHOLD, 1 << 20);
     raiseDescriptorLimit();
     try {

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <set>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -71,6 +72,8 @@ std::size_t namesIn(const std::string& text) {
 // Of a name that occurs twice the parser keeps the last value, and the others would never be checked.
 Json parsed(const std::string& body) {
     const std::size_t names = namesIn(body);
+    if (body.find('\0') != std::string::npos) // the parser ends there
+        throw Problem(400, "The body is not JSON: it has a zero character");
     Json document;
     try {
         document = Json::parse(body);
@@ -135,19 +138,40 @@ void check(const std::string& name, const Json& value, Errors& errors) {
     }
 }
 
+// The names of the element and of the variable that contain a member or an element.
+std::vector<std::string> wholes(Reference reference) {
+    std::vector<std::string> names;
+    if (std::exchange(reference.member, nullptr) != nullptr)
+        names.push_back(reference.name());
+    if (std::exchange(reference.element, std::nullopt))
+        names.push_back(reference.name());
+    return names;
+}
+
+// Of two values for the same place the client would not know which one is stored.
+void requireDistinct(const std::vector<Entry>& entries) {
+    std::set<std::string> names;
+    for (const Entry& entry : entries)
+        if (const std::string name = entry.reference.name(); !names.insert(name).second)
+            throw Problem(400, "The body has " + name + " twice");
+    for (const Entry& entry : entries)
+        for (const std::string& whole : wholes(entry.reference))
+            if (names.contains(whole))
+                throw Problem(400,
+                              "The body has " + whole + " and " + entry.reference.name() + ", a part of it");
+}
+
 std::vector<Entry> checked(const Json& document) {
     Errors errors;
     for (const auto& [name, value] : document.items())
         check(name, value, errors);
     errors.throwIfAny();
     std::vector<Entry> entries;
-    std::set<std::string> names;
     for (const auto& [name, value] : document.items()) {
         entries.push_back({Reference::parse(name), {}});
         entries.back().value.add(name, value);
-        if (!names.insert(entries.back().reference.name()).second)
-            throw Problem(400, "The body has " + *names.find(entries.back().reference.name()) + " twice");
     }
+    requireDistinct(entries);
     return entries;
 }
 

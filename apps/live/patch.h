@@ -13,9 +13,9 @@ class PresentValues;
 
 /// Stores the values of a JSON object by their names, all or none: {"MemPersistent.DisplayBrightness": 7}.
 /// Names and values are those of CheckedSet. Throws Problem: 400 for a body that is no such object or has a
-/// name twice, 413 for too many names or too deep a value, 422 with all refusals, the first thousand of them,
-/// 412 if `unchangedSince` is given and a named variable has changed after that sequence number. Nothing is
-/// stored then. 500 if the broker does not take an event; the values are stored.
+/// name twice or beside a part of it, 413 for too many names or too deep a value, 422 with all refusals, the
+/// first thousand of them, 412 if `unchangedSince` is given and a named variable has changed after that
+/// sequence number. Nothing is stored then. 500 if the broker does not take an event; the values are stored.
 class Patch {
 public:
     /// Names of variables and of members together, and commas: the present values of all variables have

@@ -124,6 +124,8 @@ TEST_F(PatchTest, RefusesWhatIsNoObjectOfValues) {
                                        {R"({"FocusTorque": 99, "FocusTorque": 1})", 400},
                                        {R"({"FocusTorque": 1, "MemPersistent.FocusTorque": 1})", 400},
                                        {R"({"FocusMotor": {"MotorTarget": 1, "MotorTarget": 1}})", 400},
+                                       {R"({"FocusMotor.MotorTarget": 1, "MemMotors.FocusMotor": {}})", 400},
+                                       {std::string("{\"FocusTorque\": 1}\0", 19), 400},
                                        {"{\"DisplayBrightness\":" + deep, 413},
                                        {"{\"DisplayBrightness\":\"\xff\"}", 400}})
         EXPECT_EQ(apply(body).first, status) << body.substr(0, 40);
