@@ -9,6 +9,10 @@ import jsonschema
 from systemdevice import BUILD
 
 
+# The headers that a client can use. Others are the web server's, or for caches and browsers.
+HEADERS = {"Allow", "Content-Location", "ETag", "Event-Sequence", "Retry-After"}
+
+
 class Description:
     """operations   (method, path) of each"""
 
@@ -34,5 +38,6 @@ class Description:
         described = responses.get(str(status), responses["default"])
         if "$ref" in described:
             described = self._components["responses"][described["$ref"].rpartition("/")[2]]
+        assert HEADERS.intersection(received.keys()) <= described.get("headers", {}).keys()
         kind = received.get("Content-Type", "").partition(";")[0]
         return status, answer, self.validator(described["content"][kind]["schema"] if kind else {"const": ""})
