@@ -6,9 +6,8 @@ from pathlib import Path
 import jsonschema
 import pytest
 
-from systemdevice import BUILD
+from systemdevice import BUILD, TREE
 
-TREE = "/api/v1/all.cgi"
 DOCS = Path(BUILD, "generated/docs")
 
 

@@ -9,11 +9,9 @@ import pytest
 
 from app_test import FORM_TYPE, form
 from description import Description
-from systemdevice import BUILD
+from systemdevice import BUILD, DONE, LOG, SCREEN, SET, TREE, UPDATE
 
 DESCRIPTION = Description("openapi.json")
-TREE, SET, UPDATE, LOG = "/api/v1/all.cgi", "/api/v1/set.cgi", "/api/v1/update.cgi", "/api/v1/log.cgi"
-SCREEN = "/api/v1/screen.cgi"
 APP = "/qorapp/v1"
 FILE, LIST, UPLOAD = APP + "/{kind}/file/{name}", APP + "/{kind}/list", APP + "/device/update"
 
@@ -103,6 +101,6 @@ def test_assignments_are_as_described(device):
             ("MemGuiLocal", "RadioRegionFlags", "0affb7", True), ("MemGuiLocal", "RadioRegionFlags", "zz", False)):
         before = device.segment(memory).read_bytes()
         body = {memory: {name: value}}
-        assert device.ask(SET, json.dumps(body).encode()) == b'{"result": 1 }'
+        assert device.ask(SET, json.dumps(body).encode()) == DONE
         assert (device.segment(memory).read_bytes() != before) == assignment.is_valid(body) == is_allowed, body
     assert not assignment.is_valid({}) and not assignment.is_valid({"MemApp": {}, "MemLens": {}})

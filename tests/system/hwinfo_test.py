@@ -1,7 +1,5 @@
 """The hwinfo tool on a virtual device."""
 
-import subprocess
-
 CARD_AT = 0x100000
 REGISTER_AT = 0x20CC068
 
@@ -18,9 +16,7 @@ def fill(device, path, position, data):
 
 def run(device, *words):
     """Exit status, standard output and standard error of the tool."""
-    result = subprocess.run(device.command("hwinfo", *words), env=device.environment(), capture_output=True,
-                            text=True, check=False)
-    return result.returncode, result.stdout, result.stderr
+    return device.run("hwinfo", *words)
 
 
 def card(device):

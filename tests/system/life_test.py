@@ -14,12 +14,10 @@ import pytest
 
 from brokerclient import BrokerClient
 from fastcgi import END
-from systemdevice import LEVEL_NORMAL, WAIT_SECONDS, SystemDevice, ending, wait_until
+from systemdevice import DONE, LEVEL_NORMAL, SET, TREE, UPDATE, WAIT_SECONDS, SystemDevice, ending, wait_until
 from virtualdevice import DeviceError
 
-SET = "/api/v1/set.cgi"
 BRIGHTER = b'{"MemPersistent":{"DisplayBrightness":%d}}'
-DONE = b'{"result": 1 }'
 END_ONLY = [(END, 1, bytes(8))]
 
 
@@ -58,9 +56,9 @@ def test_signal_ends_waiting_requests_and_the_service(device, number):
 def test_requests_in_an_inherited_queue_are_answered_and_miss_no_change():
     with SystemDevice(simulation=["--still"], service=False) as device, \
             socket.create_server(("127.0.0.1", device.fcgi_port)) as listening, device.connect() as waiting:
-        waiting.send_request("/api/v1/update.cgi")
+        waiting.send_request(UPDATE)
         with ending(subprocess.Popen(device.command("webservice"), env=device.environment(), stdin=listening)) as service:
-            tree = json.loads(device.ask("/api/v1/all.cgi"))
+            tree = json.loads(device.ask(TREE))
             assert json.loads(waiting.answer().body) == {**tree, "errors": []}
             service.terminate()
         assert service.returncode == 0
@@ -71,9 +69,8 @@ def test_version_names_the_catalogue_of_header_and_console(shared_device):
     header = (build / "generated/gen/code/memories.h").read_text()
     catalogue = re.search('#define CATALOGUE_HASH "([0-9a-f]{16})"', header)[1]
     assert json.loads((build / "client/catalogue.json").read_text())["hash"] == catalogue
-    printed = subprocess.run(shared_device.command("webservice", "--version"), env=shared_device.environment(),
-                             check=True, capture_output=True, text=True).stdout
-    assert re.fullmatch(rf"webservice \d+\.\d+\.\d+\ncatalogue {catalogue}\n", printed)
+    status, printed, _ = shared_device.run("webservice", "--version")
+    assert status == 0 and re.fullmatch(rf"webservice \d+\.\d+\.\d+\ncatalogue {catalogue}\n", printed)
 
 
 def test_killed_service_starts_again(device):
@@ -145,7 +142,7 @@ def test_watchdog_needs_the_broker(monkeypatch):
 def test_service_goes_on_without_the_broker(device):
     with device.wait_for_update() as waiting:
         device.end("broker")
-        assert b'"MemApp" : {' in device.ask("/api/v1/all.cgi")
+        assert b'"MemApp" : {' in device.ask(TREE)
         assert b'{"result": ' in device.ask(SET, BRIGHTER % 1) + device.ask(SET, BRIGHTER % 2)
         assert device.comes_to_rest()
         assert waiting.is_silent(0.1)

@@ -10,9 +10,9 @@ import pytest
 from prometheus_client.openmetrics.parser import text_string_to_metric_families
 from prometheus_client.parser import text_string_to_metric_families as plain_metrics
 
-from api_test import JSON_ANSWERS, SCREEN, SET, TREE
+from api_test import JSON_ANSWERS
 from app_test import FORM_TYPE
-from systemdevice import WAIT_SECONDS, SystemDevice, wait_until
+from systemdevice import SCREEN, SET, TREE, WAIT_SECONDS, SystemDevice, wait_until
 
 VALUES, EVENTS, CATALOGUE = "/api/v2/values", "/api/v2/events", "/api/v2/catalogue"
 BRIGHTNESS = "MemPersistent.DisplayBrightness"
@@ -81,9 +81,8 @@ def test_a_set_reaches_both_versions(device):
         status, headers, stored = change(device, {BRIGHTNESS: new})
         assert (status, stored) == (200, {BRIGHTNESS: new})
         assert stream.next()["data"] == {BRIGHTNESS: new}
-        assert b'"DisplayBrightness" : {"max":"10","min":"0","type":"int","value":"%d"}' % new in device.ask(
-            "/api/v1/all.cgi")
-        device.ask("/api/v1/set.cgi", b'{"MemPersistent":{"DisplayBrightness":10}}')
+        assert b'"DisplayBrightness" : {"max":"10","min":"0","type":"int","value":"%d"}' % new in device.ask(TREE)
+        device.ask(SET, b'{"MemPersistent":{"DisplayBrightness":10}}')
         last = stream.next()
         assert last["data"] == {BRIGHTNESS: 10} and int(last["id"]) > int(first["id"])
     assert change(device, {BRIGHTNESS: 1}, **{"If-Match": headers["ETag"]})[0] == 412

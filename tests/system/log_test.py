@@ -6,9 +6,8 @@ from pathlib import Path
 
 import pytest
 
-from systemdevice import SystemDevice, wait_until
+from systemdevice import LOG, SystemDevice, wait_until
 
-LOG = "/api/v1/log.cgi"
 HEADER = b"Content-type: text/html\r\n\r\n"
 
 

@@ -14,9 +14,8 @@ from pathlib import Path
 
 import pytest
 
-from systemdevice import SystemDevice, wait_until
+from systemdevice import LOG, SCREEN, SET, TREE, UPDATE, SystemDevice, wait_until
 
-TREE, SET, UPDATE, LOG, SCREEN = (f"/api/v1/{name}.cgi" for name in ("all", "set", "update", "log", "screen"))
 INFO, FIRMWARE, STATUS = (f"/qorapp/v1/device/{name}" for name in ("info", "update", "status"))
 FILE = "/qorapp/v1/setups/file/"
 BODY = b'{"MemPersistent":{"DisplayBrightness":9}}'

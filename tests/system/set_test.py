@@ -4,8 +4,8 @@ import struct
 
 import pytest
 
-SET = "/api/v1/set.cgi"
-DONE = b'{"result": 1 }'
+from systemdevice import DONE, SET
+
 REFUSED = b'{"result": 0, "error": "" }'
 PARSE_ERROR = b'{"result": 0, "error": "JSON parse error at 42.\\u000d\\u000a" }'
 

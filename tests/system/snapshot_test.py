@@ -1,5 +1,6 @@
 """Snapshots of the variables tool: taken, compared, restored."""
 
+import functools
 import json
 import os
 import subprocess
@@ -13,13 +14,8 @@ CHANGES = {"MemPersistent.FocusTorque": "4", "MemPersistent.KnobColor": "Magenta
 
 @pytest.fixture(name="run")
 def run_tool(device, tmp_path):
-    def run(*words):
-        """Exit status, standard output and standard error of the tool."""
-        result = subprocess.run(device.command("variables", *(str(word) for word in words)), env=device.environment(),
-                                capture_output=True, text=True, check=False, timeout=120, stdin=subprocess.DEVNULL,
-                                cwd=tmp_path)
-        return result.returncode, result.stdout, result.stderr
-    return run
+    """Runs the tool in the test's folder: exit status, standard output and standard error."""
+    return functools.partial(device.run, "variables", stdin=subprocess.DEVNULL, cwd=tmp_path)
 
 
 def test_values_are_those_of_the_web_api_in_order(device, run, tmp_path):

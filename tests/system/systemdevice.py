@@ -3,6 +3,7 @@
 import contextlib
 import http.client
 import os
+import subprocess
 import sys
 import time
 from pathlib import Path
@@ -15,6 +16,8 @@ from virtualdevice import VirtualDevice
 
 BUILD = os.environ.get("SYSTEM_TEST_BUILD", "build/release")
 WAIT_SECONDS = 60
+TREE, SET, UPDATE, LOG, SCREEN = (f"/api/v1/{name}.cgi" for name in ("all", "set", "update", "log", "screen"))
+DONE = b'{"result": 1 }'
 SIZE_WORD = 4
 LEVEL_ALL, LOG_REQUESTS, LEVEL_NORMAL = (bytes([level, 0, 0, 0]) for level in (0, 1, 5))
 # Events of variables that no test and no simulation changes.
@@ -72,6 +75,12 @@ class SystemDevice(VirtualDevice):
         with open(self.segment(memory), "r+b") as file:
             os.pwrite(file.fileno(), data, SIZE_WORD + at)
 
+    def run(self, program, *words, **options):
+        """Exit status, standard output and standard error of a program of the build."""
+        result = subprocess.run(self.command(program, *words), env=self.environment(), capture_output=True, text=True,
+                                check=False, timeout=120, **options)
+        return result.returncode, result.stdout, result.stderr
+
     # FastCGI
 
     def connect(self):
@@ -84,12 +93,12 @@ class SystemDevice(VirtualDevice):
 
     def ping(self):
         """Returns when the service has read all that was sent to it before. Changes nothing and logs nothing."""
-        assert self.ask("/api/v1/set.cgi") == b'{"result": 0, "error": "" }'
+        assert self.ask(SET) == b'{"result": 0, "error": "" }'
 
     def wait_for_update(self, request_id=1, keep=False):
         """A connection whose request waits for an update."""
         connection = self.connect()
-        connection.send_request("/api/v1/update.cgi", request_id=request_id, keep=keep)
+        connection.send_request(UPDATE, request_id=request_id, keep=keep)
         self.ping()
         return connection
 

@@ -4,12 +4,10 @@ import struct
 
 import pytest
 
-from fastcgi import request
+from fastcgi import JSON_HEADER, request
+from systemdevice import SET, UPDATE
 
-UPDATE = "/api/v1/update.cgi"
-SET = "/api/v1/set.cgi"
 BODY = b'{"MemPersistent":{"DisplayBrightness":%d}}'
-HEADER = b"Content-type: application/json\r\n\r\n"
 DISPLAY_BRIGHTNESS = b'\r\n  "MemPersistent" : {\r\n    "DisplayBrightness" : '
 BRIGHTNESS = b'{"max":"10","min":"0","type":"int","value":"%d"}'
 TRUE = b'{ "value": "true", "type": "bool", "textid": [ "false", "true" ]}'
@@ -29,7 +27,7 @@ def device(device):
 
 
 def document(request_id, variables):
-    head = HEADER + b'{\r\n"id": %d,\r\n"errors": [],\r\n"variables": {' % request_id
+    head = JSON_HEADER + b'{\r\n"id": %d,\r\n"errors": [],\r\n"variables": {' % request_id
     return head + variables + b"\r\n  }\r\n}\r\n}\r\n"
 
 

@@ -25,9 +25,7 @@ LIBC.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_
 
 def run(device, *words):
     """Exit status, standard output and standard error of the tool."""
-    result = subprocess.run(device.command("variables", *words), env=device.environment(), capture_output=True,
-                            text=True, check=False, timeout=120)
-    return result.returncode, result.stdout, result.stderr
+    return device.run("variables", *words)
 
 
 def start(device, *words):

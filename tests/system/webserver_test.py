@@ -8,16 +8,10 @@ from io import BytesIO
 import pytest
 from PIL import Image
 
-from systemdevice import LOG_REQUESTS, wait_until
+from systemdevice import DONE, LOG, LOG_REQUESTS, SCREEN, SET, TREE, UPDATE, wait_until
 
-LOG = "/api/v1/log.cgi"
-SCREEN = "/api/v1/screen.cgi"
-SET = "/api/v1/set.cgi"
-UPDATE = "/api/v1/update.cgi"
-TREE = "/api/v1/all.cgi"
 BODY = b'{"MemPersistent":{"DisplayBrightness":%d}}'
 PLACES_OF_ADDRESS = 24
-DONE = b'{"result": 1 }'
 PAGES = {"index.html": "text/html", "app.js": "text/javascript", "modules/plot.mjs": "text/javascript",
          "style.css": "text/css", "icon.svg": "image/svg+xml", "icon.png": "image/png", "favicon.ico": "image/x-icon",
          "names.json": "application/json", "console.webmanifest": "application/manifest+json",
