@@ -1,8 +1,8 @@
 #include "apps/common/values/variablejson.h"
 #include "apps/web/service/variables/updatepolls.h"
 #include "apps/web/service/variables/variabletree.h"
-#include "exchange.h"
 #include "target.h"
+#include "tests/unit/service/exchange.h"
 
 #include <set>
 
@@ -98,6 +98,7 @@ void handle(std::string_view input) {
     UpdatePolls::hold(*exchange.request);
     collector.polls.answer({{0, &*exchange.request}});
     const std::string answer = exchange.answer();
+    exchange.events.take();
     for (const std::uint32_t id : collector.changed)
         EXPECT_NE(answer.find(literalValue(id)), std::string::npos) << id;
     for (const MemoryDescriptor& memory : MEMORY_ARRAY)

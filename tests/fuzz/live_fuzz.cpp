@@ -31,20 +31,11 @@ struct Input {
     }
 
     std::string records() const {
-        const std::string params = pair("REQUEST_METHOD", method) + pair("SCRIPT_NAME", "/api/v2/" + path) +
-                                   pair("QUERY_STRING", query) + pair("HTTP_IF_MATCH", ifMatch) +
-                                   pair("HTTP_IF_NONE_MATCH", ifNoneMatch) +
+        using records::pair;
+        const std::string params = pair("REQUEST_METHOD", method) + pair("QUERY_STRING", query) +
+                                   pair("HTTP_IF_MATCH", ifMatch) + pair("HTTP_IF_NONE_MATCH", ifNoneMatch) +
                                    pair("HTTP_LAST_EVENT_ID", lastEventId);
-        return records::record(1, std::string("\0\1\0\0\0\0\0\0", 8)) + records::record(4, params) +
-               records::record(4, "") + (body.empty() ? "" : records::record(5, body)) +
-               records::record(5, "");
-    }
-
-private:
-    static std::string pair(std::string_view name, const std::string& value) {
-        const std::size_t size = value.size();
-        const std::string length{'\x80', 0, static_cast<char>(size >> 8), static_cast<char>(size)};
-        return static_cast<char>(name.size()) + length + std::string(name) + value;
+        return records::request("/api/v2/" + path, body, false, 1, params);
     }
 };
 

@@ -3,15 +3,11 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/event/events_gen.h"
 #include "apps/web/service/app/firmwareupdate.h"
-#include "apps/web/service/fcgi.h"
-#include "apps/web/service/request.h"
+#include "exchange.h"
 #include "gen/code/memories.h"
-#include "records.h"
-#include "tests/unit/introspection/fixture.h"
 
 #include <csignal>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <filesystem>
@@ -55,42 +51,13 @@ const std::string WRITE_ERROR = R"({"result": "Write error" })";
 const std::string OPEN_ERROR = "{\"result\": \"Open error\" }\r\n";
 const std::string UNKNOWN = R"({"result": "Unknown request" })";
 
-// The answer after the default header.
-std::string outputOf(const std::string& bytes) {
-    const std::string output = records::content(bytes);
-    const std::string header = "Content-type: application/json\r\n\r\n";
-    return output.starts_with(header) ? output.substr(header.size()) : "no header: " + output;
-}
-
-// An app with memories and a root folder of its own.
-class QorAppTest : public testing::Test {
+class QorAppTest : public testing::Test, protected LogCapture, protected AppExchange {
 protected:
-    QorAppTest() {
-        for (const char* folder : {"/var/LDA", "/update", "/tmp"})
-            std::filesystem::create_directories(root_ + folder);
-        setenv("VIRTUAL_DEVICE_ROOT", root_.c_str(), 1);
-    }
     ~QorAppTest() override {
         synced.clear();
         gComponentLogLevel = nullptr;
-        unsetenv("VIRTUAL_DEVICE_ROOT");
-        std::filesystem::remove_all(root_);
     }
 
-    std::string ask(const std::string& path, const char* method = "GET", const std::string& body = "",
-                    const char* type = "") {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        const Descriptor client(ends[0]);
-        Request request(&fcgi_, ends[1], 7);
-        request.addParam("PATH_INFO", path);
-        request.addParam("REQUEST_METHOD", method);
-        request.addParam("CONTENT_TYPE", type);
-        request.appendPostData(reinterpret_cast<const unsigned char*>(body.data()),
-                               static_cast<int>(body.size()));
-        app_.handleRequest(&request);
-        return outputOf(records::received(ends[0]));
-    }
     std::string file(const char* method, const std::string& name, const std::string& body = "") {
         return ask("/lenstables/file" + name, method, body);
     }
@@ -101,29 +68,21 @@ protected:
                    "multipart/form-data; boundary=b");
     }
 
-    MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories_.base(7)); }
-    MemMedia& media() { return *reinterpret_cast<MemMedia*>(memories_.base(14)); }
+    MemExternalDevices& accessories() { return *reinterpret_cast<MemExternalDevices*>(memories.base(7)); }
+    MemMedia& media() { return *reinterpret_cast<MemMedia*>(memories.base(14)); }
 
     std::vector<std::uint32_t> posted() {
         std::vector<std::uint32_t> ids;
-        for (const Notify& event : events_.take())
+        for (const Notify& event : events.take())
             ids.push_back(event.id);
         return ids;
     }
 
-    LogCapture log_;
-    Memories memories_;
-    PostedEvents events_;
-    EventPoll poll_;
-    Fcgi fcgi_{0, poll_};
-    QorApp app_{"BOARD", "K1-7"};
-    char name_[20] = "/tmp/qorapp-XXXXXX";
-    const std::string root_ = mkdtemp(name_);
-    const std::string folder_ = root_ + "/var/LDA/";
+    const std::string folder_ = root + "/var/LDA/";
 };
 
 TEST_F(QorAppTest, DeviceInfoHasIdentitySpaceAndAccessories) {
-    std::memcpy(memories_.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
+    std::memcpy(memories.base(0), "A \"name\" of twenty cFirmware of twenty..", 40);
     accessories().RBusDeviceList[1] = {1, -5, "FOCUS", "1.2", "", "", 0, 0};
     accessories().RBusDeviceList[15] = {1, 1234, "", "", "", "", 0, 0};
     std::memset(accessories().RBusDeviceList[15].RBusDeviceName, 'x', 50);
@@ -158,7 +117,7 @@ TEST_F(QorAppTest, StatusCountsProgressOverAllParts) {
     EXPECT_EQ(status(50, 1, 2, 6), R"({"status": "CopyingFile", "progress": 75 })");
     EXPECT_EQ(status(50, 1, 0, 0), R"({"status": "NoFileSelected", "progress": 0 })");
     EXPECT_EQ(status(INT32_MIN, 0, -1, 14), R"({"status": "INVALID_VALUE:14", "progress": -2147483648 })");
-    EXPECT_THAT(log_.messages(), Contains("LogLight Update Status: INVALID_VALUE:14, -2147483648%"));
+    EXPECT_THAT(messages(), Contains("LogLight Update Status: INVALID_VALUE:14, -2147483648%"));
     EXPECT_THAT(posted(), IsEmpty());
 }
 
@@ -206,8 +165,8 @@ TEST_F(QorAppTest, RoutesByWholePathsAndPrefixes) {
     for (const char* path : {"/lenstables/file", "/focusrings/file/no such", "/setups/file../x"})
         EXPECT_EQ(ask(path), NO_SUCH_FILE) << path;
     EXPECT_EQ(ask("/lenstables/file/x", "HEAD"), UNKNOWN);
-    app_.handleRequest(nullptr);
-    EXPECT_THAT(log_.messages(), Contains("LogMost QorApp: HEAD /lenstables/file/x"));
+    app.handleRequest(nullptr);
+    EXPECT_THAT(messages(), Contains("LogMost QorApp: HEAD /lenstables/file/x"));
 }
 
 TEST_F(QorAppTest, StoresReturnsAndListsFiles) {
@@ -241,13 +200,13 @@ TEST_F(QorAppTest, RefusesNamesOfOtherThingsThanFiles) {
     EXPECT_EQ(file("PUT", "/" + std::string(256, 'n'), "x"), OPEN_ERROR);
     std::filesystem::create_symlink("/proc/self/mem", folder_ + "unreadable");
     EXPECT_EQ(file("GET", "/unreadable"), "");
-    EXPECT_THAT(log_.messages(), Contains("Warn Could not read user file: Input/output error"));
+    EXPECT_THAT(messages(), Contains("Warn Could not read user file: Input/output error"));
     std::filesystem::remove_all(folder_);
     EXPECT_EQ(ask("/lenstables/list"), "[]");
     EXPECT_EQ(file("PUT", "/a", "x"), SUCCESS) << "creates the folder";
-    std::filesystem::remove_all(root_ + "/var");
+    std::filesystem::remove_all(root + "/var");
     EXPECT_EQ(file("PUT", "/a", "x"), OPEN_ERROR);
-    EXPECT_THAT(log_.messages(), Contains("Warn Could not create directory /var//LDA/"));
+    EXPECT_THAT(messages(), Contains("Warn Could not create directory /var//LDA/"));
 }
 
 TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
@@ -262,7 +221,7 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
     EXPECT_THAT(posted(), IsEmpty());
     EXPECT_EQ(ask("/device/update", "POST", id + "\nname=file\n\nfirmware\r\n--b c--", type),
               R"({"taskid": "BOARD-K1-7" })");
-    EXPECT_TRUE(std::filesystem::exists(root_ + "/update/host.swu"));
+    EXPECT_TRUE(std::filesystem::exists(root + "/update/host.swu"));
     const std::string noDash = "'deviceid' has to be in the form DEVICE-SERIAL";
     EXPECT_EQ(upload("NODASH", "x"), "{\"result\": \"" + noDash + ".\" }");
     EXPECT_THAT(textThrownBy([&] { upload("DEV-x12", "x"); }),
@@ -270,13 +229,13 @@ TEST_F(QorAppTest, UploadNeedsAFormWithBothFields) {
     EXPECT_EQ(upload("A-B-7", "x"), R"({"taskid": "A-B-7" })");
     EXPECT_STREQ(accessories().RBusUpdateDeviceName, "A-B");
     EXPECT_EQ(accessories().RBusUpdateDeviceSerial, 7);
-    std::filesystem::remove(root_ + "/update/host.swu");
-    std::filesystem::create_directory(root_ + "/update/host.swu");
+    std::filesystem::remove(root + "/update/host.swu");
+    std::filesystem::create_directory(root + "/update/host.swu");
     EXPECT_THAT(textThrownBy([&] { upload("BOARD-K1-7", "x"); }),
                 testing::EndsWith("rename: Is a directory"));
-    EXPECT_FALSE(std::filesystem::exists(root_ + "/update/file-from-app"));
+    EXPECT_FALSE(std::filesystem::exists(root + "/update/file-from-app"));
     EXPECT_THAT(
-        log_.messages(),
+        messages(),
         testing::IsSupersetOf(
             {"Warn No multipart/form-data"s, "Warn No boundary"s, "Warn " + missing,
              "Warn " + noDash + ", but it is NODASH.", "DebugAll Request content:"s,
@@ -289,11 +248,11 @@ TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     synced.clear();
     file("PUT", "/a", old);
     EXPECT_THAT(std::exchange(synced, {}),
-                ElementsAre(folder_ + ".incomplete", "-> /var//LDA//a", root_ + "/var/LDA"));
+                ElementsAre(folder_ + ".incomplete", "-> /var//LDA//a", root + "/var/LDA"));
     EXPECT_EQ(upload("BOARD-K1-7", "f"), R"({"taskid": "BOARD-K1-7" })");
     EXPECT_THAT(std::exchange(synced, {}),
-                ElementsAre(root_ + "/update/file-from-app", "-> /update/host.swu", root_ + "/update"));
-    std::filesystem::remove(root_ + "/update/host.swu");
+                ElementsAre(root + "/update/file-from-app", "-> /update/host.swu", root + "/update"));
+    std::filesystem::remove(root + "/update/host.swu");
     posted();
     const auto expectOld = [&](const std::string& answer) {
         EXPECT_EQ(answer, WRITE_ERROR);
@@ -312,7 +271,7 @@ TEST_F(QorAppTest, AFailedStoreLeavesTheOldFileAndNothingElse) {
     expectOld(file("PUT", "/a", std::string(5000, 'n')));
     EXPECT_EQ(upload("BOARD-K1-7", std::string(5000, 'f')), WRITE_ERROR);
     setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_TRUE(std::filesystem::is_empty(root_ + "/update"));
+    EXPECT_TRUE(std::filesystem::is_empty(root + "/update"));
     EXPECT_THAT(posted(), IsEmpty());
     std::filesystem::create_symlink("a", folder_ + "link");
     EXPECT_EQ(file("PUT", "/link", "new"), SUCCESS);

@@ -26,9 +26,13 @@ inline std::string record(int type, std::string_view content, int padding = 0, i
     return bytes.append(content).append(static_cast<std::size_t>(padding), '#');
 }
 
+/// A name and a value of less than 64 KiB; lengths above 127 have four bytes.
 inline std::string pair(std::string_view name, std::string_view value) {
-    return std::string{static_cast<char>(name.size()), static_cast<char>(value.size())}.append(name).append(
-        value);
+    const auto length = [](std::size_t size) {
+        const char low = static_cast<char>(size);
+        return size < 128 ? std::string(1, low) : std::string{'\x80', 0, static_cast<char>(size >> 8), low};
+    };
+    return length(name.size()).append(length(value.size())).append(name).append(value);
 }
 
 /// A whole request for `script`; `params` are further pairs.
