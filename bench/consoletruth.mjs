@@ -9,7 +9,7 @@
 import { parseArgs } from "node:util";
 
 import { Device } from "../device/node/device.mjs";
-import { launchBrowser } from "../tests/browser/console.mjs";
+import { launchBrowser } from "../device/node/console.mjs";
 import { printConditions, printTable, progress } from "./report.mjs";
 import { measureFirmware } from "./truth/firmware.mjs";
 import { CASES, measureSets } from "./truth/sets.mjs";

@@ -5,7 +5,7 @@ import { readFileSync } from "node:fs";
 import { setTimeout as pause } from "node:timers/promises";
 
 import { Device } from "../device/node/device.mjs";
-import { Console } from "../tests/browser/console.mjs";
+import { Console } from "../device/node/console.mjs";
 import { printTable, progress } from "./report.mjs";
 import { slowLink } from "./slowlink.mjs";
 

@@ -5,7 +5,7 @@
 
 import { createInterface } from "node:readline";
 
-import { Console, launchBrowser } from "../../tests/browser/console.mjs";
+import { Console, launchBrowser } from "../../device/node/console.mjs";
 
 const [url, variable] = process.argv.slice(2);
 const browser = await launchBrowser();

@@ -2,7 +2,7 @@
 
 import { setTimeout as pause } from "node:timers/promises";
 import { until } from "../../device/node/until.mjs";
-import { Console } from "../../tests/browser/console.mjs";
+import { Console } from "../../device/node/console.mjs";
 
 const UPDATES = [["Ultrasonic Ranger", "firmware;Ultrasonic Ranger;2.0.0;2\n"], ["Lens Control", "firmware;Lens Control;4.3.0;1\n"],
     ["Ultrasonic Ranger", "firmware;Ultrasonic Ranger;2.1.0;2;fails\n"], ["Ultrasonic Ranger", "no firmware at all\n"],

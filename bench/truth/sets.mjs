@@ -1,7 +1,7 @@
 // Whether the outcome of a set says what the variable holds: every kind of field times everything that can come between.
 
 import { until } from "../../device/node/until.mjs";
-import { Console, enter } from "../../tests/browser/console.mjs";
+import { Console, enter } from "../../device/node/console.mjs";
 
 const FIGURES = "0".repeat(40);
 const LIST = "MemCamera.CamSupply";

@@ -1,7 +1,7 @@
 // Whether all tabs of a browser show the same.
 
 import { until } from "../../device/node/until.mjs";
-import { Console } from "../../tests/browser/console.mjs";
+import { Console } from "../../device/node/console.mjs";
 
 const CANDIDATES = 200;
 

@@ -36,9 +36,19 @@ export class Device {
         return () => process.kill(id, "SIGCONT");
     }
 
+    // Does so while act() runs, with the service or another process.
+    async whileFrozen(act, id = this.service) {
+        const thaw = this.freeze(id);
+        try {
+            await act();
+        } finally {
+            thaw();
+        }
+    }
+
     // Does so with the web server's worker.
-    freezeServer() {
-        return this.freeze(Number(readFileSync(`/proc/${this.nginx}/task/${this.nginx}/children`, "utf8").split(" ")[0]));
+    whileServerFrozen(act) {
+        return this.whileFrozen(act, Number(readFileSync(`/proc/${this.nginx}/task/${this.nginx}/children`, "utf8").split(" ")[0]));
     }
 
     // Stores a value, as another client does.

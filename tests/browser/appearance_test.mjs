@@ -3,8 +3,7 @@
 import assert from "node:assert/strict";
 import { mkdir } from "node:fs/promises";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { FILL, setScene } from "./scene.mjs";
+import { FILL, setScene, until } from "./scene.mjs";
 
 const PICTURES = `${process.env.SYSTEM_TEST_BUILD}/screenshots`;
 const LOOKS = {

@@ -3,8 +3,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { setTimeout as pause } from "node:timers/promises";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const AT = 92;
@@ -36,12 +35,9 @@ test("while the service is away values are marked as old, and afterwards they ar
 
 test("a service that is frozen is noticed, and its values are marked as old", async () => {
     const console = await open();
-    const thaw = device.freeze();
-    try {
+    await device.whileFrozen(async () => {
         await until(() => console.isStale(), true, "old values");
-    } finally {
-        thaw();
-    }
+    });
     await console.isLive();
 });
 

@@ -5,8 +5,7 @@ import { randomBytes } from "node:crypto";
 import { existsSync } from "node:fs";
 import { readFile, rm, writeFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const NAME = "Prime 32mm (é) #1.tab";
 const FOLDERS = { lenstables: "/var/LDA", focusrings: "/var/FOR", setups: "/var/SETUPS" };

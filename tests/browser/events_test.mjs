@@ -4,8 +4,7 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 import { updateText } from "../../apps/web/client/feed/events.js";
 import { readVariables } from "../../apps/web/client/feed/documents.js";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const VARIABLE = "MemPersistent.DisplayBrightness";
 const { device, open } = await setScene({ live: true });
@@ -60,13 +59,10 @@ test("changes come as events, and as polls while the process for them is away", 
 
 test("a frozen process for events is noticed, and the console polls instead", async () => {
     const { console } = await following();
-    const thaw = device.freeze(device.live);
-    try {
+    await device.whileFrozen(async () => {
         await device.store(VARIABLE, 6);
         await console.shows(VARIABLE, "6");
-    } finally {
-        thaw();
-    }
+    }, device.live);
 });
 
 test("the console polls while other clients have all streams of its address", async () => {

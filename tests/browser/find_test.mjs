@@ -2,8 +2,7 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const { device, open } = await setScene();
 

@@ -3,8 +3,7 @@
 import assert from "node:assert/strict";
 import { truncate, writeFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const RBUS = "MemExternalDevices.RBusUpdate";
 const LIST = "MemExternalDevices.RBusDeviceList";
@@ -141,8 +140,7 @@ test("an upload that stalls is reported in every tab, can be cancelled, and is n
         await each.says("#firmware-target", /Ultrasonic Ranger/);
     }
     await device.store(`${RBUS}FileName`, "");
-    const thaw = device.freezeServer();
-    try {
+    await device.whileServerFrozen(async () => {
         await choose("Ultrasonic Ranger", 50_000_000);
         await question("Update");
         await says(/stalled for \d+ s/);
@@ -162,22 +160,17 @@ test("an upload that stalls is reported in every tab, can be cancelled, and is n
         page.on("dialog", (each) => each.accept());
         await page.goto("about:blank");
         await says(/page was left during the upload/, second);
-    } finally {
-        thaw();
-    }
+    });
     assert.equal(await device.load(`${RBUS}FileName`), "", "nothing has arrived");
 });
 
 test("of two tabs that start an update at the same moment one uploads, and the other says so", async () => {
     const tabs = [console, await open({ view: "device", context })];
     for (const tab of tabs) await choose("Ultrasonic Ranger", 50_000_000, tab);
-    const thaw = device.freezeServer();
-    try {
+    await device.whileServerFrozen(async () => {
         await Promise.all(tabs.map((tab) => tab.page.evaluate(() => document.querySelector("#question [value=yes]").click())));
         const count = async (isWanted) => (await Promise.all(tabs.map(isWanted))).filter(Boolean).length;
         await until(() => count(async (tab) => /is not sent: another/.test(await tab.page.locator("#firmware-state").innerText())), 1, "refusals");
         await until(() => count((tab) => tab.page.locator("#firmware-cancel").isVisible()), 1, "uploads");
-    } finally {
-        thaw();
-    }
+    });
 });

@@ -4,8 +4,7 @@ import assert from "node:assert/strict";
 import { existsSync } from "node:fs";
 import { readFile, truncate, writeFile } from "node:fs/promises";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { saved, setScene, until } from "./scene.mjs";
 
 const KEYS = /^(Arrow\w+|Control\+.|Delete|End|Enter|Escape|Home|Space|Tab)$/;
 const STOPS_AT_MOST = 60;
@@ -45,11 +44,7 @@ async function choose(selector, file) {
 
 const textFile = (name, text) => ({ name, mimeType: "", buffer: Buffer.from(text) });
 
-async function save(selector) {
-    const download = page.waitForEvent("download");
-    await use(selector, "Enter");
-    return readFile(await (await download).path(), "utf8");
-}
+const save = (selector) => saved(page, () => use(selector, "Enter"));
 
 async function answer(question, ...keys) {
     await console.says("#question[open] #question-text", question);
@@ -210,12 +205,9 @@ test("device: files come, are replaced, fetched and deleted; firmware is chosen,
     await choose("#firmware-file", file);
     await update("Escape");
     await console.says("#firmware-state", "No update is running.");
-    const thaw = device.freezeServer();
-    try {
+    await device.whileServerFrozen(async () => {
         await update(...YES);
         await use("#firmware-cancel", "Enter");
         await console.says("#firmware-state", "Not updated: cancelled");
-    } finally {
-        thaw();
-    }
+    });
 });

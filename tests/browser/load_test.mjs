@@ -3,8 +3,7 @@
 import assert from "node:assert/strict";
 import { get } from "node:http";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { FILL, setScene } from "./scene.mjs";
+import { FILL, setScene, until } from "./scene.mjs";
 
 const BUDGET = 90_000;
 

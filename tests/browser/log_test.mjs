@@ -1,10 +1,8 @@
 // The kernel log on the page.
 
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { saved, setScene, until } from "./scene.mjs";
 
 const { device, open } = await setScene();
 await device.log(Array.from({ length: 300 }, (_, line) => `<6>filler: line ${line}`).join("\n"));
@@ -121,11 +119,9 @@ test("levels, processes and lines around the hits are chosen, and all of the log
     await shows("work 5: just now");
     const time = await output.locator("div:visible").last().getAttribute("data-time");
     assert.ok(from <= time && time <= clock(), `${time}, not ${from} to ${clock()}`);
-    const download = page.waitForEvent("download");
-    await page.locator("#log-save").press("Enter");
-    const saved = await readFile(await (await download).path(), "utf8");
-    for (const text of ["filler: line 0", "filler: line 299", "work 1", "work 5: just now"]) assert.ok(saved.includes(text), text);
-    assert.doesNotMatch(saved, /<span|<\/span/);
+    const file = await saved(page, () => page.locator("#log-save").press("Enter"));
+    for (const text of ["filler: line 0", "filler: line 299", "work 1", "work 5: just now"]) assert.ok(file.includes(text), text);
+    assert.doesNotMatch(file, /<span|<\/span/);
 });
 
 test("the wall time is known without a new line, and forgotten when the device has been started again", async () => {

@@ -2,8 +2,11 @@
 
 import assert from "node:assert/strict";
 import { after, afterEach } from "node:test";
-import { Console, launchBrowser, until } from "./console.mjs";
+import { Console, enter, launchBrowser, saved } from "../../device/node/console.mjs";
 import { Device } from "../../device/node/device.mjs";
+import { until } from "../../device/node/until.mjs";
+
+export { enter, saved, until };
 
 // The options are those of the device; open() of the result takes those of Console.open().
 export async function setScene(options) {

@@ -5,8 +5,7 @@ import { randomBytes } from "node:crypto";
 import { open as openFile, readFile } from "node:fs/promises";
 import { test } from "node:test";
 import { setTimeout as pause } from "node:timers/promises";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const WIDTH = 320;
 const HEIGHT = 240;
@@ -90,12 +89,9 @@ test("a slow service is asked for a picture in a tenth of the time at most", asy
 test("a frozen service is named, and its pictures come as often as before when it continues", async () => {
     const console = await open({ view: "screen" });
     await console.says("#screen-note", /pictures/);
-    const thaw = device.freeze();
-    try {
+    await device.whileFrozen(async () => {
         await console.says("#screen-note", /^No picture for 2 s/);
         await pause(6000); // ten times that is longer than any wait here
-    } finally {
-        thaw();
-    }
+    });
     await console.says("#screen-note", /[1-5]\.\d pictures/);
 });

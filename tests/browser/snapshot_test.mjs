@@ -1,10 +1,8 @@
 // Snapshots of parameters: what differs is shown, and what is restored is in the device.
 
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { saved, setScene, until } from "./scene.mjs";
 
 const BRIGHTNESS = "MemPersistent.DisplayBrightness";
 const LIST = "MemLens.LensFileList";
@@ -22,9 +20,7 @@ const choose = (page, id, name, text) => page.locator(id).setInputFiles({ name, 
 async function taken(console) {
     await console.page.locator("#snapshot-take").click();
     await count(console, /^Nothing differs/);
-    const download = console.page.waitForEvent("download");
-    await console.page.locator("#snapshot-save").click();
-    return readFile(await (await download).path(), "utf8");
+    return saved(console.page, () => console.page.locator("#snapshot-save").click());
 }
 
 test("what differs from a snapshot is shown and restored, in the view and in the search", async () => {
@@ -102,16 +98,13 @@ test("a restore that is stopped ends behind the value on its way, however often 
         return (await places(page)).length;
     }, 2, "what differs");
     await page.locator("#snapshot-all").check();
-    const thaw = device.freeze();
-    try {
+    await device.whileFrozen(async () => {
         await page.locator("#snapshot-restore").click();
         await page.locator("#question [value=yes]").click();
         for (const label of ["Stop", "Stopping …"]) {
             await console.says("#snapshot-restore", label);
             await page.locator("#snapshot-restore").click();
         }
-    } finally {
-        thaw();
-    }
+    });
     await count(console, "1 stored, 0 not stored, 1 not sent.");
 });

@@ -2,8 +2,7 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { setScene, until } from "./scene.mjs";
 
 const TABS = 4;
 const PINS = 40;

@@ -2,8 +2,7 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { enter, until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { enter, setScene, until } from "./scene.mjs";
 
 // The web server gives up sooner than on the device.
 const { device, open } = await setScene({ site: { "server.conf": ["fastcgi_read_timeout 30s", "fastcgi_read_timeout 10s"] } });
@@ -87,18 +86,18 @@ test("what is set while a request is on its way is stored after it", async () =>
 test("while the service is frozen an edit is unknown, and stored when it continues", async () => {
     const console = await open();
     await beginAll(console);
-    const thaw = device.freeze();
     const outcomes = [];
-    for (const [variable, , value] of KINDS.slice(1)) { // so many requests as a browser sends at once
-        const editor = await console.editor(variable);
-        await entering(value)(editor);
-        await editor.locator(".primary").click();
-        outcomes.push(() => editor.locator(".outcome").textContent());
-    }
     const all = async () => [...new Set(await Promise.all(outcomes.map((outcome) => outcome())))];
-    await until(async () => (await all()).join(), /^waiting[^,]*$/, "outcomes of requests without an answer");
-    await until(async () => (await all()).map((text) => text.slice(0, 8)), ["unknown:"], "outcomes after the web server's timeout");
-    thaw();
+    await device.whileFrozen(async () => {
+        for (const [variable, , value] of KINDS.slice(1)) { // so many requests as a browser sends at once
+            const editor = await console.editor(variable);
+            await entering(value)(editor);
+            await editor.locator(".primary").click();
+            outcomes.push(() => editor.locator(".outcome").textContent());
+        }
+        await until(async () => (await all()).join(), /^waiting[^,]*$/, "outcomes of requests without an answer");
+        await until(async () => (await all()).map((text) => text.slice(0, 8)), ["unknown:"], "outcomes after the web server's timeout");
+    });
     await until(all, ["stored"], "outcomes of requests that the service has got");
 });
 

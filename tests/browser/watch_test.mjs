@@ -1,10 +1,8 @@
 // Numbers over time.
 
 import assert from "node:assert/strict";
-import { readFile } from "node:fs/promises";
 import { test } from "node:test";
-import { until } from "./console.mjs";
-import { setScene } from "./scene.mjs";
+import { saved, setScene, until } from "./scene.mjs";
 
 const BRIGHTNESS = "MemPersistent.DisplayBrightness";
 const SHUTTER = "MemCamera.CamShutterCustomSet";
@@ -13,9 +11,7 @@ const { device, browser, open } = await setScene();
 await device.store("MemApp.AppServiceLogLevel", "DebugMost");
 
 async function exported(page) {
-    const download = page.waitForEvent("download");
-    await page.locator("#watch-export").click();
-    const text = await readFile(await (await download).path(), "utf8");
+    const text = await saved(page, () => page.locator("#watch-export").click());
     return text.trim().split(/\r?\n/).map((line) => line.split(","));
 }
 

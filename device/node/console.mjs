@@ -1,10 +1,9 @@
-// The console in a real browser, as a person sees it.
+// The console in a real browser, as a person sees it. tests/browser/run starts the tests and benchmarks that use it.
 
 import { readFileSync } from "node:fs";
+import { readFile } from "node:fs/promises";
 import { createRequire } from "node:module";
-import { until, WAIT_MS } from "../../device/node/until.mjs";
-
-export { until };
+import { until, WAIT_MS } from "./until.mjs";
 
 const packages = createRequire(`${process.env.BROWSER_MODULES}/`);
 const { chromium } = packages("playwright-core");
@@ -22,6 +21,13 @@ export async function enter(field, text) {
     if (kind === "inputcheckbox") await field.setChecked(text === "true");
     else if (kind.startsWith("select")) await field.selectOption(text);
     else await field.fill(text);
+}
+
+// The content of the file that a page offers while press() runs.
+export async function saved(page, press) {
+    const download = page.waitForEvent("download");
+    await press();
+    return readFile(await (await download).path(), "utf8");
 }
 
 // A page that shows the console.
