@@ -178,7 +178,7 @@ std::vector<std::pair<std::string, Json>> wrongValues(const Acceptance& acceptan
     if (type == BaseEnum)
         return {{"not-an-entry", "NoSuchEntry"}, {"wrong-type", 0}};
     if (type == BaseBuffer)
-        return {{"too-long", std::string(200000, 'a')}, {"wrong-type", "0x"}};
+        return {{"too-long", std::string(200000, 'a')}, {"wrong-type", "0x"}, {"wrong-type", "abc"}};
     return {{"too-long", std::string(20000, 'a')}, {"wrong-type", true}};
 }
 

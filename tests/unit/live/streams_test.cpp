@@ -59,7 +59,6 @@ protected:
     }
 
     void handle(Connection& connection, const HttpRequest& request) override {
-        bodies_.push_back(request.body);
         if (request.param("SCRIPT_NAME") == "/api/v2/events")
             streams_.open(connection, wish_);
         else
@@ -67,7 +66,10 @@ protected:
     }
     void ready(Connection&) override { streams_.askForTurn(); }
     void closed(Connection& connection) override { closed_.push_back(&connection); }
-    bool accountBody(std::ptrdiff_t bytes) override { return bytes <= 50000; }
+    bool accountBody(std::ptrdiff_t bytes) override {
+        bodiesSize_ += bytes <= 50000 ? bytes : 0;
+        return bytes <= 50000;
+    }
 
     EventPoll poll_;
     PresentValues values_;
@@ -76,7 +78,7 @@ protected:
     Streams streams_{values_, changes_, counters_};
     Streams::Clock::time_point now_ = Streams::Clock::now();
     Streams::Wish wish_;
-    std::vector<std::string> bodies_;
+    std::ptrdiff_t bodiesSize_ = 0;
     std::vector<Descriptor> clients_;
     std::vector<std::unique_ptr<Connection>> connections_;
     std::vector<Connection*> closed_;
@@ -191,6 +193,16 @@ TEST_F(StreamsTest, AnyPiecesAreOneRequestAndFlippedBitsCloseAtMostTheirConnecti
     }
     EXPECT_THAT(text(client(whole)), HasSubstr("/xbody"));
     EXPECT_THAT(text(client(request("/x", std::string(60000, 'b')))), HasSubstr("Status: 503 "));
+    const std::string unfinished = whole.substr(0, whole.size() - record(5, "").size());
+    const int large = client(request("/x", "", true, 1, pair("REQUEST_METHOD", "HEAD")) + unfinished);
+    for (std::size_t size = 0; size <= Connection::MAX_BODY; size += 50000) {
+        const std::string piece = record(5, std::string(50000, 'b'));
+        ::send(large, piece.data(), piece.size(), 0);
+        poll_.wait(0, true);
+    }
+    EXPECT_THAT(text(large), testing::ContainsRegex("Status: 413 [^{]*[{].*[}]$"));
+    connections_.clear();
+    EXPECT_EQ(bodiesSize_, 0);
 }
 
 } // namespace
