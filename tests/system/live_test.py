@@ -185,4 +185,4 @@ def test_the_process_ends_with_the_broker(web_server):
             device.end("broker")
             stream.next()
         wait_until(lambda: device.ended() == ["live"], "the end of the process")
-        assert "The broker connection is lost" in device.log()
+        assert device.end("live") == 1 and "The broker connection is lost" in device.log()

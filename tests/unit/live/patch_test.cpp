@@ -134,6 +134,8 @@ TEST_F(PatchTest, RefusesWhatIsNoObjectOfValues) {
         many[std::to_string(i)] = 1;
     EXPECT_EQ(apply(many.dump()).first, 413);
     EXPECT_EQ(apply(Json{{"FocusMotor", many}}.dump()).first, 413);
+    many.erase("0");
+    EXPECT_EQ(apply(many.dump()).second["errors"].size(), 1000u);
     EXPECT_EQ(apply(Json{{"LensFileList", std::vector<int>(Patch::MAX_NAMES + 2)}}.dump()).first, 413);
     EXPECT_EQ(apply(R"({"ProductName": "[[[[[[[[[:,\"{{{{{{{{{"})").first, 422) << "a text that is too long";
     EXPECT_THAT(changed_, ElementsAre());
@@ -194,6 +196,7 @@ TEST_F(PatchTest, EveryLeafNamesItsErrorAndNothingIsStored) {
             const auto [status, problem] = apply(body.dump());
             ASSERT_EQ(status, 422) << leaf.name() << wrong;
             ASSERT_EQ(problem["errors"].size(), 1u) << problem;
+            ASSERT_LT(problem.dump().size(), 5000u);
             const Json& error = problem["errors"][0];
             ASSERT_EQ(error["variable"], leaf.name());
             ASSERT_EQ(error["code"], code) << error;
