@@ -28,7 +28,7 @@ def device_options():
     (200, "PATCH", VALUES, VALUES, b'{"MemLens.LensFileList[2]": {"LensFileName": "a"},'
      b' "MemLens.LensFileList[3].LensFileName": ""}', {}),
     (400, "PATCH", VALUES, VALUES, b"[]", {}),
-    (412, "PATCH", VALUES, VALUES, b'{"MemPersistent.DisplayBrightness": 6}', {"If-Match": '"1"'}),
+    (412, "PATCH", VALUES, VALUES, b'{"MemPersistent.DisplayBrightness": 6}', {"If-Match": '"9007199254740991"'}),
     (413, "PATCH", VALUES, VALUES, b'{"MemPersistent.DisplayBrightness": ' + NESTED + b"}", {}),
     (422, "PATCH", VALUES, VALUES, b'{"MemPersistent.DisplayBrightness": 11, "MemPersistent.KnobAssignment": "Knob",'
      b' "No": 1, "MemPersistent.ProductName": "0123456789012345678901234567890", "MemPersistent.RadioPower": 1,'
