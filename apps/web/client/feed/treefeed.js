@@ -37,6 +37,8 @@ export class TreeFeed extends Loop {
   #failingSince = null;
   #state = { type: "state", state: "reconnecting", text: "Connecting", isTyped: false };
   #isTyped = false;
+  // Version 2 has not answered, so the next turn polls.
+  #isSilent = false;
   #reading = null;
   #next = null;
   #behind = new Set();
@@ -83,7 +85,8 @@ export class TreeFeed extends Loop {
     const either = new AbortController();
     const both = AbortSignal.any([signal, either.signal]);
     try {
-      const since = await lastChange(both);
+      const since = this.#isSilent ? null : await lastChange(both);
+      this.#isSilent = false;
       const besideEvents = since === null ? null : handled(this.#readTree(both));
       const events = since === null ? null : await changesSince(since, both);
       this.#isTyped = events !== null;
@@ -164,7 +167,8 @@ export class TreeFeed extends Loop {
   async #probe(signal) {
     this.#probedAt = performance.now();
     if (this.#isTyped) {
-      if (await lastChange(signal) === null) throw new RequestError(504);
+      this.#isSilent = await lastChange(signal) === null;
+      if (this.#isSilent) throw new RequestError(504);
       return "";
     }
     return (await request(PROBE, { signal: AbortSignal.any([signal, AbortSignal.timeout(PROBE_MS)]) })).text();
