@@ -41,7 +41,8 @@ end
 -- The name of the rate that the request counts for, if any.
 local function rate()
     if path == "/api/v1/all.cgi" then return "TREE" end
-    if path == "/api/v1/set.cgi" or method == "PATCH" then return "SET" end
+    if path == "/api/v1/set.cgi" then return "SET" end
+    if path:find("^/api/v2/") then return method == "PATCH" and "LIVE_CHANGES" or "LIVE" end
     if path:find("^/qorapp/v1/device/") then return "DEVICE" end
     local script = path:match("^/api/v1/(.*)$")
     local is_known = script == "update.cgi" or script == "log.cgi" or script == "screen.cgi"
