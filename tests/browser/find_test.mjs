@@ -34,12 +34,17 @@ test("the intended variable is among the first three for half-remembered names",
 });
 
 test("the address holds what is searched for, and a reload finds it again", async () => {
-    const { page } = await open();
+    const console = await open();
+    const { page } = console;
     await page.locator("#memory").selectOption("MemPersistent");
     await page.locator("#search").fill("Bright");
     await until(() => page.url(), /#variables\?search=Bright&memory=MemPersistent$/, "the address");
     const found = await results(page);
+    const thaw = device.freeze();
     await page.reload();
+    await console.says("#results-none", "Waiting for the values.");
+    await page.waitForTimeout(1000);
+    thaw();
     await until(() => results(page), found, "the same rows");
     assert.ok(found.length > 3);
 });

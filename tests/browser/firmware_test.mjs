@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { truncate, writeFile } from "node:fs/promises";
 import { beforeEach, test } from "node:test";
-import { setScene, until } from "./scene.mjs";
+import { fillStorage, setScene, until } from "./scene.mjs";
 
 const RBUS = "MemExternalDevices.RBusUpdate";
 const LIST = "MemExternalDevices.RBusDeviceList";
@@ -132,6 +132,24 @@ test("a page that is left before its upload has begun says so when it is back", 
         await page.reload();
         await says(text);
     }
+});
+
+test("an update goes on in a page whose browser keeps nothing more", async () => {
+    const before = { phase: "ended", target: { isHost: true, name: "Other" }, end: { step: "end", text: "Updated: Other" } };
+    await page.evaluate((kept) => localStorage.setItem("console.update", JSON.stringify(kept)), before);
+    await page.reload();
+    await says("Updated: Other");
+    await fillStorage(page);
+    await device.store(`${RBUS}FileName`, "");
+    await settle(console);
+    await choose("Ultrasonic Ranger");
+    await question("Update");
+    await until(() => device.load(`${RBUS}FileName`), /\/update\//, "the upload");
+    await settle(console);
+    await device.store(`${RBUS}State`, "CheckingFile");
+    await says(/^Ultrasonic Ranger: Checking the file. Keep this page open until it has ended/);
+    await device.store(`${RBUS}State`, "FileCorrupt");
+    await says(/^Not updated: Ultrasonic Ranger, the file is corrupt$/);
 });
 
 test("an upload that stalls is reported in every tab, can be cancelled, and is not left without a question", async () => {

@@ -27,6 +27,17 @@ export async function setScene(options) {
     return { device, browser, open };
 }
 
+// Fills the page's local storage to its last character.
+export const fillStorage = (page) => page.evaluate(() => {
+    for (let text = "x".repeat(2 ** 20), count = 0; text !== "";) {
+        try {
+            localStorage.setItem(`full${count++}`, text);
+        } catch {
+            text = text.slice(text.length / 2 + 0.5);
+        }
+    }
+});
+
 // Brings something to see into a view that is open, and returns when it is there.
 export const FILL = {
     variables: (console) => console.edit("MemPersistent.DisplayBrightness", (editor) => editor.locator("input").fill("11"), /refused/),

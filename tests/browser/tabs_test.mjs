@@ -2,7 +2,7 @@
 
 import assert from "node:assert/strict";
 import { test } from "node:test";
-import { setScene, until } from "./scene.mjs";
+import { FILL, fillStorage, setScene, until } from "./scene.mjs";
 
 const TABS = 4;
 const PINS = 40;
@@ -60,6 +60,28 @@ test("what is watched and the layouts are the same in all tabs, also when they a
     for (const tab of tabs) await until(() => shown(tab, "[data-watch]"), order.slice(1), "without the first");
     await submitAll("#layout-form", "#layout-name", layouts);
     for (const tab of tabs) await until(() => shown(tab, "[data-layout]"), layouts.toSorted(), "the layouts of each tab");
+});
+
+test("what the browser cannot keep is said where it is chosen, and kept once there is room", async () => {
+    const console = await open();
+    const { page } = console;
+    const session = await page.context().newCDPSession(page);
+    await fillStorage(page);
+    await session.send("Storage.overrideQuotaForOrigin", { origin: device.url, quotaSize: 1 });
+    await page.locator("#memories .pin").first().click();
+    await console.says("#favourites-note", /^New favourites end with this page/);
+    await console.go("watch");
+    await FILL.watch(console);
+    await console.says("#watch-note", /^What is watched and recorded ends with this page/);
+    await page.evaluate(() => Object.keys(localStorage).filter((key) => key.startsWith("full")).forEach((key) => localStorage.removeItem(key)));
+    await session.send("Storage.overrideQuotaForOrigin", { origin: device.url });
+    await page.getByRole("button", { name: /^Remove/ }).first().click();
+    await console.says("#watch-note", "");
+    await console.go("variables");
+    await page.locator("#memories .pin").first().click();
+    await console.says("#favourites-note", "");
+    await page.reload();
+    await until(() => page.locator("#favourites [data-variable]").count(), 2, "favourites");
 });
 
 test("the skip link leaves the address as it is", async () => {

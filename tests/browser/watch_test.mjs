@@ -107,7 +107,7 @@ test("a gap in the connection is a gap in the plot and in the table", async () =
     await console.says("#watch-plots .now", "4");
     const [head, ...rows] = await exported(console.page);
     const steps = rows.map((row) => [row[1], row[head.indexOf("note")]]);
-    assert.deepEqual(steps.filter((row, at) => String(row) !== String(steps[at - 1])), [["4", ""], ["", "no connection"], ["4", ""]]);
+    assert.deepEqual(steps.filter((row, at) => String(row) !== String(steps[at - 1])), [["4", ""], ["", "not known"], ["4", ""]]);
 });
 
 test("the y range holds what held in each window, also from before", async () => {

@@ -9,7 +9,7 @@ worker?.port.postMessage({ call: "need", argument: { tree: true } });
 
 // receive() gets the feeds' messages. The result's need({tree, log, screen}) says what is wanted from now on; reread(number)
 // reads the tree anew and ends with the message {type: "reread", number, came}; hurry() asks for pictures without a rest;
-// record(names) records them for all pages and ends with {type: "recorded"}.
+// record(names) records them for all pages and ends with {type: "recorded", isKept}.
 export function connect(receive) {
   const call = isAlone ? inPage(receive) : throughWorker(receive);
   return Object.fromEntries(["need", "record", "reread", "hurry"].map((name) => [name, (argument) => call(name, argument)]));

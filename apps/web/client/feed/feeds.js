@@ -13,7 +13,7 @@ export class Feeds {
   #needs = new Map();
   // The text of each variable's value; empty while nothing is known.
   #values = new Map();
-  #recorder = new Recorder(this.#values);
+  #recorder = new Recorder(this.#values, () => this.#send("tree", this.#recorded));
   #feeds = {
     tree: new TreeFeed((message) => this.#takeTree(message), this.#values),
     log: new LogFeed((message) => this.#send("log", message)),
@@ -33,14 +33,19 @@ export class Feeds {
     if (!Object.values(wanted).some(Boolean)) this.#needs.delete(receive);
   }
 
-  // Records the names from now on, also while no page shows them. Answers {type: "recorded"} when all before is written.
+  // Records the names from now on, also while no page shows them. Answers {type: "recorded", isKept} when all before is
+  // written, and sends it again when the browser begins or ends to keep what is recorded.
   async record(receive, names) {
     await this.#recorder.write();
     this.#recorder.watch(names);
     this.#needs.set(RECORDING, { tree: this.#recorder.isWanted });
     if (this.#recorder.isWanted) this.#feeds.tree.start();
     this.#stopUnwanted();
-    receive({ type: "recorded" });
+    receive(this.#recorded);
+  }
+
+  get #recorded() {
+    return { type: "recorded", isKept: this.#recorder.isKept };
   }
 
   // Reads the tree anew; ends with the message {type: "reread", number, came}.

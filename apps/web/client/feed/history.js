@@ -20,7 +20,8 @@ async function openStore(mode) {
   return transaction.objectStore("records");
 }
 
-// Adds a record and forgets those that are too old.
+// Adds a record and forgets those that are too old. Resolves to whether the browser keeps it: a full disk aborts the
+// transaction at its end.
 export async function writeRecord(record) {
   try {
     const store = await openStore("readwrite");
@@ -30,9 +31,13 @@ export async function writeRecord(record) {
       cursors.result?.delete();
       cursors.result?.continue();
     };
-    await done(store.add(record));
+    store.add(record);
+    return await new Promise((resolve) => {
+      store.transaction.addEventListener("complete", () => resolve(true));
+      store.transaction.addEventListener("abort", () => resolve(false));
+    });
   } catch {
-    // Private windows and full disks.
+    return false;
   }
 }
 
@@ -50,7 +55,7 @@ export async function readHistory(names) {
       before = record;
     }
   } catch {
-    // As above.
+    // Private windows and full disks.
   }
   return found;
 }

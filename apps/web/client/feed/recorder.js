@@ -9,6 +9,7 @@ const FULL_RECORD = 60;
 
 export class Recorder {
   #known;
+  #changed;
   #names = new Map();
   #last = new Map();
   #points = {};
@@ -17,14 +18,18 @@ export class Recorder {
   #session = `${Date.now()}-${Math.random()}`;
 
   // `known` is a Map of "Memory.Variable" to the text of its value, empty while nothing is known. The owner changes it and
-  // calls take() then.
-  constructor(known) {
+  // calls take() then. changed() is called when `isKept` has changed.
+  constructor(known, changed) {
     this.#known = known;
+    this.#changed = changed;
   }
 
   get isWanted() {
     return this.#names.size > 0;
   }
+
+  // Whether what is recorded survives the pages.
+  isKept = true;
 
   // Records these names, "Memory.Variable" or "Memory.Variable.Member", from now on.
   watch(names) {
@@ -54,7 +59,10 @@ export class Recorder {
     if (++this.#written % FULL_RECORD === 0) {
       this.#last.forEach((value, name) => { series[name] ??= [[Date.now() / 1000, value]]; });
     }
-    await writeRecord({ session: this.#session, to: Date.now() / 1000, series });
+    const isKept = await writeRecord({ session: this.#session, to: Date.now() / 1000, series });
+    if (isKept === this.isKept) return;
+    this.isKept = isKept;
+    this.#changed();
   }
 
   #read(watched, raw) {
@@ -62,7 +70,8 @@ export class Recorder {
     for (const { name, member } of watched) {
       const value = parsed instanceof Unprintable ? null : member ? parsed[member] : parsed.value;
       const isNumber = member ? typeof value === "number" : ["int", "float"].includes(parsed.type);
-      this.#add(name, value === null || value === undefined ? null : isNumber ? Number(value) : String(value));
+      const isKnown = value !== null && value !== undefined && !(isNumber && !Number.isFinite(Number(value)));
+      this.#add(name, !isKnown ? null : isNumber ? Number(value) : String(value));
     }
   }
 

@@ -15,6 +15,11 @@ export class Favourites {
     return [...this.#kept.values].sort(order).map(([key]) => key);
   }
 
+  // Whether all survive this page.
+  get isKept() {
+    return this.#kept.isKept;
+  }
+
   has(key) {
     return this.#kept.values.has(key);
   }

@@ -64,7 +64,7 @@ export class Firmware {
     app.store.subscribe(() => this.#look());
     this.#kept.subscribe(() => this.#look());
     addEventListener("pagehide", () => this.#isSending && this.#keep({ phase: "left" }));
-    addEventListener("beforeunload", (event) => this.#isSending && event.preventDefault());
+    addEventListener("beforeunload", (event) => (this.#isSending || this.isActive && !this.isKept) && event.preventDefault());
     setInterval(() => this.#look(), TICK_MS);
   }
 
@@ -79,12 +79,18 @@ export class Firmware {
     if (own?.phase === "uploading") return this.#uploading(own);
     const running = this.#running();
     if (own && own.phase !== "ended") return this.#following(own);
-    return running ?? (own ? { ...own.end, isRunning: false } : { text: "No update is running." });
+    const none = this.#app.connection.isStale ? "It is not known yet whether an update runs." : "No update is running.";
+    return running ?? (own ? { ...own.end, isRunning: false } : { text: none });
   }
 
   // Whether this browser has an update to follow.
   get isActive() {
     return this.#kept.value !== null && this.#kept.value.phase !== "ended";
+  }
+
+  // Whether it is followed when this page is left.
+  get isKept() {
+    return this.#kept.isKept;
   }
 
   // Uploads the file for a target {id, name, serial, isHost} and starts the update. Resolves to false where another runs.

@@ -35,10 +35,10 @@ export class Recording {
   add(store) {
     const { kind, data, value } = store.variables.get(this.key) ?? {};
     const present = this.member ? data?.[this.member] : value;
-    if (kind === "unprintable") this.addGap();
-    if (kind === "unprintable" || present === undefined) return;
     const taken = this.isBand ? String(present) : Number(present);
-    if (taken !== this.last && (this.isBand || Number.isFinite(taken))) this.#push(taken);
+    const isKnown = this.isBand || Number.isFinite(taken);
+    if (kind === "unprintable" || present !== undefined && !isKnown) this.addGap();
+    else if (present !== undefined && taken !== this.last) this.#push(taken);
   }
 
   // From now on the value is not known.
@@ -112,7 +112,7 @@ export function asCsv(recordings) {
   const times = [...new Set(recordings.flatMap((recording) => recording.times))].sort((a, b) => a - b);
   const rows = times.map((time) => {
     const values = recordings.map((recording) => recording.at(time));
-    const note = values.includes(null) ? "no connection" : "";
+    const note = values.includes(null) ? "not known" : "";
     return [new Date(time * 1000).toISOString(), ...values.map((value) => value ?? ""), note].join(",");
   });
   return [["time", ...recordings.map((recording) => recording.name), "note"].join(","), ...rows, ""].join("\r\n");

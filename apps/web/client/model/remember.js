@@ -39,6 +39,9 @@ export function takeFormer(key, otherwise) {
   return value;
 }
 
+// Why remember() fails. The reader needs no more to act.
+export const FULL = "this browser's storage is full or blocked";
+
 // A value that all pages of the browser share. Of two that are written at the same time one remains.
 export class Kept {
   #key;
@@ -62,9 +65,10 @@ export class Kept {
   // Whether it survives this page.
   isKept = true;
 
-  // Changes what is kept at this moment, by whichever page: update() gets it and returns the new value.
+  // Changes what is kept at this moment, by whichever page: update() gets it and returns the new value. What could not be
+  // kept is newer than what is.
   change(update) {
-    this.#value = update(recall(this.#key, this.#value));
+    this.#value = update(this.isKept ? recall(this.#key, this.#value) : this.#value);
     this.isKept = remember(this.#key, this.#value);
     this.#listeners.forEach((listener) => listener());
   }
@@ -80,6 +84,7 @@ export class Kept {
 export class KeptEach {
   #prefix;
   #listeners = new Set();
+  #unkept = new Set();
   values = new Map();
 
   constructor(prefix) {
@@ -93,15 +98,23 @@ export class KeptEach {
     });
   }
 
-  // Takes pairs of name and value; an undefined value is forgotten. Returns whether all of it survives this page.
+  // Whether all values survive this page.
+  get isKept() {
+    return this.#unkept.size === 0;
+  }
+
+  // Takes pairs of name and value; an undefined value is forgotten. What could not be kept before is tried again. Returns
+  // whether all values survive this page.
   change(pairs) {
-    let isKept = true;
     for (const [name, value] of pairs) {
-      isKept = remember(this.#prefix + name, value) && isKept;
       this.#take(name, value);
+      this.#unkept.add(name);
+    }
+    for (const name of this.#unkept) {
+      if (remember(this.#prefix + name, this.values.get(name))) this.#unkept.delete(name);
     }
     this.#listeners.forEach((listener) => listener());
-    return isKept;
+    return this.isKept;
   }
 
   // listener() is called after each change, also of another page.

@@ -20,6 +20,11 @@ export class Watched {
     return [...plots.values()];
   }
 
+  // Whether all of it survives this page.
+  get isKept() {
+    return this.#kept.isKept;
+  }
+
   // Adds a name to the plot that has the name `beside`, or to a plot of its own. A name is in one plot only.
   add(name, beside) {
     const at = this.#next();

@@ -42,7 +42,7 @@ export class Finder {
   takeAddress() {
     const { params } = readAddress();
     if (Object.keys(params).length > 0) {
-      for (const id of Object.keys(this.#asked)) byId(id).value = params[id] ?? "";
+      for (const id of Object.keys(this.#asked)) choose(id, params[id] ?? "");
     }
     this.#ask();
   }
@@ -60,7 +60,10 @@ export class Finder {
   // There are new variables or memories to choose from.
   renew() {
     const { params } = readAddress();
-    if (params.memory && byId("memory").value === "") this.takeAddress();
+    if (params.memory && byId("memory").value === "") {
+      choose("memory", params.memory);
+      this.#ask();
+    }
     this.#show(true);
     whenIdle(this.#index.learn(this.#app.store.variables.values()));
   }
@@ -76,7 +79,14 @@ export class Finder {
     clearTimeout(this.#restTimer);
     if (this.#asked.search !== "") this.#restTimer = setTimeout(() => this.#showRest(), REST_MS);
     clearTimeout(this.#addressTimer);
-    this.#addressTimer = setTimeout(() => readAddress().view !== "variables" || writeAddress("variables", this.#asked), ADDRESS_MS);
+    this.#addressTimer = setTimeout(() => this.#writeAddress(), ADDRESS_MS);
+  }
+
+  // Until the memories are known the address keeps the one that it names.
+  #writeAddress() {
+    const { view, params } = readAddress();
+    const kept = this.#home.rows.size === 0 ? { memory: params.memory ?? "" } : {};
+    if (view === "variables") writeAddress("variables", { ...this.#asked, ...kept });
   }
 
   #showRest() {
@@ -108,9 +118,10 @@ export class Finder {
     byId("results").hidden = found.length === 0;
     byId("results-more").hidden = found.length <= Math.max(this.#most, ROWS_AT_ONCE) || this.#asked.search === "";
     setText(byId("results-more"), `Show all ${found.length}`);
-    setText(byId("results-none"), isAsked && found.length === 0 && this.#home.rows.size > 0 ? this.#whyNone() : "");
-    this.#home.update(isAsked);
     const all = this.#home.rows.size;
+    const none = isAsked && found.length === 0 ? this.#whyNone() : "";
+    setText(byId("results-none"), all === 0 ? "Waiting for the values." : none);
+    this.#home.update(isAsked);
     setText(byId("search-count"), isAsked ? `${found.length} of ${all}${this.#editedAside()}` : `${all} variables`);
   }
 
@@ -148,4 +159,11 @@ export class Finder {
     }
     return `No variable${where} has changed since ${only === "now" ? clockText(this.#changedFrom) : "the page was opened"}.`;
   }
+}
+
+// Enters a text, or chooses it: where it cannot be chosen, the first choice.
+function choose(id, text) {
+  const field = byId(id);
+  field.value = text;
+  if (field.selectedIndex === -1) field.selectedIndex = 0;
 }

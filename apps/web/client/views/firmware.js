@@ -2,6 +2,7 @@
 
 import { ask, byId, element, setText } from "../dom.js";
 import { sizeText } from "../model/format.js";
+import { FULL } from "../model/remember.js";
 
 const STEPS = ["upload", "check", "copy", "end"];
 
@@ -71,7 +72,8 @@ export class FirmwareView {
     const bar = byId("firmware-progress");
     if (isRunning && percent === 0 && step !== "upload") bar.removeAttribute("value");
     else bar.value = percent;
-    setText(byId("firmware-state"), `${text}${this.#note}`);
+    const stay = this.#firmware?.isActive && !this.#firmware.isKept ? `. Keep this page open until it has ended: ${FULL}.` : "";
+    setText(byId("firmware-state"), `${text}${stay}${this.#note}`);
     byId("firmware-state").dataset.ok = ok ?? "";
     byId("firmware-cancel").hidden = !canCancel;
     if (this.#form.querySelector("[type=submit]").disabled && !isRunning) this.onEnd();

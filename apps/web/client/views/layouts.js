@@ -3,9 +3,9 @@
 import { ask, byId, element, saveAs, setText } from "../dom.js";
 import { timeStamp } from "../model/format.js";
 import { layoutsText, readLayouts } from "../model/layouts.js";
-import { KeptEach, takeFormer } from "../model/remember.js";
+import { FULL, KeptEach, takeFormer } from "../model/remember.js";
 
-const LOST = "this browser cannot keep it, it ends with this page unless it is exported";
+const LOST = `${FULL}, it ends with this page unless it is exported`;
 
 export class Layouts {
   #kept = new KeptEach("console.layout.");

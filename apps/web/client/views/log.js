@@ -36,6 +36,8 @@ export class LogView {
     byId("log-pause").addEventListener("click", () => this.#togglePause());
     byId("log-earlier").addEventListener("click", () => this.#readEarlier());
     this.#output.addEventListener("scroll", () => this.#scrolled(), { passive: true });
+    // Its height changes with the controls above it, the keyboard of a phone, and when a phone is turned.
+    new ResizeObserver(() => this.#keepPlace()).observe(this.#output);
   }
 
   show() {

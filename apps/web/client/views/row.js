@@ -34,7 +34,7 @@ export class Row {
     };
     const { pin, when, type, value, edit } = this.#parts;
     this.node = element("li", { class: "variable", "data-variable": variable.key }, pin,
-      element("div", { class: "what" }, memory, name, " ", when, ...about), type, value, edit);
+      element("div", { class: "what" }, memory, element("wbr"), name, " ", when, ...about), type, value, edit);
     this.node.addEventListener("keydown", (event) => {
       if (event.key !== "Escape" || !this.#editor) return;
       event.preventDefault(); // else it closes the question as well

@@ -1,7 +1,8 @@
 // All memories with their variables; the pinned ones first.
 
-import { byId, element } from "../dom.js";
+import { byId, element, setText } from "../dom.js";
 import { Favourites } from "../model/favourites.js";
+import { FULL } from "../model/remember.js";
 import { Finder } from "./finder.js";
 import { rove } from "./roving.js";
 import { loadEditors, Row } from "./row.js";
@@ -119,6 +120,7 @@ export class VariablesView {
     away.forEach((row) => this.#putBack(row));
     this.#putPinned();
     if (away.length > 0) this.#showLists(true);
+    setText(byId("favourites-note"), this.#favourites.isKept ? "" : `New favourites end with this page: ${FULL}.`);
   }
 
   // Among the pinned ones, or before the next variable of its memory that is there.

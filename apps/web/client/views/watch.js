@@ -4,6 +4,7 @@ import { byId, element, saveAs, setPressed, setText } from "../dom.js";
 import { readHistory } from "../feed/history.js";
 import { clockText, timeStamp } from "../model/format.js";
 import { asCsv, Recording, seriesOf } from "../model/recording.js";
+import { FULL } from "../model/remember.js";
 import { Watched } from "../model/watched.js";
 import { Layouts } from "./layouts.js";
 import { COLOURS, loadPlots, Plot } from "./plot.js";
@@ -23,6 +24,7 @@ export class WatchView {
   #zoom = null;
   #cursor = null;
   #warning = "";
+  #isRecorded = true;
   #timer = 0;
   #watched = new Watched();
 
@@ -41,8 +43,15 @@ export class WatchView {
     on("offer", "click", () => this.#watched.show(this.#moving().map((name) => [name])));
     app.store.subscribe((changed, isNew) => this.#take(changed, isNew));
     app.connection.subscribe(() => this.#markGap());
-    app.listen("recorded", () => this.#readHistory());
-    this.#watched.subscribe(() => this.#restore());
+    app.listen("recorded", ({ isKept }) => {
+      this.#isRecorded = isKept;
+      this.#say("");
+      this.#readHistory();
+    });
+    this.#watched.subscribe(() => {
+      this.#restore();
+      this.#say("");
+    });
     new Layouts(() => this.#watched.layout, (layout) => this.#watched.show(layout));
     this.#learn();
     this.#load();
@@ -91,7 +100,7 @@ export class WatchView {
     this.#plots = layout.map((each) => this.#plotNode(each));
     byId("watch-plots").replaceChildren(...this.#plots.map(({ node }) => node));
     const into = byId("watch-into").value;
-    byId("watch-into").replaceChildren(element("option", { value: "" }, "a plot of its own"), ...layout.map(([first]) =>
+    byId("watch-into").replaceChildren(element("option", { value: "" }, "a new plot"), ...layout.map(([first]) =>
       element("option", { value: first, selected: first === into }, `the plot of ${first.split(".").slice(1).join(".")}`)));
     if (this.#series.size > 0) this.#app.feed.record(this.#watched.layout.flat());
     this.#draw();
@@ -159,7 +168,8 @@ export class WatchView {
   }
 
   #say(text) {
-    setText(byId("watch-note"), text || this.#warning);
+    const ends = [!this.#watched.isKept && "watched", !this.#isRecorded && "recorded"].filter(Boolean).join(" and ");
+    setText(byId("watch-note"), text || ends && `What is ${ends} ends with this page: ${FULL}.` || this.#warning);
   }
 
   // The numbers that have changed most often since the page was opened.
