@@ -96,3 +96,10 @@ test("updates of the virtual device run to their end, and one of no firmware is 
     await update("Lens Control", "firmware;Lens Control;4.3.0;1\n", /^Updated: .*→ 4.3.0/);
     await update("Ultrasonic Ranger", "firmware;Ultrasonic Ranger;2.1.0;4;fails\n", /^Not updated: .*fail/);
 });
+
+test("a name that the service does not escape is read as it is", async () => {
+    const name = 'B "\\new"';
+    await fetch(`${device.url}/api/v1/set.cgi`, { method: "POST", body: `{"MemPersistent": {"ProductName": '${name}'}}` });
+    await console.says("#device-identity dd", name);
+    await until(() => page.locator("#firmware-target option").nth(1).innerText(), `${name} (this device)`, "the target");
+});

@@ -171,7 +171,7 @@ test("snapshot: taken, compared, opened and restored", async () => {
     await choose("#snapshot-open", textFile("own.json", text));
     await use(`[data-place="${BRIGHTNESS}"] input`, "Space");
     await use("#snapshot-restore", "Enter");
-    await answer(/^Store 1 values/, ...YES);
+    await answer(/^Store 1 value of/, ...YES);
     await console.says("#snapshot-count", /^1 stored/);
     assert.equal(await device.load(BRIGHTNESS), "7");
     await use("#snapshot-compare", "Enter");
@@ -194,6 +194,7 @@ test("device: files come, are replaced, fetched and deleted; firmware is chosen,
     await use("[data-file='hand.stp'] .delete", "Enter");
     await answer(/^Delete hand.stp/, ...YES);
     await until(() => existsSync(path), false, "the file");
+    await until(() => page.evaluate(() => document.activeElement.type), "file", "the focus");
     const update = async (...keys) => {
         await use("#firmware-form [type=submit]", "Enter");
         await answer(/Ultrasonic Ranger.*file.cmf/, ...keys);

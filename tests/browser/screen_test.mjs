@@ -94,4 +94,6 @@ test("a frozen service is named, and its pictures come as often as before when i
         await pause(6000); // ten times that is longer than any wait here
     });
     await console.says("#screen-note", /[1-5]\.\d pictures/);
+    await console.page.locator("#screen-pause").click();
+    await console.says("#screen-note", /^Paused/);
 });

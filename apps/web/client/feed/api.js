@@ -66,11 +66,13 @@ export async function capture(signal) {
   return (await request(`${API}/screen.cgi`, { signal })).blob();
 }
 
-// Identity, space and accessories. The service escapes nothing here: where it is no JSON, `text` is all there is.
+// Identity, space and accessories. The service escapes nothing here, and writes one value a line. Where it is no JSON even
+// so, `text` is all there is.
 export async function deviceInfo() {
   const text = await textOf(`${APP}/device/info`);
   try {
-    return { ...JSON.parse(text), text };
+    const escaped = text.replace(/^(\s*"\w+": )"(.*)"/gm, (_, name, value) => name + JSON.stringify(value));
+    return { ...JSON.parse(escaped), text };
   } catch {
     return { text, devices: [] };
   }

@@ -114,6 +114,7 @@ export class FileList {
       this.#say(failure(name, "deleted", error));
     }
     await this.refresh();
+    if (document.activeElement === document.body) this.node.querySelector("input").focus(); // its button is gone
     this.#onChange();
   }
 }

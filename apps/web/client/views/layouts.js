@@ -54,6 +54,7 @@ export class Layouts {
   async #delete(name) {
     if (!await ask(`Delete the layout ${name}?`, "Delete")) return;
     this.#kept.change([[name, undefined]]);
+    byId("watch-layouts").querySelector("summary").focus(); // its button is gone
     this.#say(`${name} is deleted.`);
   }
 

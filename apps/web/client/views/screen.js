@@ -46,7 +46,7 @@ export class ScreenView {
     image.close();
     this.#picture = picture;
     byId("screen-save").disabled = false;
-    setText(byId("screen-note"), `${this.#canvas.width} × ${this.#canvas.height} pixels, ${rate.toFixed(1)} pictures a second`);
+    if (!this.#isPaused) setText(byId("screen-note"), `${this.#canvas.width} × ${this.#canvas.height} pixels, ${rate.toFixed(1)} pictures a second`);
   }
 
   #showFast(until) {
@@ -59,6 +59,7 @@ export class ScreenView {
   #togglePause() {
     this.#isPaused = !this.#isPaused;
     setPressed(byId("screen-pause"), this.#isPaused, "Pause", "Go on");
+    setText(byId("screen-note"), this.#isPaused ? "Paused: this picture stays." : "");
     this.#need();
   }
 }

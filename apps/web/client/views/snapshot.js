@@ -194,7 +194,7 @@ export class SnapshotView {
       return;
     }
     const chosen = this.#chosen();
-    if (!await ask(`Store ${chosen.length} values of the snapshot on the device?`, "Restore")) return;
+    if (!await ask(`Store ${chosen.length === 1 ? "1 value" : `${chosen.length} values`} of the snapshot on the device?`, "Restore")) return;
     [this.#isRestoring, this.#isStopping] = [true, false];
     setText(byId("snapshot-restore"), "Stop");
     let [sent, stored] = [0, 0];
