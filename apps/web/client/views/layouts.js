@@ -5,7 +5,7 @@ import { timeStamp } from "../model/format.js";
 import { layoutsText, readLayouts } from "../model/layouts.js";
 import { FULL, KeptEach, takeFormer } from "../model/remember.js";
 
-const LOST = `${FULL}, it ends with this page unless it is exported`;
+const LOST = `it ends with this page unless it is exported: ${FULL}`;
 
 export class Layouts {
   #kept = new KeptEach("console.layout.");
