@@ -40,11 +40,11 @@ test("the address holds what is searched for, and a reload finds it again", asyn
     await page.locator("#search").fill("Bright");
     await until(() => page.url(), /#variables\?search=Bright&memory=MemPersistent$/, "the address");
     const found = await results(page);
-    const thaw = device.freeze();
-    await page.reload();
-    await console.says("#results-none", "Waiting for the values.");
-    await page.waitForTimeout(1000);
-    thaw();
+    await device.whileFrozen(async () => {
+        await page.reload();
+        await console.says("#results-none", "Waiting for the values.");
+        await page.waitForTimeout(1000); // longer than the page waits with the address
+    });
     await until(() => results(page), found, "the same rows");
     assert.ok(found.length > 3);
 });
