@@ -98,9 +98,10 @@ def test_refusals_are_problems(device):
     assert [errors[BRIGHTNESS][key] for key in ("given", "min", "max")] == [11, 0, 10]
     for path, method, status in (("/api/v2/none", "POST", 404), (VALUES, "POST", 405), (VALUES + "?vars=No*", "GET", 400),
                                  (EVENTS + "?period=60001", "GET", 400)):
-        answer = device.http(path, method=method)
-        assert (answer[0], answer[1]["Content-Type"]) == (status, "application/problem+json")
-        assert json.loads(answer[2])["status"] == status
+        with contextlib.closing(device.send(path, method=method)) as connection:
+            answer = connection.getresponse()
+            assert (answer.status, answer.headers["Content-Type"]) == (status, "application/problem+json")
+            assert json.loads(answer.read())["status"] == status
     for value in range(10):  # the web server sends the next request on the refused one's connection
         assert device.http(EVENTS + "?period=x")[0] == 400
         assert change(device, {BRIGHTNESS: value})[0] == 200
