@@ -1,7 +1,6 @@
 #include "gen/code/gen.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
-#include "apps/common/event/unhandledevents.h"
 #include "apps/common/files/standarddescriptors.h"
 #include "apps/common/introspection/catalogue.h"
 #include "apps/common/sharedmemory/sharedmemory.h"
@@ -42,8 +41,6 @@ void init() {
     processPreInit();
     openMemories();
     gServerConnection = new ServerConnection(gEventPoll);
-    static UnhandledEvents unhandledEvents;
-    gServerConnection->handler = &unhandledEvents;
     gServerConnection->subscribeAll();
     gComponentLogLevel = reinterpret_cast<LogLevel*>(gMemApp);
     processPostInit();

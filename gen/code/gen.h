@@ -9,8 +9,7 @@
 namespace gen {
 
 /// Opens all memories in table order and stores their addresses in the base pointers, connects to the message
-/// broker (gServerConnection), subscribes to all events, which UnhandledEvents logs until the connection has
-/// another handler, and lets gComponentLogLevel point to the first word
+/// broker (gServerConnection), subscribes to all events and lets gComponentLogLevel point to the first word
 /// of MemApp. Throws what SharedMemory::open, SharedMemory::address and ServerConnection throw.
 void init();
 

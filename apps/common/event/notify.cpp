@@ -16,6 +16,10 @@ CatalogueText eventName(Notify event) {
     return isKnownEvent(event) ? EVENT_NAME[event.id] : "Invalid";
 }
 
+void logUnhandledEvent(const Notify& event) {
+    LOG_MESSAGE(Warn, "Unhandled event: %s", eventName(event).c_str());
+}
+
 int readEvents(int fd, Notify* buffer, int max) {
     ssize_t bytes;
     do {

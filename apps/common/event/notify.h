@@ -36,6 +36,9 @@ bool isKnownEvent(const Notify& event);
 /// The event's name; "Invalid" for an id without a name, which is logged as by isKnownEvent.
 CatalogueText eventName(Notify event);
 
+/// Logs at Warn "Unhandled event: <name>".
+void logUnhandledEvent(const Notify& event);
+
 /// Reads records from `fd` into `buffer`, which has room for `max`, with one read. Returns the number of
 /// whole records and drops the bytes of a last, partial one. Throws through throwError with "Read error".
 int readEvents(int fd, Notify* buffer, int max);

@@ -85,6 +85,7 @@ Descriptor openSocket() {
 } // namespace
 
 ServerConnection::ServerConnection(EventPoll& poll) : ServerConnection(poll, -1) {
+    logUnhandled_ = logUnhandledEvent;
     LOG_MESSAGE(LogLight, "Waiting for server");
     ReadySemaphore semaphore;
     connect();
@@ -183,10 +184,11 @@ bool ServerConnection::atEndOfStream() const {
 }
 
 void ServerConnection::dispatch(const Notify& event) {
-    if (handler == nullptr)
-        return;
     try {
-        handler->handleEvent(event);
+        if (handler != nullptr)
+            handler->handleEvent(event);
+        else if (logUnhandled_ != nullptr)
+            logUnhandled_(event);
     } catch (const std::exception& error) {
         LOG_MESSAGE(Error, "%s", error.what());
     }

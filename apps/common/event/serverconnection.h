@@ -26,11 +26,12 @@ public:
     /// connects and posts the semaphore, also when connecting fails. `poll` must outlive the object. Throws
     /// through throwErrorNumber with "sem_open" (the broker has not created it after 20 attempts in quick
     /// succession), "sem_wait", "sem_post" and what connect throws. A signal interrupts the wait and is a
-    /// failure, so that SIGTERM ends it.
+    /// failure, so that SIGTERM ends it. Without a handler, each event is logged at Warn with "Unhandled
+    /// event: <name>".
     explicit ServerConnection(EventPoll& poll);
 
     /// Takes over `fd`, a stream socket that is connected to a broker. Throws through throwErrorNumber with
-    /// "epoll_ctl"; `fd` is closed then.
+    /// "epoll_ctl"; `fd` is closed then. Without a handler, events are dropped.
     ServerConnection(EventPoll& poll, int fd);
 
     ~ServerConnection() override;
@@ -77,7 +78,7 @@ public:
     /// Subscribes to all events. Throws as postEvent.
     void subscribeAll();
 
-    /// Receives the events, which are dropped without a handler. Does not own it.
+    /// Receives the events. Does not own it.
     EventHandler* handler = nullptr;
 
     /// 500 ms, so that a process with clients goes on serving them.
@@ -94,6 +95,8 @@ private:
 
     EventPoll& poll_;
     Descriptor socket_;
+    // Set by the first constructor only: the names of all events are only in programs that call it.
+    void (*logUnhandled_)(const Notify& event) = nullptr;
     std::uint64_t posted_ = 0;
     bool isStalled_ = false; ///< the broker has not read since a send timed out
 };

@@ -116,10 +116,7 @@ void Request::handleRecord(unsigned char type, std::string_view content) {
     } else if (type == Params) {
         askForBody();
     } else if (type == Stdin && length > 0) {
-        requireRegistry();
-        holdsBody_ = true;
-        if (!fcgi_->growBody(this, postData_.size() + content.size()))
-            throw std::runtime_error("Body is too large");
+        growBody(content.size());
         appendPostData(data, length);
     } else if (type == Stdin) {
         requireRegistry();
@@ -130,14 +127,21 @@ void Request::handleRecord(unsigned char type, std::string_view content) {
 
 void Request::askForBody() {
     const std::size_t size = announcedSize(param("CONTENT_LENGTH"));
-    if (size == 0)
+    if (size == 0 || fcgi_ == nullptr)
         return;
     if (size > BodyBudget::LARGE_TOTAL)
         throw std::runtime_error("Body is too large");
-    requireRegistry();
     freeBody();
     holdsBody_ = true;
     isPaused_ = !fcgi_->askForBody(this, size);
+}
+
+void Request::growBody(std::size_t more) {
+    if (fcgi_ == nullptr)
+        return;
+    holdsBody_ = true;
+    if (!fcgi_->growBody(this, postData_.size() + more))
+        throw std::runtime_error("Body is too large");
 }
 
 void Request::freeBody() {
@@ -237,6 +241,7 @@ void Request::sendError() {
 // Sends the stream's content and behind it `text`.
 void Request::sendStream(RecordType type, std::stringstream& stream, std::string_view text) {
     requireRegistry();
+    header_[1] = type;
     RecordBatch records(header_, requestId_);
     records.add(type, stream.view());
     records.add(type, text);

@@ -28,7 +28,7 @@ class RecordBatch;
 /// Error line that holds its text, and no other.
 ///
 /// A body is read when the listener grants its memory. A body that is too large for that is an exception:
-/// "Body is too large".
+/// "Body is too large". Without a listener a body has no limit.
 class Request : public EventPoll::Callback {
 public:
     using RecordType = fastcgi::RecordType;
@@ -134,6 +134,7 @@ private:
     void receive();
     void checkPeer();
     void askForBody();
+    void growBody(std::size_t more);
     bool takeRecord();
     void handleRecord(unsigned char type, std::string_view content);
     void hangUp();

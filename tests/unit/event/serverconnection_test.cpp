@@ -1,18 +1,22 @@
 #include "apps/common/event/serverconnection.h"
 
-#include "apps/common/event/unhandledevents.h"
+#include "apps/common/event/brokersocket.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
 #include <array>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <optional>
 #include <sched.h>
+#include <semaphore.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -99,16 +103,48 @@ TEST_F(ServerConnectionTest, OneReadTakesAtMost256Records) {
     EXPECT_EQ(recorder_.ids.size(), 300U);
 }
 
+// The broker of a virtual device, which this program is linked with.
+class VirtualBroker {
+public:
+    VirtualBroker() {
+        setenv("VIRTUAL_DEVICE_ROOT", folder_, 1);
+        setenv("VIRTUAL_DEVICE_NAME", folder_ + 5, 1);
+        std::filesystem::create_directories(std::string(folder_) + "/var/volatile");
+        sockaddr_un address{AF_UNIX, "/var/volatile/message-broker.socket"};
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(socket_.get(), 1), 0);
+        sem_close(sem_open(BROKER_SEMAPHORE, O_CREAT, 0600, 1));
+    }
+    ~VirtualBroker() {
+        sem_unlink(BROKER_SEMAPHORE);
+        std::filesystem::remove_all(folder_);
+        unsetenv("VIRTUAL_DEVICE_ROOT");
+        unsetenv("VIRTUAL_DEVICE_NAME");
+    }
+    Descriptor accept() const { return Descriptor(::accept(socket_.get(), nullptr, nullptr)); }
+
+private:
+    char folder_[19] = "/tmp/broker-XXXXXX";
+    const bool isMade_ = mkdtemp(folder_) != nullptr;
+    const Descriptor socket_{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+};
+
 TEST_F(ServerConnectionTest, EventsWithoutHandlerAreLogged) {
-    UnhandledEvents unhandled;
-    connection_->handler = &unhandled;
+    const VirtualBroker broker;
+    const ServerConnection connection(poll_);
+    const Descriptor peer = broker.accept();
+    EXPECT_EQ(connection.handler, nullptr);
     const Notify records[] = {{3, 9, 9}, {6, 0, 0}, {EVENT_COUNT, 0, 0}, {0xffffffffU, 0, 0}};
-    brokerSends({reinterpret_cast<const char*>(records), sizeof records});
-    poll_.wait(1000, true);
+    EXPECT_EQ(write(peer.get(), records, sizeof records), std::ssize(records) * 12);
+    connection_->handler = nullptr; // this one took over a socket: it drops
+    brokerSends(SAMPLE);
+    while (poll_.wait(0, true) == EventPoll::Dispatched) {
+    }
     auto messages = log_.messages();
     std::erase_if(messages, [](const std::string& message) { return message.starts_with("Debug"); });
     const std::string known = " is beyond the " + std::to_string(EVENT_COUNT) + " known events";
-    EXPECT_THAT(messages, ElementsAre("Warn Unhandled event: SubscribeAll",
+    EXPECT_THAT(messages, ElementsAre("LogLight Waiting for server", "LogLight Connected after 0 attempts",
+                                      "Warn Unhandled event: SubscribeAll",
                                       "Warn Unhandled event: VarAppLogLevelChanged",
                                       "Warn Event id " + std::to_string(EVENT_COUNT) + known,
                                       "Warn Unhandled event: Invalid", "Warn Event id 4294967295" + known,

@@ -145,12 +145,27 @@ TEST_F(RequestTest, ReadsOneRecordAtATimeByItself) {
     request.output() << "text";
     request.write(std::string(8193, 'x'));
     EXPECT_EQ(received(ends[1]).size(), (8 + 4 + 4) + (8 + 8193 + 7u)) << "a record each";
+    EXPECT_EQ(request.writeRecord("z", 1), 0);
+    EXPECT_EQ(received(ends[1]), std::string("\1\6\0\1\0\1\7\0z\0\0\0\0\0\0\0", 16))
+        << "the type last written";
     request.output() << "more";
     EXPECT_EQ(request.output().str(), "more");
     EXPECT_EQ(request.close(), 0);
     EXPECT_LT(request.close(), 0);
     EXPECT_NO_THROW(request.sendError()) << "nothing to send";
     EXPECT_THROW(request.sendOutput(), std::runtime_error);
+}
+
+TEST_F(RequestTest, WithoutListenerABodyIsReadButNotAnswered) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    clients_.push_back(ends[1]);
+    Request request(nullptr, ends[0], 7);
+    send(ends[1], records::request("/x", "body", false, 1, pair("CONTENT_LENGTH", "4")));
+    for (int record = 0; record < 4; ++record)
+        EXPECT_TRUE(request.readRecord());
+    EXPECT_EQ(request.postData(), "body");
+    EXPECT_THROW(request.end(), std::runtime_error);
 }
 
 TEST_F(RequestTest, AnExceptionEndsOnlyItsRequest) {
