@@ -10,8 +10,7 @@ import { parseArgs } from "node:util";
 import { gzipSync } from "node:zlib";
 
 import { Device } from "../device/node/device.mjs";
-import { Console, launchBrowser } from "../device/node/console.mjs";
-import { FILL } from "../tests/browser/scene.mjs";
+import { Console, FILL, launchBrowser } from "../device/node/console.mjs";
 import { printConditions, printTable, progress } from "./report.mjs";
 import { printKeys, printLog, printScreen, printVisits } from "./waits.mjs";
 

@@ -128,3 +128,26 @@ export class Console {
         return violations.map(({ impact, id, nodes }) => `${impact}, ${id}: ${nodes.map(({ target }) => target).join(", ")}`);
     }
 }
+
+// Brings something to see into a view that is open, and returns when it is there.
+export const FILL = {
+    variables: (console) => console.edit("MemPersistent.DisplayBrightness", (editor) => editor.locator("input").fill("11"), /refused/),
+    watch: async ({ page }) => {
+        for (const name of ["MemDynamic.LensActFocus", "MemDynamic.BattVoltage"]) {
+            await page.locator("#watch-add").fill(name);
+            await page.locator("#watch-add").press("Enter");
+        }
+        await until(() => page.locator("#watch-plots canvas").count(), 2, "plots");
+    },
+    log: (console) => console.says("#log-output", /\S/),
+    screen: ({ page }) => until(() => page.locator("#screen-save").isEnabled(), true, "a picture"),
+    snapshot: async (console) => {
+        await console.page.locator("#snapshot-take").click();
+        await console.says("#snapshot-note", /^Snapshot of/);
+        await until(async () => {
+            await console.page.locator("#snapshot-compare").click();
+            return console.page.locator("#snapshot-rows tr").count();
+        }, /[1-9]/, "what differs");
+    },
+    device: (console) => console.says("#device-identity", /K1-00042/),
+};

@@ -2,11 +2,11 @@
 
 import assert from "node:assert/strict";
 import { after, afterEach } from "node:test";
-import { Console, enter, launchBrowser, saved } from "../../device/node/console.mjs";
+import { Console, enter, FILL, launchBrowser, saved } from "../../device/node/console.mjs";
 import { Device } from "../../device/node/device.mjs";
 import { until } from "../../device/node/until.mjs";
 
-export { enter, saved, until };
+export { enter, FILL, saved, until };
 
 // The options are those of the device; open() of the result takes those of Console.open().
 export async function setScene(options) {
@@ -37,26 +37,3 @@ export const fillStorage = (page) => page.evaluate(() => {
         }
     }
 });
-
-// Brings something to see into a view that is open, and returns when it is there.
-export const FILL = {
-    variables: (console) => console.edit("MemPersistent.DisplayBrightness", (editor) => editor.locator("input").fill("11"), /refused/),
-    watch: async ({ page }) => {
-        for (const name of ["MemDynamic.LensActFocus", "MemDynamic.BattVoltage"]) {
-            await page.locator("#watch-add").fill(name);
-            await page.locator("#watch-add").press("Enter");
-        }
-        await until(() => page.locator("#watch-plots canvas").count(), 2, "plots");
-    },
-    log: (console) => console.says("#log-output", /\S/),
-    screen: ({ page }) => until(() => page.locator("#screen-save").isEnabled(), true, "a picture"),
-    snapshot: async (console) => {
-        await console.page.locator("#snapshot-take").click();
-        await console.says("#snapshot-note", /^Snapshot of/);
-        await until(async () => {
-            await console.page.locator("#snapshot-compare").click();
-            return console.page.locator("#snapshot-rows tr").count();
-        }, /[1-9]/, "what differs");
-    },
-    device: (console) => console.says("#device-identity", /K1-00042/),
-};

@@ -12,13 +12,9 @@ from description import Description
 from systemdevice import BUILD, DONE, LOG, SCREEN, SET, TREE, UPDATE
 
 DESCRIPTION = Description("openapi.json")
+DEVICE = {"nginx": True, "display": ()}
 APP = "/qorapp/v1"
 FILE, LIST, UPLOAD = APP + "/{kind}/file/{name}", APP + "/{kind}/list", APP + "/device/update"
-
-
-@pytest.fixture(scope="module")
-def device_options():
-    return {"nginx": True, "display": ()}
 
 
 def ask(device, *request):

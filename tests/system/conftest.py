@@ -19,9 +19,9 @@ def web_server(request):
 
 
 @pytest.fixture(scope="module")
-def device_options():
-    """Modules override this if their device needs more than the service."""
-    return {}
+def device_options(request):
+    """A module's DEVICE, if its device needs more than the service."""
+    return getattr(request.module, "DEVICE", {})
 
 
 @pytest.fixture(scope="module")

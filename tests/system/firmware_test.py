@@ -3,16 +3,10 @@
 import json
 import random
 
-import pytest
-
 from app_test import ACCESSORY, OUR_ID, ask, upload
 from systemdevice import wait_until
 
-
-
-@pytest.fixture(scope="module")
-def device_options():
-    return {"simulation": ("--speed", "8")}
+DEVICE = {"simulation": ("--speed", "8")}
 
 
 def poll_until(device, end):

@@ -11,12 +11,8 @@ from systemdevice import wait_until
 DESCRIPTION = Description("openapi-v2.json")
 VALUES, CATALOGUE, EVENTS = "/api/v2/values", "/api/v2/catalogue", "/api/v2/events"
 NAMED, HEALTH, METRICS = "/api/v2/catalogue/{hash}", "/api/v2/health", "/api/v2/metrics"
+DEVICE = {"nginx": True, "live": True}
 NESTED = 9 * b"[" + 9 * b"]"
-
-
-@pytest.fixture(scope="module")
-def device_options():
-    return {"nginx": True, "live": True}
 
 
 @pytest.mark.parametrize("status, method, template, path, body, headers", [

@@ -4,8 +4,8 @@ import struct
 
 import pytest
 
-from fastcgi import JSON_HEADER, request
-from systemdevice import SET, UPDATE
+from fastcgi import JSON_HEADER
+from systemdevice import SET
 
 BODY = b'{"MemPersistent":{"DisplayBrightness":%d}}'
 DISPLAY_BRIGHTNESS = b'\r\n  "MemPersistent" : {\r\n    "DisplayBrightness" : '
@@ -52,18 +52,3 @@ def test_a_set_answers_all_waiting_requests(device):
     for request_id, connection in zip((1, 2, 65535), waiting):
         assert connection.answer().output == document(request_id, DISPLAY_BRIGHTNESS + BRIGHTNESS % 9)
         assert connection.is_closed()
-
-
-def test_next_request_of_a_connection_ends_its_waiting(device):
-    with device.wait_for_update(request_id=5, keep=True) as connection:
-        other = request("other", request_id=2, keep=True)
-        connection.send(other[:-8])
-        device.ping()
-        device.ask(SET, BODY % 6)
-        device.forget_changes()
-        connection.send(other[-8:])
-        assert b"Unknown script: 'other'" in connection.answer().output
-        connection.send_request(UPDATE, request_id=6, keep=True)
-        device.ping()
-        device.ask(SET, BODY % 1)
-        assert connection.answer().output == document(6, DISPLAY_BRIGHTNESS + BRIGHTNESS % 1)

@@ -92,6 +92,16 @@ TEST_F(RequestTest, KeptConnectionTakesTheNextRequest) {
     EXPECT_FALSE(request_->context.has_value()) << "an answered request waits no longer";
 }
 
+TEST_F(RequestTest, NextRequestOfAConnectionEndsItsWaiting) {
+    const std::string next = request("/x", "", true);
+    const int client = send(request("/wait", "", true));
+    EXPECT_TRUE(request_->context.has_value());
+    send(client, next.substr(0, 20));
+    EXPECT_FALSE(request_->context.has_value());
+    send(client, next.substr(20));
+    EXPECT_EQ(received(client), END_RECORD);
+}
+
 TEST_F(RequestTest, OutputIsSentInRecordsWithoutPadding) {
     const int client = send("");
     answer_ = [&](Request& request) {
