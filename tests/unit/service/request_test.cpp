@@ -59,24 +59,6 @@ TEST_F(RequestTest, SurvivesFlippedBits) {
     EXPECT_EQ(received(send(request("/x"))), END_RECORD);
 }
 
-TEST_F(RequestTest, ParametersEndAtThePairThatDoesNotFit) {
-    Request request(&fcgi_, -1, 0);
-    const auto params = [&](const std::string& content) {
-        const std::vector<unsigned char> exactly(content.begin(), content.end());
-        request.begin(1, true);
-        request.addParams(exactly.data(), static_cast<int>(exactly.size()));
-    };
-    const std::string first = pair("A", "1");
-    const std::string longName(200, 'n');
-    const std::string two = first + pair(longName, "v");
-    const std::string three = two + pair("A", "2"); // the later value counts
-    for (std::size_t size = 0; size <= three.size(); ++size) {
-        params(three.substr(0, size));
-        EXPECT_EQ(request.param(longName), size < two.size() ? "" : "v") << size;
-        EXPECT_EQ(request.param("A"), size < first.size() ? "" : size < three.size() ? "1" : "2") << size;
-    }
-}
-
 TEST_F(RequestTest, KeptConnectionTakesTheNextRequest) {
     std::vector<std::string> bodies;
     answer_ = [&](Request& request) {
