@@ -1,11 +1,14 @@
 #include "apps/web/service/app/multipart.h"
 
+#include "apps/web/service/app/writeinpieces.h"
 #include "tests/unit/diagnostics/logcapture.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -71,6 +74,24 @@ TEST_F(MultipartTest, LimitsFieldsAndHeaderFields) {
     HeaderFields split;
     splitHeaderLine(headers, split);
     EXPECT_EQ(split.size(), 1000u);
+}
+
+TEST_F(MultipartTest, EachPieceOfALargeFileFeedsTheWatchdog) {
+    const Descriptor systemd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{AF_UNIX, {}};
+    path_.copy(address.sun_path, sizeof address.sun_path);
+    ASSERT_EQ(bind(systemd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    setenv("NOTIFY_SOCKET", path_.c_str(), 1);
+    setenv("WATCHDOG_USEC", "2", 1);
+    OutputFile file;
+    const std::string content = std::string(16 << 20, 'a') + std::string(16 << 20, 'b') + "c";
+    EXPECT_TRUE(file.open(folder_ + "/large") && writeInPieces(file, content));
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+    for (const ssize_t expected : {10, 10, -1}) // "WATCHDOG=1"
+        EXPECT_EQ(recv(systemd.get(), nullptr, 0, MSG_DONTWAIT | MSG_TRUNC), expected);
+    std::ifstream stored(folder_ + "/large", std::ios::binary);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(stored), {}) == content);
 }
 
 TEST_F(MultipartTest, SplitsHeaderLinesAndLogsThem) {

@@ -1,6 +1,7 @@
 #include "apps/web/service/app/multipart.h"
 
 #include "apps/common/diagnostics/diagnostics.h"
+#include "apps/web/service/app/writeinpieces.h"
 
 #include <algorithm>
 #include <cstring>
@@ -118,7 +119,7 @@ void Multipart::openFile() {
 }
 
 void Multipart::store(std::string_view content) {
-    isStored_ = file_.write(content) && isStored_;
+    isStored_ = writeInPieces(file_, content) && isStored_;
 }
 
 // Stores the content of a part that ends with the body: LF is added to its last line, unless that ends in CR,

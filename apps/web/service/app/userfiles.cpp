@@ -3,6 +3,7 @@
 #include "apps/common/diagnostics/diagnostics.h"
 #include "apps/common/files/descriptor.h"
 #include "apps/common/files/outputfile.h"
+#include "apps/web/service/app/writeinpieces.h"
 #include "apps/web/service/request.h"
 
 #include <cerrno>
@@ -95,7 +96,7 @@ UserFiles::Stored UserFiles::store(const std::string& name, std::string_view con
     if (!isFileName(name) || !parent.isOpen() || !isReplaceable(parent, baseName(name)) ||
         !file.open(temporary))
         return Stored::NotOpened;
-    if (file.write(content) && file.sync() && moveFile(temporary, path))
+    if (writeInPieces(file, content) && file.sync() && moveFile(temporary, path))
         return Stored::Done;
     unlink(temporary.c_str());
     return Stored::NotWritten;
