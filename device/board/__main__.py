@@ -3,7 +3,7 @@
     device/board FOLDER [--machine NAME] [--keep] [-- COMMAND...]
 
 FOLDER keeps what runs share: "kernel" (the unpacked packages) and the cards "debian.img" (as makeroot made it),
-"configured.img" and "installed.img", with the package. COMMAND is "test" (the default), "cuts NUMBER", "bench",
+"configured.img" and "installed.img", with the packages. COMMAND is "test" (the default), "cuts NUMBER", "bench",
 "flash MINUTES", or a command for the board's shell.
 """
 
@@ -58,7 +58,7 @@ def configure(folder):
 
 
 def install_package(folder):
-    """Installs the package in the fastest machine, once for all machines, if it is not the one on "installed.img"."""
+    """Installs the packages in the fastest machine, once for all machines, if they are not those on "installed.img"."""
     files = contents(REPOSITORY)
     stamp, stamp_file = stamp_of(files), folder / "installed.stamp"
     if stamp_file.exists() and stamp_file.read_text() == stamp:
@@ -126,7 +126,7 @@ def main():
     parser.add_argument("--port", type=int, default=0, help="the web port on this machine")
     parser.add_argument("command", nargs="*", default=["test"],
                         help="test, cuts NUMBER, bench, flash MINUTES, or a shell command")
-    options = parser.parse_args()
+    options = parser.parse_intermixed_args()  # parse_args refuses a command after an option
     if not (options.folder / "configured.img").exists():
         configure(options.folder)
         (options.folder / "installed.stamp").unlink(missing_ok=True)

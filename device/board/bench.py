@@ -39,6 +39,7 @@ OPTIONS = {
 
 def bench(board, repository):
     binaries = repository / "build" / "armhf" / "bin"
+    board.run("systemctl stop webservice-live.socket webservice-live")  # the tables are about version 1
     board.put({f"/opt/board/bin/{name}": (binaries / name).read_bytes() for name in PROGRAMS}, mode=0o755)
     print(f"{datetime.date.today()}, `script/board -- bench`, {board.run('uname -r').strip()}\n")
     start_sites(board, repository)

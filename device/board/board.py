@@ -79,9 +79,13 @@ class Board:
 
     def ask(self, path, body=None, method=None, headers=None):
         """The body of the web server's answer, whose status has to be 200. OSError otherwise."""
-        request = urllib.request.Request(f"http://127.0.0.1:{self.web_port}{path}", body, headers or {}, method=method)
-        with urllib.request.urlopen(request, timeout=ANSWER_SECONDS) as response:
+        with self.open(path, body, method, headers) as response:
             return response.read()
+
+    def open(self, path, body=None, method=None, headers=None):
+        """The web server's answer, to be read and closed. OSError if its status is not 200."""
+        request = urllib.request.Request(f"http://127.0.0.1:{self.web_port}{path}", body, headers or {}, method=method)
+        return urllib.request.urlopen(request, timeout=ANSWER_SECONDS)
 
     def run(self, script, data=b"", seconds=300):
         """The output of shell commands, standard error included. `data` is their standard input. Raises BoardError if the

@@ -7,7 +7,9 @@ import random
 import re
 import threading
 import time
+import urllib.error
 
+import pytest
 from PIL import Image
 
 from clients import set_value, upload
@@ -16,11 +18,15 @@ from units import run_confined
 REFUSALS = ("Operation not permitted", "Permission denied", "Read-only file system", "Resource temporarily unavailable",
             "Address family not supported by protocol")
 FILE = "/qorapp/v1/lenstables/file/Cut"
+STREAMS = 64  # nginx's limit for one address
+STREAM_SECONDS = 120
+LIVE_MEMORY = 6_000_000
 
 
 def test_unit_is_active_without_a_failure(board):
     board.run("systemctl is-system-running --wait")
-    assert board.run("systemctl show -P Result -P NRestarts webservice").split() == ["success", "0"]
+    for unit in ("webservice", "webservice-live"):
+        assert board.run(f"systemctl show -P Result -P NRestarts {unit}").split() == ["success", "0"]
 
 
 def picture_equals_page(board, stride):
@@ -86,6 +92,25 @@ def test_unit_refuses_what_the_service_does_not_need(board):
 def test_memory_ceiling_ends_the_process_alone(board):
     assert run_confined(board, "/usr/bin/tail /dev/zero")[0] == "oom-kill"
     assert board.run("systemctl is-active webservice nginx").split() == ["active", "active"]
+
+
+def test_version_2_sends_changes_in_little_memory_until_it_is_removed(board):
+    before = board.ask("/api/v1/all.cgi")
+    with contextlib.ExitStack() as stack:
+        streams = [stack.enter_context(board.open("/api/v2/events")) for _ in range(STREAMS)]
+        board.ask("/api/v2/values", board.ask("/api/v2/values"), "PATCH")
+        for percent in (44, 87):  # the second is the value before
+            set_value(board, "MemDynamic", "BattPercent", percent)
+            text, end = b'"MemDynamic.BattPercent":%d' % percent, time.monotonic() + STREAM_SECONDS
+            for stream in streams:
+                assert text in next(line for line in stream if text in line or time.monotonic() > end)
+        memory = re.search(rb"live_resident_memory_bytes (\d+)", board.ask("/api/v2/metrics"))
+    print(f"resident with {STREAMS} streams: {int(memory[1])} bytes")
+    assert int(memory[1]) <= LIVE_MEMORY
+    board.run("dpkg --remove webservice-live")
+    with pytest.raises(urllib.error.HTTPError, match="404"):
+        board.ask("/api/v2/health")
+    assert board.ask("/api/v1/all.cgi") == before
 
 
 def test_firmware_runs_to_its_end(board):
