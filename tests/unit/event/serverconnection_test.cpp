@@ -6,7 +6,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -74,26 +73,6 @@ const std::string SAMPLE("\x07\0\0\0\1\0\0\0\2\0\0\0"
                          "\x08\0\0\0\3\0\0\0\4\0\0\0"
                          "\xff\xff\xff\xff\5\0",
                          30);
-
-std::vector<std::uint32_t> idsOf(std::string_view bytes) {
-    std::vector<std::uint32_t> ids(bytes.size() / 12);
-    for (std::size_t i = 0; i < ids.size(); ++i)
-        std::memcpy(&ids[i], bytes.data() + 12 * i, 4);
-    return ids;
-}
-
-TEST_F(ServerConnectionTest, PartialRecordsAreDropped) {
-    ASSERT_THAT(idsOf(SAMPLE), ElementsAre(7, 8));
-    for (std::size_t split = 1; split < SAMPLE.size(); ++split) {
-        for (const std::string& part : {SAMPLE.substr(0, split), SAMPLE.substr(split)}) {
-            recorder_.ids.clear();
-            brokerSends(part);
-            EXPECT_EQ(poll_.wait(1000, true), 3);
-            EXPECT_EQ(recorder_.ids, idsOf(part)) << split;
-        }
-    }
-    EXPECT_EQ(postError(), "nothing thrown");
-}
 
 TEST_F(ServerConnectionTest, OneReadTakesAtMost256Records) {
     brokerSends(std::string(300 * 12, '\1'));

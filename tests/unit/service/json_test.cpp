@@ -29,14 +29,6 @@ TEST(Json, SplitsObjectsAndArraysOneLevelDeep) {
     EXPECT_EQ(parsed(std::string("{a:1\0002,b:\"\0\"}", 13)), std::string("a=1\0002|b=\0", 9));
 }
 
-TEST(Json, ReportsTheErrorPosition) {
-    EXPECT_EQ(parsed("  }"), "@2");
-    EXPECT_EQ(parsed(R"({"a b":1})"), "@4");
-    EXPECT_EQ(parsed(R"({"a":"x\"y"})"), "@9");
-    EXPECT_EQ(parsed(R"({"a":1]})"), "a=1]");
-    EXPECT_EQ(parsed(R"({"a":"1"]})"), "@8");
-}
-
 TEST(Json, EachStateIsACallOfItsOwn) {
     Json json;
     EXPECT_EQ(json.nextChar<0>('['), 4);
