@@ -17,6 +17,7 @@
 namespace {
 
 constexpr char BASE[] = "/api/v2/";
+constexpr char RETRY_SOON[] = "Retry-After: 1\r\n";
 constexpr int MAX_PERIOD_MS = 60000;
 constexpr std::size_t LARGE_BODY = 65536;
 
@@ -99,19 +100,33 @@ void Api::handle(Connection& connection, const HttpRequest& request) {
     try {
         route(connection, request);
     } catch (const Problem& problem) {
-        ++counters_.refused;
-        connection.answer(problem.answer());
+        answerProblem(connection, problem);
     }
     // The JSON of a body takes ten times its size, in pieces that keep the heap from shrinking.
     if (request.body.size() > LARGE_BODY)
         malloc_trim(0);
 }
 
+void Api::answerProblem(Connection& connection, const Problem& problem) {
+    ++counters_.refused;
+    connection.answer(problem.answer());
+}
+
+void Api::refuse(Connection& connection, int status) {
+    ++counters_.requests;
+    if (status == 413)
+        answerProblem(connection, Problem(413, "The body has more than " +
+                                                   std::to_string(Connection::MAX_BODY) + " bytes"));
+    else
+        answerProblem(connection, Problem(503, "The bodies of other requests are under way", {}, RETRY_SOON));
+}
+
 void Api::route(Connection& connection, const HttpRequest& request) {
     const std::string& path = request.param("SCRIPT_NAME");
     const std::string name = path.starts_with(BASE) ? path.substr(sizeof BASE - 1) : "";
-    if (Output::held() > Output::LIMIT)
-        throw Problem(503, "Clients have not taken their answers yet", {}, "Retry-After: 1\r\n");
+    const bool isOfProcess = name == "health" || name == "metrics";
+    if (Output::held() > Output::LIMIT && !isOfProcess)
+        throw Problem(503, "Clients have not taken their answers yet", {}, RETRY_SOON);
     if (name == "events") {
         requireMethod(request, {"GET"});
         return events(connection, request);
@@ -122,7 +137,7 @@ void Api::route(Connection& connection, const HttpRequest& request) {
         return connection.answer(isChange ? patch(request) : values(request));
     }
     const bool isCatalogue = name == "catalogue" || name == "catalogue/" + catalogueHash_;
-    if (!isCatalogue && name != "health" && name != "metrics")
+    if (!isCatalogue && !isOfProcess)
         throw Problem(404, "There is nothing at this path");
     requireMethod(request, {"GET", "HEAD"});
     if (isCatalogue)

@@ -8,6 +8,7 @@
 
 class Changes;
 class PresentValues;
+class Problem;
 
 /// Answers requests by method and path:
 ///
@@ -31,7 +32,11 @@ public:
     /// Answers, or opens a stream.
     void handle(Connection& connection, const HttpRequest& request);
 
+    /// Answers a request whose body is too large, status 413, or does not fit beside other ones, 503.
+    void refuse(Connection& connection, int status);
+
 private:
+    void answerProblem(Connection& connection, const Problem& problem);
     void route(Connection& connection, const HttpRequest& request);
     HttpAnswer values(const HttpRequest& request);
     HttpAnswer patch(const HttpRequest& request);

@@ -4,8 +4,8 @@
 
 namespace {
 
-// A process that counts fewer changes than 4096 in each millisecond begins above the one before.
-constexpr int CHANGES_BITS = 12;
+// A process that counts fewer changes than 2048 in each millisecond begins above the one before.
+constexpr int CHANGES_BITS = 11;
 
 } // namespace
 

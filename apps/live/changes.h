@@ -6,7 +6,7 @@
 #include <cstdint>
 
 /// A sequence number for each variable: that of its last change. Each change gets the next number. Numbers
-/// are below 2^53, so that JavaScript reads them exactly.
+/// are below 2^53 until the year 2109, so that JavaScript reads them exactly.
 ///
 /// The first numbers, one for each variable, come from the wall clock: a process that starts later begins
 /// above the last number of the one before, unless the clock was set back or is not set. A client that

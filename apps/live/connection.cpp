@@ -147,10 +147,7 @@ void Connection::freeBody() {
 void Connection::refuse(int status) {
     keep_ = false;
     isReceiving_ = false;
-    const std::string reason = reasonPhrase(status);
-    answer({status, "application/problem+json", "Cache-Control: no-store\r\n",
-            R"({"type":"about:blank","title":")" + reason + R"(","status":)" + std::to_string(status) +
-                R"(,"detail":"The body is too large, or too many are under way"})"});
+    owner_.refuse(*this, status);
 }
 
 void Connection::complete() {

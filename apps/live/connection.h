@@ -43,6 +43,9 @@ public:
         /// A request is complete. The owner answers at once, or begins a stream. An exception closes the
         /// connection.
         virtual void handle(Connection& connection, const HttpRequest& request) = 0;
+        /// The request's body is larger than MAX_BODY, status 413, or does not fit beside other ones, 503.
+        /// The owner answers; the connection closes itself after the answer.
+        virtual void refuse(Connection& connection, int status) = 0;
         /// All output has left, and more can be sent.
         virtual void ready(Connection& connection) = 0;
         /// The connection has closed itself. The owner deletes it after this turn of the loop.

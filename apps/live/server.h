@@ -43,6 +43,7 @@ public:
     void event(EventType type) override;
     void handleEvent(const Notify& notify) override;
     void handle(Connection& connection, const HttpRequest& request) override;
+    void refuse(Connection& connection, int status) override { api_.refuse(connection, status); }
     void ready(Connection& connection) override;
     void closed(Connection& connection) override;
     bool accountBody(std::ptrdiff_t bytes) override;

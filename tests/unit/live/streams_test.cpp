@@ -64,6 +64,9 @@ protected:
         else
             connection.answer({200, "text/plain", {}, request.param("SCRIPT_NAME") + request.body});
     }
+    void refuse(Connection& connection, int status) override {
+        connection.answer({status, "application/problem+json", {}, "{}"});
+    }
     void ready(Connection&) override { streams_.askForTurn(); }
     void closed(Connection& connection) override { closed_.push_back(&connection); }
     bool accountBody(std::ptrdiff_t bytes) override {
